@@ -1,0 +1,27 @@
+// Exposure (shutter speed, blank time) and ADC settings of a sensor.
+#ifndef ORU_DEVICE_INTERFACE_DEVICE_SETTINGS_H
+#define ORU_DEVICE_INTERFACE_DEVICE_SETTINGS_H
+
+#include "oru_base_exception.h"
+#include <atomic>
+
+// Last shutter speed requested; the event-thread side reads it for pauses.
+extern std::atomic<int> g_iCurShutterSpeed;
+extern int iCurBlankTime;
+extern int g_iSleepTime;  // ms after each blank-time / ADC command
+// Statistics of verified writes (nothing reads them back).
+extern int iTotalCount;
+extern int iSuccessCount;
+extern int iFailCount;
+
+ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId);
+ORU_ERROR_CODE get_shutter_speed_from_sensor(int* iCurSS, unsigned int iDeviceId);
+ORU_ERROR_CODE get_current_shutter_speed(int* iShutterSpeed, unsigned int iDeviceId);
+ORU_ERROR_CODE set_blank_time_to_sensor(int iBlankTime, unsigned int iDeviceId);
+ORU_ERROR_CODE get_blank_time_from_sensor(int* iBlankTime, unsigned int iDeviceId);
+ORU_ERROR_CODE set_adc_setting_values(unsigned char ucADCRangeIndex, unsigned char ucGain,
+                                      unsigned char ucRes, unsigned int iDeviceId);
+ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* ucGain,
+                                      unsigned char* ucRes, unsigned int iDeviceId);
+
+#endif

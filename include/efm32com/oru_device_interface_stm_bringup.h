@@ -1,0 +1,16 @@
+// Complete start and stop sequences of one sensor.
+#ifndef ORU_DEVICE_INTERFACE_STM_BRINGUP_H
+#define ORU_DEVICE_INTERFACE_STM_BRINGUP_H
+
+#include <map>
+#include <thread>
+
+extern std::map<int, bool> allocTransferBulkMap;
+extern int maxNumOfDevice;
+extern int asyncTransferInitialized;
+extern std::thread usbEventLoop_thread;
+
+int initialize_device_interface(unsigned int iDeviceId);  // lu_ec_success or lu_ec_fail_to_initialize_device
+int close_device_interface(unsigned int iDeviceId);       // always 1
+
+#endif

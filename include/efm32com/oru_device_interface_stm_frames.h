@@ -1,0 +1,48 @@
+// Frame streaming: the streaming commands, the bulk transfer and its callback,
+// the libusb event thread and the frame queue they share with the consumer.
+#ifndef ORU_DEVICE_INTERFACE_STM_FRAMES_H
+#define ORU_DEVICE_INTERFACE_STM_FRAMES_H
+
+#include <libusb.h>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#define ORU_FRAME_BYTES 2048
+#define ORU_NUM_FILTERS 1024
+#define ORU_BULK_ENDPOINT 0x81
+#define ORU_CMD_START_STREAMING 70
+#define ORU_CMD_STOP_STREAMING 71
+
+// Shared between the event thread and the consumer; guarded by exit_cond_lock.
+extern std::vector<std::vector<int>> frameDataQueue;
+extern int g_count;
+extern std::mutex exit_cond_lock;
+extern std::condition_variable exit_cond;
+// Written by the consumer before streaming starts, read by the callback.
+extern std::atomic<int> iCurrAvgNum;
+extern std::atomic<int> iCurrAcqMode;
+extern std::atomic<int> do_exit;
+extern bool stopFlag;
+extern libusb_transfer* gTransfer_in;
+extern unsigned char framebuf2048[ORU_FRAME_BYTES];
+
+int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* buffer, unsigned int iDeviceId);
+int alloc_transfer_bulk(unsigned int iDeviceId);
+// Cancels the sensor's bulk transfer, waits (bounded) for its completion and
+// frees it and its buffer. Returns 1 if there was one.
+int release_transfer_bulk(unsigned int iDeviceId);
+int acquire_frame_data_bulk(int iCommand, unsigned int iDeviceId);
+int acquire_frame_data_control(int iCommand, unsigned int iDeviceId);
+int set_frame_data_acq_mode(unsigned int iAcqMode, unsigned int iDeviceId);
+int get_sleep_time_for_shutter_speed(int iShutterSpeed);
+int get_current_shutter_speed();
+void* usbEventLoop_thread_main(void* arg);
+void request_exit(int code);
+void convert_2048C_to_1024F(char* inputC, double* outputF);
+double acquire_frame_data(double* frame, int num, unsigned int iDeviceId);
+int acquire_frame_data_2048(char* frame, unsigned int iDeviceId);
+void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer);
+
+#endif

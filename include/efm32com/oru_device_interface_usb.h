@@ -1,0 +1,38 @@
+// Finding sensors on the bus, opening and claiming them, and the process-wide
+// map of open handles keyed by sensor index.
+#ifndef ORU_DEVICE_INTERFACE_USB_H
+#define ORU_DEVICE_INTERFACE_USB_H
+
+#include <libusb.h>
+#include <map>
+
+#define ORU_USB_VENDOR_ID 1155   /* 0x0483 */
+#define ORU_USB_PRODUCT_ID 22336 /* 0x5740 */
+
+class UsbDevHandle {
+public:
+    static std::map<int, libusb_device_handle*> pDevH;
+    static std::map<int, libusb_device_handle*> create_map();
+};
+
+class UsbDevId {
+public:
+    static std::map<int, int> currentDevId;
+    static std::map<int, int> create_map();
+};
+
+// Handle of the external LED driver (null when none is open).
+extern libusb_device_handle* g_LedDriverHandle;
+
+int connect_device(unsigned int iDeviceId);
+int connect_device();
+int connect_device(int, int, unsigned int);
+int connect_LED_device();
+int disconnect_device(unsigned int iDeviceId);
+int reconnect_device(unsigned int& iDeviceId, libusb_device* pDev, libusb_context* lctx, bool detach);
+
+// Handle stored for a sensor index, or null. Unlike a subscript of the map it
+// never inserts an entry.
+libusb_device_handle* find_device_handle(unsigned int iDeviceId);
+
+#endif
