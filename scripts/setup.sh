@@ -27,5 +27,5 @@ echo "setup: installing ${missing[*]}"
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
+$SUDO apt-get update -qq || echo "setup: apt-get update reported errors; trying the install anyway" >&2
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

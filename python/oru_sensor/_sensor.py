@@ -1,0 +1,172 @@
+"""Sensors and the connection context."""
+
+import contextlib
+import ctypes
+import os
+import sys
+from array import array
+from collections import namedtuple
+
+from . import _library
+from ._errors import NoDeviceInSystem, OruError, check
+
+try:  # optional
+    import numpy as _np
+except ImportError:  # pragma: no cover - depends on the machine
+    _np = None
+
+NUM_FILTERS = 1024
+
+AdcSettings = namedtuple("AdcSettings", "gain range")
+
+
+@contextlib.contextmanager
+def _quiet(enabled):
+    """The library prints progress lines on standard output; hide them."""
+    if not enabled:
+        yield
+        return
+    sys.stdout.flush()
+    saved = os.dup(1)
+    devnull = os.open(os.devnull, os.O_WRONLY)
+    try:
+        os.dup2(devnull, 1)
+        yield
+    finally:
+        try:
+            ctypes.CDLL(None).fflush(None)
+        except (OSError, AttributeError):
+            pass
+        os.dup2(saved, 1)
+        os.close(saved)
+        os.close(devnull)
+
+
+class Sensor:
+    """One connected sensor. Every call first makes it the active sensor."""
+
+    def __init__(self, lib, index, quiet):
+        self._lib = lib
+        self.index = index
+        self._quiet = quiet
+
+    def _call(self, fn, *args, what=None):
+        with _quiet(self._quiet):
+            self._lib.duActivateSensorWithIndex(self.index)
+            result = fn(*args)
+        return check(result, what) if result <= 0 else result
+
+    @property
+    def sensor_id(self):
+        buf = ctypes.create_string_buffer(32)
+        self._call(self._lib.duGetSensorID, buf, what="reading the sensor ID")
+        return buf.value.decode("latin-1")
+
+    @property
+    def shutter_speed(self):
+        return self._call(self._lib.duGetShutterSpeed, what="reading the shutter speed")
+
+    @shutter_speed.setter
+    def shutter_speed(self, value):
+        lo, hi = self.shutter_speed_limits
+        if not lo <= int(value) <= hi:
+            raise ValueError("shutter speed %r outside %d..%d" % (value, lo, hi))
+        self._call(self._lib.duSetShutterSpeed, int(value), what="setting the shutter speed")
+
+    @property
+    def shutter_speed_limits(self):
+        lo, hi = ctypes.c_int(), ctypes.c_int()
+        self._lib.duGetShutterSpeedLimits(ctypes.byref(lo), ctypes.byref(hi))
+        return lo.value, hi.value
+
+    @property
+    def adc(self):
+        gain, rng = ctypes.c_int(), ctypes.c_int()
+        self._call(self._lib.duGetSensorParameters, ctypes.byref(gain), ctypes.byref(rng),
+                   what="reading the ADC settings")
+        return AdcSettings(gain.value, rng.value)
+
+    @adc.setter
+    def adc(self, settings):
+        gain, rng = settings
+        if gain not in (0, 1) or not 0 <= rng <= 255:
+            raise ValueError("ADC gain must be 0 or 1 and range 0..255, got %r" % (settings,))
+        self._call(self._lib.duSetSensorParameters, int(gain), int(rng), what="setting the ADC")
+
+    def exposure_time(self, master_clock_mhz=1, shutter_speed=None):
+        """Exposure time in ms of a shutter speed (default: the current one)."""
+        ss = self.shutter_speed if shutter_speed is None else int(shutter_speed)
+        ms = ctypes.c_double()
+        self._call(self._lib.duShutterSpeedToExposureTime, int(master_clock_mhz), ss, ctypes.byref(ms),
+                   what="converting the shutter speed")
+        return ms.value
+
+    @property
+    def exposure_time_ms(self):
+        return self.exposure_time(1)
+
+    def shutter_speed_for(self, exposure_ms, master_clock_mhz=1):
+        ss = ctypes.c_int()
+        self._call(self._lib.duExposureTimeToShutterSpeed, int(master_clock_mhz), float(exposure_ms),
+                   ctypes.byref(ss), what="converting the exposure time")
+        return ss.value
+
+    def read_filter_data(self, averages=10):
+        """1024 filter outputs in DN, each the mean of `averages` frames."""
+        if int(averages) < 1:
+            raise ValueError("averages must be at least 1")
+        buf = (ctypes.c_double * NUM_FILTERS)()
+        self._call(self._lib.duGetFilterData, buf, int(averages), what="reading filter data")
+        if _np is not None:
+            return _np.frombuffer(buf, dtype=_np.float64).copy()
+        return array("d", buf)
+
+    def optimal_shutter_speed(self, filters=None, target=None):
+        """Searches the shutter speed that puts the brightest of `filters`
+        (1-based filter numbers; default: the library's 824 valid filters)
+        just below `target` DN (default 3500). The sensor is left at it."""
+        if filters is not None:
+            filters = [int(f) for f in filters]
+            if not filters or min(filters) < 1 or max(filters) > NUM_FILTERS:
+                raise ValueError("filters must be 1-based numbers 1..%d" % NUM_FILTERS)
+            arr = (ctypes.c_int * len(filters))(*filters)
+            ptr, count = arr, len(filters)
+        else:
+            ptr, count = None, 0
+        if target is None:
+            result = self._call_raw(self._lib.duGetOptimalShutterSpeed, ptr, count)
+        else:
+            result = self._call_raw(self._lib.duGetOptimalShutterSpeed2, ptr, count, int(target))
+        if result == -1:
+            raise OruError(-1, "auto exposure failed: saturated even at shutter speed 1, or the search failed "
+                               "(code -1)")
+        check(result, "auto exposure")
+        # The search leaves the sensor at this speed; make the cached value agree.
+        self.shutter_speed = result
+        return result
+
+    def _call_raw(self, fn, *args):
+        with _quiet(self._quiet):
+            self._lib.duActivateSensorWithIndex(self.index)
+            return fn(*args)
+
+    def __repr__(self):
+        return "<Sensor %d>" % self.index
+
+
+@contextlib.contextmanager
+def connect(virtual=None, quiet=True):
+    """Connects every attached sensor and yields the list of Sensor objects;
+    disconnects on leaving. `virtual=N` runs on N virtual sensors instead of
+    USB hardware (fixed for the life of the process)."""
+    lib = _library.load(virtual)
+    with _quiet(quiet):
+        n = lib.duConnect()
+    if n == -1:
+        raise NoDeviceInSystem(-1, "no sensor found (code -1)")
+    check(n, "connecting")
+    try:
+        yield [Sensor(lib, i, quiet) for i in range(n)]
+    finally:
+        with _quiet(quiet):
+            lib.duDisconnect()

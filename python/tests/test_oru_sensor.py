@@ -1,0 +1,104 @@
+"""The Python layer on virtual sensors (drop-in USB library, no hardware)."""
+
+import os
+import unittest
+from array import array
+
+import oru_sensor
+
+N_VIRTUAL = 2
+
+
+class ConnectedTest(unittest.TestCase):
+    def test_context_yields_sensors_with_distinct_ids(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            self.assertEqual(len(sensors), N_VIRTUAL)
+            ids = [s.sensor_id for s in sensors]
+            self.assertEqual(len(set(ids)), N_VIRTUAL)
+            for text in ids:
+                self.assertRegex(text, r"^.\d+-\d+-\d+-\d+-\d+$")
+
+    def test_shutter_speed_round_trip_and_limits(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[1]
+            s.shutter_speed = 250
+            self.assertEqual(s.shutter_speed, 250)
+            self.assertEqual(s.shutter_speed_limits, (1, 3000))
+            with self.assertRaises(ValueError):
+                s.shutter_speed = 0
+            with self.assertRaises(ValueError):
+                s.shutter_speed = 3001
+
+    def test_adc_settings(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[0]
+            self.assertEqual(s.adc, oru_sensor.AdcSettings(gain=1, range=132))
+            s.adc = (0, 200)
+            self.assertEqual(s.adc, (0, 200))
+            with self.assertRaises(ValueError):
+                s.adc = (2, 10)
+
+    def test_exposure_conversions_keep_the_library_rounding(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[0]
+            self.assertEqual(s.exposure_time(1, 1000), 912.0)
+            self.assertEqual(s.exposure_time(2, 1), 0.0)
+            self.assertEqual(s.shutter_speed_for(912.0, 1), 1726)
+            s.shutter_speed = 1000
+            self.assertEqual(s.exposure_time_ms, 912.0)
+
+    def test_read_filter_data_shape_and_range(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[0]
+            s.shutter_speed = 50
+            data = s.read_filter_data(averages=3)
+            self.assertEqual(len(data), 1024)
+            self.assertTrue(all(0.0 <= v <= 4095.0 for v in data))
+            self.assertGreater(max(data), min(data))  # a scene, not a constant
+            try:
+                import numpy
+                self.assertIsInstance(data, numpy.ndarray)
+            except ImportError:
+                self.assertIsInstance(data, array)
+            with self.assertRaises(ValueError):
+                s.read_filter_data(0)
+
+    def test_optimal_shutter_speed_lands_in_window(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[0]
+            best = s.optimal_shutter_speed()
+            self.assertGreaterEqual(best, 1)
+            self.assertEqual(s.shutter_speed, best)
+            peak = max(s.read_filter_data(averages=5))
+            self.assertGreaterEqual(peak, 2800.0)
+            self.assertLessEqual(peak, 4095.0)
+            with self.assertRaises(ValueError):
+                s.optimal_shutter_speed(filters=[0, 1])
+
+    def test_reconnect_in_one_process(self):
+        for _ in range(2):
+            with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+                self.assertEqual(len(sensors[0].read_filter_data(1)), 1024)
+
+
+class ErrorMappingTest(unittest.TestCase):
+    def test_negative_results_raise_named_exceptions(self):
+        from oru_sensor._errors import check
+        with self.assertRaises(oru_sensor.FwRecvTimeout) as cm:
+            check(-9, "reading")
+        self.assertEqual(cm.exception.code, -9)
+        self.assertIn("did not answer in time", str(cm.exception))
+        with self.assertRaises(oru_sensor.SensorIdIsEmpty):
+            check(-8)
+        with self.assertRaises(oru_sensor.OruError):
+            check(-31)
+        self.assertEqual(check(5), 5)
+
+    def test_switching_between_virtual_and_hardware_is_refused(self):
+        oru_sensor._library.load(N_VIRTUAL)
+        with self.assertRaises(RuntimeError):
+            oru_sensor._library.load(None)
+
+
+if __name__ == "__main__":
+    unittest.main()
