@@ -30,6 +30,7 @@ enum Fault : unsigned {
     kFaultControlTimeout = 1u << 4,  // control transfers fail with LIBUSB_ERROR_TIMEOUT
     kFaultStreamStall = 1u << 5,     // bulk transfers never complete
     kFaultBulkError = 1u << 6,       // the next bulk completion has status LIBUSB_TRANSFER_ERROR
+    kFaultUnplugOnStream = 1u << 7,  // unplugs itself at its next start-streaming request
 };
 
 // 5-byte identity record, encoded so that the library decodes these fields.
@@ -106,11 +107,17 @@ struct Event {
     uint8_t bRequest = 0;
     uint16_t wValue = 0, wIndex = 0, wLength = 0;
     unsigned timeout = 0;         // ms
-    int status = 0;               // bulk: transfer status
+    int status = 0;               // bulk: transfer status; control/lifecycle: the call's result
     uint64_t pause_us = 0;        // pause
     std::string what;             // lifecycle: "open", "claim 0", "release 0", "close", "set_configuration -1", "exit", ...
     uint64_t at_us = 0;           // virtual time when it happened
+    uint64_t count = 1;           // bulk: completions merged into this event (see below)
 };
+// Long streaming runs stay readable: per device and streaming run, the first
+// kBulkEventsPerRun successful completions are logged one by one, the rest are
+// counted in one further Bulk event (its `count`). Failed completions are
+// always logged one by one.
+constexpr int kBulkEventsPerRun = 8;
 std::vector<Event> events();
 void clear_events();
 // Compact text of the control requests and pauses, joined by ", ":

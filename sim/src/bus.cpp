@@ -1,0 +1,186 @@
+#include "bus.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "event_log.h"
+#include "frame_model.h"
+#include "virtual_clock.h"
+
+namespace vsensor {
+namespace detail {
+
+Bus& bus() {
+    static Bus* b = new Bus;
+    return *b;
+}
+
+Device* device_at(int dev) {
+    Bus& b = bus();
+    if (dev < 0 || dev >= static_cast<int>(b.devices.size())) return nullptr;
+    return b.devices[dev].get();
+}
+
+Device& checked_device(int dev) {
+    Device* d = device_at(dev);
+    if (!d) throw std::out_of_range("vsensor: no device at bus position " + std::to_string(dev));
+    return *d;
+}
+
+}  // namespace detail
+
+using detail::bus;
+using detail::checked_device;
+
+void reset() {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        bus().devices.clear();
+    }
+    bus().cv.notify_all();
+    detail::clear_log();
+    detail::reset_clock();
+}
+
+int add_sensor(const SensorOptions& opts) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    auto d = std::make_shared<detail::Device>();
+    d->pos = static_cast<int>(bus().devices.size());
+    d->opts = opts;
+    if (!opts.identity_set) {
+        d->opts.identity = Identity{};
+        d->opts.identity.x_coord = 12 + d->pos;
+    }
+    d->identity_bytes = opts.raw_identity.size() == 5 ? opts.raw_identity
+                                                      : encode_identity(d->opts.identity);
+    d->response = detail::scene_response(opts.scene);
+    d->faults = opts.faults;
+    d->rng.seed(opts.noise_seed);
+    bus().devices.push_back(d);
+    return d->pos;
+}
+
+int add_led_driver() {
+    std::lock_guard<std::mutex> lk(bus().m);
+    auto d = std::make_shared<detail::Device>();
+    d->pos = static_cast<int>(bus().devices.size());
+    d->led_driver = true;
+    bus().devices.push_back(d);
+    return d->pos;
+}
+
+int device_count() {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return static_cast<int>(bus().devices.size());
+}
+
+void set_faults(int dev, unsigned faults) {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        checked_device(dev).faults = faults;
+    }
+    bus().cv.notify_all();
+}
+
+void set_scene(int dev, Scene scene, double brightness) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    detail::Device& d = checked_device(dev);
+    d.opts.scene = scene;
+    d.opts.brightness = brightness;
+    d.response = detail::scene_response(scene);
+}
+
+void set_frame_source(int dev, FrameSource src) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    detail::Device& d = checked_device(dev);
+    d.callback = std::move(src);
+    d.source = detail::Source::Callback;
+}
+
+void set_constant_frame(int dev, uint16_t value) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    detail::Device& d = checked_device(dev);
+    d.constant = value;
+    d.source = detail::Source::Constant;
+}
+
+void set_pattern(int dev, const std::vector<uint16_t>& per_filter) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    detail::Device& d = checked_device(dev);
+    d.pattern = per_filter;
+    d.pattern.resize(kFilters, 0);
+    d.source = detail::Source::Pattern;
+}
+
+void use_frame_counter(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    checked_device(dev).source = detail::Source::Counter;
+}
+
+void use_optical_model(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    checked_device(dev).source = detail::Source::Model;
+}
+
+void set_realtime(bool on) {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        bus().realtime = on;
+        for (auto& d : bus().devices) d->next_due = detail::SteadyClock::now();
+    }
+    bus().cv.notify_all();
+}
+
+void unplug(int dev) {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        detail::Device& d = checked_device(dev);
+        d.unplugged = true;
+        d.streaming = false;
+        d.claimed_by = nullptr;
+    }
+    detail::log_lifecycle(dev, "unplug");
+    bus().cv.notify_all();
+}
+
+uint8_t register_value(int dev, int code) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).regs.at(static_cast<size_t>(code));
+}
+
+void set_register_value(int dev, int code, uint8_t v) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    checked_device(dev).regs.at(static_cast<size_t>(code)) = v;
+}
+
+int shutter_speed(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return detail::shutter_of(checked_device(dev));
+}
+
+bool streaming(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).streaming;
+}
+
+uint64_t frames_sent(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).frames_sent;
+}
+
+int led_state_word(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).led_state;
+}
+
+bool is_open(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).open_handles > 0;
+}
+
+bool is_claimed(int dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return checked_device(dev).claimed_by != nullptr;
+}
+
+}  // namespace vsensor

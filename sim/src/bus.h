@@ -1,0 +1,68 @@
+// The virtual bus: the devices in bus order and the one lock that guards them
+// and everything of the libusb face.
+#ifndef VSENSOR_BUS_H
+#define VSENSOR_BUS_H
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <vector>
+
+#include "vsensor/vsensor.h"
+
+namespace vsensor::detail {
+
+using SteadyClock = std::chrono::steady_clock;
+
+enum class Source { Model, Constant, Pattern, Counter, Callback };
+
+struct Device {
+    int pos = 0;
+    bool led_driver = false;
+    SensorOptions opts;
+    std::vector<uint8_t> identity_bytes;  // the 5 bytes answered to code 1
+    std::vector<double> response;         // scene response per filter, peak 1
+
+    std::array<uint8_t, 256> regs{};      // last byte written, by write code
+    bool streaming = false;
+    uint64_t frame_no = 0;                // next frame number of this run
+    uint64_t frames_sent = 0;
+    int led_state = -1;
+    unsigned faults = kFaultNone;
+    bool unplugged = false;
+
+    int open_handles = 0;
+    const void* claimed_by = nullptr;     // handle holding interface 0
+    int configuration = 1;
+
+    Source source = Source::Model;
+    uint16_t constant = 0;
+    std::vector<uint16_t> pattern;
+    FrameSource callback;
+    std::mt19937 rng;
+
+    SteadyClock::time_point next_due{};   // real-time pacing: next frame ready at
+    int delivering = 0;                   // completions taken but whose callback still runs
+};
+
+struct Bus {
+    std::mutex m;
+    std::condition_variable cv;
+    std::vector<std::shared_ptr<Device>> devices;
+    bool realtime = false;
+};
+
+// Never destroyed: an event thread may still be waiting at process exit.
+Bus& bus();
+
+// Caller holds bus().m. Null when `dev` is not a bus position.
+Device* device_at(int dev);
+// Throws std::out_of_range for a bad position (test API misuse).
+Device& checked_device(int dev);
+
+}  // namespace vsensor::detail
+
+#endif

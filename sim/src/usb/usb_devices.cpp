@@ -1,0 +1,126 @@
+// Device list, device references and descriptors.
+#include <cstdlib>
+
+#include "../descriptors.h"
+#include "usb_internal.h"
+
+using vsensor::detail::bus;
+
+namespace vsensor::detail {
+
+void unref_device_locked(libusb_device* d) {
+    if (!d || --d->refs > 0) return;
+    if (d->ctx) d->ctx->devices.erase(d->dev.get());
+    delete d;
+}
+
+}  // namespace vsensor::detail
+
+extern "C" {
+
+ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* ctx, libusb_device*** list) {
+    if (!list) return LIBUSB_ERROR_INVALID_PARAM;
+    std::lock_guard<std::mutex> lk(bus().m);
+    libusb_context* c = vsensor::detail::resolve_context(ctx);
+    if (!c || c->dead) return LIBUSB_ERROR_INVALID_PARAM;
+    std::vector<libusb_device*> found;
+    for (const auto& d : bus().devices) {
+        if (d->unplugged) continue;
+        libusb_device*& dev = c->devices[d.get()];
+        if (dev) {
+            ++dev->refs;
+        } else {
+            dev = new libusb_device;
+            dev->ctx = c;
+            dev->dev = d;
+        }
+        found.push_back(dev);
+    }
+    auto* out = static_cast<libusb_device**>(std::calloc(found.size() + 1, sizeof(libusb_device*)));
+    if (!out) return LIBUSB_ERROR_NO_MEM;
+    for (size_t i = 0; i < found.size(); ++i) out[i] = found[i];
+    *list = out;
+    return static_cast<ssize_t>(found.size());
+}
+
+void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unref_devices) {
+    if (!list) return;
+    if (unref_devices) {
+        std::lock_guard<std::mutex> lk(bus().m);
+        for (libusb_device** p = list; *p; ++p) vsensor::detail::unref_device_locked(*p);
+    }
+    std::free(list);
+}
+
+libusb_device* LIBUSB_CALL libusb_ref_device(libusb_device* dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    if (dev) ++dev->refs;
+    return dev;
+}
+
+void LIBUSB_CALL libusb_unref_device(libusb_device* dev) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    vsensor::detail::unref_device_locked(dev);
+}
+
+uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device*) { return 1; }
+
+uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* dev) {
+    return dev ? static_cast<uint8_t>(dev->dev->pos + 1) : 0;
+}
+
+int LIBUSB_CALL libusb_get_port_numbers(libusb_device* dev, uint8_t* port_numbers, int len) {
+    if (!dev || !port_numbers || len < 1) return LIBUSB_ERROR_OVERFLOW;
+    port_numbers[0] = libusb_get_port_number(dev);
+    return 1;
+}
+
+uint8_t LIBUSB_CALL libusb_get_device_address(libusb_device* dev) {
+    return dev ? static_cast<uint8_t>(dev->dev->pos + 2) : 0;
+}
+
+int LIBUSB_CALL libusb_get_device_speed(libusb_device*) { return LIBUSB_SPEED_FULL; }
+
+int LIBUSB_CALL libusb_get_max_packet_size(libusb_device*, unsigned char endpoint) {
+    return endpoint == vsensor::kBulkEndpoint ? 64 : LIBUSB_ERROR_NOT_FOUND;
+}
+
+int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* dev, struct libusb_device_descriptor* desc) {
+    if (!dev || !desc) return LIBUSB_ERROR_INVALID_PARAM;
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        if (dev->dev->faults & vsensor::kFaultDescriptor) return LIBUSB_ERROR_IO;
+    }
+    *desc = vsensor::detail::device_descriptor();
+    return LIBUSB_SUCCESS;
+}
+
+int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* dev, uint8_t config_index,
+                                             struct libusb_config_descriptor** config) {
+    if (!dev || !config) return LIBUSB_ERROR_INVALID_PARAM;
+    if (config_index != 0) return LIBUSB_ERROR_NOT_FOUND;
+    *config = vsensor::detail::new_config_tree();
+    return LIBUSB_SUCCESS;
+}
+
+int LIBUSB_CALL libusb_get_active_config_descriptor(libusb_device* dev, struct libusb_config_descriptor** config) {
+    if (!dev || !config) return LIBUSB_ERROR_INVALID_PARAM;
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        if (dev->dev->configuration <= 0) return LIBUSB_ERROR_NOT_FOUND;
+    }
+    *config = vsensor::detail::new_config_tree();
+    return LIBUSB_SUCCESS;
+}
+
+int LIBUSB_CALL libusb_get_config_descriptor_by_value(libusb_device* dev, uint8_t value,
+                                                      struct libusb_config_descriptor** config) {
+    if (value != 1) return LIBUSB_ERROR_NOT_FOUND;
+    return libusb_get_config_descriptor(dev, 0, config);
+}
+
+void LIBUSB_CALL libusb_free_config_descriptor(struct libusb_config_descriptor* config) {
+    vsensor::detail::free_config_tree(config);
+}
+
+}  // extern "C"

@@ -1,0 +1,71 @@
+// The objects behind libusb's opaque handles, and the helpers the libusb
+// face's files share. Everything here is guarded by bus().m.
+#ifndef VSENSOR_USB_INTERNAL_H
+#define VSENSOR_USB_INTERNAL_H
+
+#include <libusb.h>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "../bus.h"
+
+struct libusb_context {
+    int refs = 1;
+    bool is_default = false;
+    bool dead = false;          // exited; kept so that late users fail cleanly
+    bool interrupted = false;   // libusb_interrupt_event_handler pending
+    int debug = 0;
+    std::vector<libusb_transfer*> flying;
+    std::map<const vsensor::detail::Device*, libusb_device*> devices;
+};
+
+struct libusb_device {
+    libusb_context* ctx = nullptr;
+    std::shared_ptr<vsensor::detail::Device> dev;
+    int refs = 1;
+};
+
+struct libusb_device_handle {
+    libusb_device* device = nullptr;
+    bool auto_detach = false;
+};
+
+namespace vsensor::detail {
+
+struct TransferPriv {
+    libusb_context* ctx = nullptr;
+    std::shared_ptr<Device> dev;
+    bool in_flight = false;
+    bool cancelled = false;
+    int control_status = LIBUSB_TRANSFER_COMPLETED;  // async control: decided at submit
+    bool has_deadline = false;
+    SteadyClock::time_point deadline{};
+};
+
+TransferPriv* priv_of(libusb_transfer* t);
+
+// The context a NULL argument means; null when there is none.
+libusb_context* resolve_context(libusb_context* ctx);
+void unref_device_locked(libusb_device* d);
+// Drops transfers of `ctx` (all, or only those on `handle`) that are in flight:
+// they will never complete, as with libusb when their handle or context goes.
+void drop_flying(libusb_context* ctx, const libusb_device_handle* handle);
+
+// Set while an async callback runs on this thread.
+extern thread_local bool t_in_callback;
+
+// State of endpoint 0x81 of a device for the next frame.
+enum class BulkState { Pending, Frame, Error, NoDevice };
+// `wake` receives when a pending transfer should be looked at again.
+BulkState bulk_state(const Device& d, SteadyClock::time_point now, SteadyClock::time_point* wake);
+// Fills `buf` with the next frame (at most `length` bytes); returns the bytes.
+int deliver_frame(Device& d, unsigned char* buf, int length);
+// Waits (releasing the lock) until no completion of `d` is being delivered,
+// so that streaming switches never race a frame already taken.
+void wait_deliveries(std::unique_lock<std::mutex>& lk, Device& d);
+
+}  // namespace vsensor::detail
+
+#endif
