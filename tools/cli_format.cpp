@@ -21,8 +21,8 @@ struct Summary {
 Summary summarize(const std::vector<double>& v) {
     Summary s{0, 0, 0, 0};
     if (v.empty()) return s;
-    auto [lo, hi] = std::minmax_element(v.begin(), v.end());
-    s.min = *lo;
+    auto hi = std::max_element(v.begin(), v.end());  // the first filter holding the peak
+    s.min = *std::min_element(v.begin(), v.end());
     s.max = *hi;
     s.argmax = static_cast<size_t>(hi - v.begin());
     s.mean = std::accumulate(v.begin(), v.end(), 0.0) / static_cast<double>(v.size());

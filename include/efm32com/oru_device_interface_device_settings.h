@@ -14,6 +14,19 @@ extern int iTotalCount;
 extern int iSuccessCount;
 extern int iFailCount;
 
+// A setting written as two one-byte commands and read back by two more.
+struct SCommandPair {
+    int iFirst, iSecond;
+};
+struct SBytePair {
+    unsigned char ucFirst, ucSecond;
+    bool operator==(const SBytePair& o) const { return ucFirst == o.ucFirst && ucSecond == o.ucSecond; }
+};
+// Writes `value`, reads it back, pausing iPauseUs after every command, and
+// repeats both once when the read-back differs. Returns the last read-back.
+SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair value, unsigned int iPauseUs,
+                              unsigned int iDeviceId);
+
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId);
 ORU_ERROR_CODE get_shutter_speed_from_sensor(int* iCurSS, unsigned int iDeviceId);
 ORU_ERROR_CODE get_current_shutter_speed(int* iShutterSpeed, unsigned int iDeviceId);

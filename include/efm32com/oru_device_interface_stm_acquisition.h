@@ -26,5 +26,7 @@ void set_frame_moving_average(bool bEnable);
 
 // Real-time bound of one wait for frames, in milliseconds.
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames);
+// Fixed part of that bound (default 2000 ms); tests shorten it.
+void set_frame_wait_margin_ms(long lMarginMs);
 
 #endif

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #define ORU_FRAME_BYTES 2048
@@ -28,6 +29,11 @@ extern bool stopFlag;
 extern libusb_transfer* gTransfer_in;
 extern unsigned char framebuf2048[ORU_FRAME_BYTES];
 
+// Sample i of a raw frame: 12 bits, left-aligned, most significant byte first.
+inline int decode_raw_sample(const unsigned char* raw, int i) {
+    return (raw[2 * i] << 4) | (raw[2 * i + 1] >> 4);
+}
+
 int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* buffer, unsigned int iDeviceId);
 int alloc_transfer_bulk(unsigned int iDeviceId);
 // Cancels the sensor's bulk transfer, waits (bounded) for its completion and
@@ -39,6 +45,12 @@ int set_frame_data_acq_mode(unsigned int iAcqMode, unsigned int iDeviceId);
 int get_sleep_time_for_shutter_speed(int iShutterSpeed);
 int get_current_shutter_speed();
 void* usbEventLoop_thread_main(void* arg);
+// Starts the event thread into `thread`, with do_exit reset to 0 first.
+void start_usb_event_loop(std::thread& thread);
+// Whether the event thread's loop runs now (started and not yet ended).
+bool usb_event_loop_running();
+// Streaming off: 71, 20 ms, 71, 20 ms, 71.
+void stop_frame_streaming(unsigned int iDeviceId);
 void request_exit(int code);
 void convert_2048C_to_1024F(char* inputC, double* outputF);
 double acquire_frame_data(double* frame, int num, unsigned int iDeviceId);

@@ -1,0 +1,168 @@
+// Exposure (shutter speed, blank time) and ADC settings, each a pair of
+// one-byte commands with the pauses the microcontroller needs between them.
+#include "efm32com/oru_device_interface_device_settings.h"
+
+#include "efm32com/oru_device_interface_stm.h"
+
+#include <climits>
+#include <cstdio>
+#include <unistd.h>
+
+std::atomic<int> g_iCurShutterSpeed{1};
+int iCurBlankTime = 0;
+int g_iSleepTime = 30;
+int iTotalCount = 0;
+int iSuccessCount = 0;
+int iFailCount = 0;
+
+namespace {
+
+constexpr SCommandPair kWriteShutter = {37, 5};  // upper byte first
+constexpr SCommandPair kReadShutter = {36, 4};
+constexpr SCommandPair kWriteBlankTime = {34, 33};
+constexpr SCommandPair kReadBlankTime = {39, 38};
+constexpr SCommandPair kWriteAdc = {19, 20};     // range byte, gain/resolution byte
+constexpr SCommandPair kReadAdc = {35, 40};
+
+// The shutter commands run back to back with a short fixed pause.
+constexpr unsigned int kShutterPauseUs = 5000;
+// Reading the shutter speed waits between its two byte reads.
+constexpr unsigned int kShutterReadPauseUs = 10000;
+// The blank time follows every shutter change with this margin.
+constexpr int kBlankTimeMargin = 32;
+
+unsigned int sleep_time_us() {
+    return static_cast<unsigned int>(g_iSleepTime) * 1000;
+}
+
+unsigned char command(int iCommand, int wValue, unsigned int iPauseUs, unsigned int iDeviceId) {
+    const unsigned char ucReply = do_control_transfer(iCommand, wValue, iDeviceId);
+    usleep(iPauseUs);
+    return ucReply;
+}
+
+SBytePair split_word(int iValue) {
+    return {static_cast<unsigned char>(iValue >> 8), static_cast<unsigned char>(iValue)};
+}
+
+int join_word(SBytePair bytes) {
+    return bytes.ucFirst * 256 + bytes.ucSecond;
+}
+
+double settling_ms(int iUnits) {
+    return iUnits * 0.7 + 10.0;
+}
+
+// Unsigned conversion of the settling time. A negative time (only from a
+// negative blank time) becomes 0, as the target's float-to-unsigned
+// conversion does; the multiplication to microseconds wraps like unsigned.
+void settle_unsigned(int iUnits) {
+    const double fMs = settling_ms(iUnits);
+    unsigned int iMs = 0;
+    if (fMs >= static_cast<double>(UINT_MAX))
+        iMs = UINT_MAX;
+    else if (fMs > 0.0)
+        iMs = static_cast<unsigned int>(fMs);
+    usleep(iMs * 1000u);
+}
+
+void settle_signed(int iUnits) {
+    const int iMs = static_cast<int>(settling_ms(iUnits));
+    usleep(static_cast<unsigned int>(iMs) * 1000u);
+}
+
+void count_verified(bool bMatched) {
+    ++iTotalCount;
+    if (bMatched)
+        ++iSuccessCount;
+    else
+        ++iFailCount;
+}
+
+}  // namespace
+
+SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair value, unsigned int iPauseUs,
+                              unsigned int iDeviceId) {
+    SBytePair readBack{};
+    for (int iTry = 0; iTry < 2; ++iTry) {
+        command(write.iFirst, value.ucFirst, iPauseUs, iDeviceId);
+        command(write.iSecond, value.ucSecond, iPauseUs, iDeviceId);
+        readBack.ucFirst = command(read.iFirst, 0, iPauseUs, iDeviceId);
+        readBack.ucSecond = command(read.iSecond, 0, iPauseUs, iDeviceId);
+        if (readBack == value)
+            break;
+    }
+    return readBack;
+}
+
+ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
+    g_iCurShutterSpeed = iShutterSpeedW;
+    const SBytePair shutterW = split_word(iShutterSpeedW);
+
+    iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;
+    const SBytePair blankW = split_word(iCurBlankTime);
+    command(kWriteBlankTime.iFirst, blankW.ucFirst, kShutterPauseUs, iDeviceId);
+    command(kWriteBlankTime.iSecond, blankW.ucSecond, kShutterPauseUs, iDeviceId);
+
+    const SBytePair shutterR = write_verified_pair(kWriteShutter, kReadShutter, shutterW, kShutterPauseUs, iDeviceId);
+    // The whole int must come back: a value beyond 16 bits always counts as failed.
+    count_verified(shutterR == shutterW && join_word(shutterR) == iShutterSpeedW);
+
+    // Let the new exposure take effect before anyone reads frames.
+    settle_unsigned(iCurBlankTime);
+    return lu_ec_success;
+}
+
+ORU_ERROR_CODE get_shutter_speed_from_sensor(int* iCurSS, unsigned int iDeviceId) {
+    SBytePair shutterR;
+    shutterR.ucFirst = command(kReadShutter.iFirst, 0, kShutterReadPauseUs, iDeviceId);
+    shutterR.ucSecond = do_control_transfer(kReadShutter.iSecond, 0, iDeviceId);
+    const int iValue = join_word(shutterR);
+    // Settles on the shutter value read, not on the blank time as the setter does.
+    settle_signed(iValue);
+    *iCurSS = iValue;
+    return lu_ec_success;
+}
+
+ORU_ERROR_CODE get_current_shutter_speed(int* iShutterSpeed, unsigned int iDeviceId) {
+    return get_shutter_speed_from_sensor(iShutterSpeed, iDeviceId);
+}
+
+ORU_ERROR_CODE set_blank_time_to_sensor(int iBlankTime, unsigned int iDeviceId) {
+    const SBytePair blankW = split_word(iBlankTime);
+    command(kWriteBlankTime.iFirst, blankW.ucFirst, sleep_time_us(), iDeviceId);
+    command(kWriteBlankTime.iSecond, blankW.ucSecond, sleep_time_us(), iDeviceId);
+    iCurBlankTime = iBlankTime;
+    settle_unsigned(iCurBlankTime);
+    return lu_ec_success;
+}
+
+ORU_ERROR_CODE get_blank_time_from_sensor(int* iBlankTime, unsigned int iDeviceId) {
+    SBytePair blankR;
+    blankR.ucFirst = command(kReadBlankTime.iFirst, 0, sleep_time_us(), iDeviceId);
+    blankR.ucSecond = command(kReadBlankTime.iSecond, 0, sleep_time_us(), iDeviceId);
+    *iBlankTime = join_word(blankR);
+    iCurBlankTime = *iBlankTime;
+    return lu_ec_success;
+}
+
+ORU_ERROR_CODE set_adc_setting_values(unsigned char ucADCRangeIndex, unsigned char ucGain, unsigned char ucRes,
+                                      unsigned int iDeviceId) {
+    // The resolution is not masked to one bit: larger values set higher bits.
+    const SBytePair adcW = {ucADCRangeIndex, static_cast<unsigned char>((ucGain << 1) | ucRes)};
+    const SBytePair adcR = write_verified_pair(kWriteAdc, kReadAdc, adcW, sleep_time_us(), iDeviceId);
+    count_verified(adcR == adcW);
+    return lu_ec_success;
+}
+
+ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* ucGain, unsigned char* ucRes,
+                                      unsigned int iDeviceId) {
+    const unsigned char ucRange = command(kReadAdc.iFirst, 0, sleep_time_us(), iDeviceId);
+    const unsigned char ucGainRes = command(kReadAdc.iSecond, 0, sleep_time_us(), iDeviceId);
+    *ucADCRange = ucRange;
+    *ucGain = (ucGainRes >> 1) & 1;
+    *ucRes = ucGainRes & 1;
+    printf("[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
+           static_cast<int>(iDeviceId));
+    return lu_ec_success;
+}

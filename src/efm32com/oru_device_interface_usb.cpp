@@ -1,0 +1,217 @@
+// Discovery of the sensors (and of the external LED driver, which carries the
+// same USB ids) and the process-wide map of open handles.
+#include "efm32com/oru_device_interface_usb.h"
+
+#include "lusb_compat/lusb_compat.h"
+
+#include <cstdio>
+
+std::map<int, libusb_device_handle*> UsbDevHandle::pDevH = UsbDevHandle::create_map();
+std::map<int, int> UsbDevId::currentDevId = UsbDevId::create_map();
+
+std::map<int, libusb_device_handle*> UsbDevHandle::create_map() {
+    return {};
+}
+
+std::map<int, int> UsbDevId::create_map() {
+    return {};
+}
+
+libusb_device_handle* g_LedDriverHandle = nullptr;
+
+namespace {
+
+constexpr int kNoInterface = -1;
+constexpr int kFirstInterface = 0;
+constexpr uint8_t kFirstConfiguration = 0;
+
+bool init_default_context() {
+    usb_init();
+    if (libusb_init(NULL) < 0) {
+        puts("libusb_init() was failed !!");
+        return false;
+    }
+    return true;
+}
+
+bool is_oru_device(const libusb_device_descriptor& desc) {
+    return desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID;
+}
+
+void report_open_failure(int iError) {
+    if (iError == LIBUSB_ERROR_ACCESS) {
+        puts("Device open failed due to a permission denied error.");
+        puts("libusb requires write access to USB device nodes.");
+    }
+    printf("could not open device, error %d\n", iError);
+}
+
+// Map insert that keeps a live handle already stored under the key, but fills
+// an entry left null (failed claim, or a dispatcher lookup after a forget), so
+// that a reconnect really stores its new handle. Returns the stored handle.
+libusb_device_handle* store_handle(int iKey, libusb_device_handle* pHandle) {
+    auto inserted = UsbDevHandle::pDevH.insert({iKey, pHandle});
+    if (!inserted.second && inserted.first->second == nullptr)
+        inserted.first->second = pHandle;
+    return inserted.first->second;
+}
+
+// Claims the interface of the stored handle. On failure the handle is closed
+// and the entry stays with a null handle, which later transfers skip.
+bool claim_or_forget(int iKey, int iInterface) {
+    libusb_device_handle* pHandle = UsbDevHandle::pDevH[iKey];
+    // A USB serial driver often binds to these ids; let libusb detach it.
+    libusb_set_auto_detach_kernel_driver(pHandle, 1);
+    if (libusb_claim_interface(pHandle, iInterface) == LIBUSB_SUCCESS)
+        return true;
+    libusb_release_interface(pHandle, iInterface);
+    libusb_close(pHandle);
+    UsbDevHandle::pDevH[iKey] = nullptr;
+    return false;
+}
+
+int first_interface_number(libusb_device_handle* pHandle) {
+    puts("[Info] Reading first configuration descriptor:");
+    libusb_config_descriptor* pConfig = nullptr;
+    int nInterfaces = 0;
+    int iInterface = kNoInterface;
+    if (libusb_get_config_descriptor(libusb_get_device(pHandle), kFirstConfiguration, &pConfig) ==
+        LIBUSB_SUCCESS) {
+        nInterfaces = pConfig->bNumInterfaces;
+        if (nInterfaces > 0)
+            iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
+        libusb_free_config_descriptor(pConfig);
+    }
+    printf("[Info] nb interfaces: %d\n", nInterfaces);
+    return iInterface;
+}
+
+int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
+    const int iKey = static_cast<int>(iDeviceId);
+    unsigned int nMatching = 0;
+    libusb_device_handle* pHandle = nullptr;
+    bool bFound = false;
+    for (int i = 0; pList[i] != nullptr && !bFound; ++i) {
+        libusb_device_descriptor desc;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
+            puts("failed to get device descriptor");
+            return 0;
+        }
+        if (!is_oru_device(desc))
+            continue;
+        if (nMatching != iDeviceId) {
+            ++nMatching;
+            continue;
+        }
+        const int iError = libusb_open(pList[i], &pHandle);
+        if (iError != LIBUSB_SUCCESS) {
+            report_open_failure(iError);
+            return 0;
+        }
+        bFound = true;
+    }
+    if (!bFound)
+        return 0;
+
+    libusb_device_handle* pStored = store_handle(iKey, pHandle);
+    if (pStored != nullptr)
+        claim_or_forget(iKey, first_interface_number(pStored));
+    return UsbDevHandle::pDevH.count(iKey) ? 1 : 0;
+}
+
+int connect_all_devices(libusb_device** pList) {
+    int iKey = 0;
+    bool bOpened = false;
+    for (int i = 0; pList[i] != nullptr; ++i) {
+        libusb_device_descriptor desc;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
+            puts("failed to get device descriptor");
+            return 0;
+        }
+        if (!is_oru_device(desc))
+            continue;
+        libusb_device_handle* pHandle = nullptr;
+        const int iError = libusb_open(pList[i], &pHandle);
+        if (iError != LIBUSB_SUCCESS) {
+            report_open_failure(iError);
+            return 0;
+        }
+        bOpened = true;
+        if (store_handle(iKey, pHandle) != nullptr && claim_or_forget(iKey, kFirstInterface))
+            ++iKey;
+    }
+    return bOpened && UsbDevHandle::pDevH.count(iKey - 1) ? 1 : 0;
+}
+
+int open_led_driver(libusb_device** pList) {
+    for (int i = 0; pList[i] != nullptr; ++i) {
+        libusb_device_descriptor desc;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0)
+            return 0;
+        if (!is_oru_device(desc))
+            continue;
+        // The first device with our ids is taken as the LED driver, even when
+        // it is sensor 0: nothing on the bus tells the two apart.
+        libusb_device_handle* pHandle = nullptr;
+        const int iError = libusb_open(pList[i], &pHandle);
+        if (iError != LIBUSB_SUCCESS) {
+            report_open_failure(iError);
+            return 0;
+        }
+        g_LedDriverHandle = pHandle;
+        return 1;
+    }
+    return 0;
+}
+
+// Runs one scan over a fresh device list of the default context. Open
+// handles keep their own device references, so the list can go afterwards.
+template <typename Scan>
+int scan_bus(Scan scan) {
+    if (!init_default_context())
+        return 0;
+    libusb_device** pList = nullptr;
+    if (libusb_get_device_list(NULL, &pList) < 0)
+        return 0;
+    const int iResult = scan(pList);
+    libusb_free_device_list(pList, 1);
+    return iResult;
+}
+
+}  // namespace
+
+int connect_device(unsigned int iDeviceId) {
+    return scan_bus([iDeviceId](libusb_device** pList) { return connect_nth_device(pList, iDeviceId); });
+}
+
+int connect_device() {
+    return scan_bus(connect_all_devices);
+}
+
+int connect_device(int, int, unsigned int) {
+    return 0;
+}
+
+int connect_LED_device() {
+    if (g_LedDriverHandle != nullptr)
+        return 1;
+    return scan_bus(open_led_driver);
+}
+
+int disconnect_device(unsigned int iDeviceId) {
+    // Only forgets the handle: the interface stays claimed and the handle
+    // open, as the tear-down expects.
+    auto it = UsbDevHandle::pDevH.find(static_cast<int>(iDeviceId));
+    if (it != UsbDevHandle::pDevH.end() && it->second != nullptr)
+        UsbDevHandle::pDevH.erase(it);
+    return 1;
+}
+
+int reconnect_device(unsigned int&, libusb_device*, libusb_context*, bool) {
+    return 1;
+}
+
+libusb_device_handle* find_device_handle(unsigned int iDeviceId) {
+    auto it = UsbDevHandle::pDevH.find(static_cast<int>(iDeviceId));
+    return it == UsbDevHandle::pDevH.end() ? nullptr : it->second;
+}
