@@ -1,0 +1,120 @@
+// Exported functions acting on the active sensor: exposure, auto exposure,
+// filter data and ADC parameters.
+#include "oru_device_api.h"
+
+#include "oru_device_api_state.h"
+#include "oru_device_api_valid_filters.h"
+#include "oru_device_interface.h"
+
+#include <array>
+#include <vector>
+
+namespace {
+
+constexpr int kMinShutterSpeed = 1;
+constexpr int kMaxShutterSpeed = 3000;
+constexpr int kDefaultAdcRange = 132;
+
+unsigned int active_index() { return static_cast<unsigned int>(g_current_device_index); }
+
+int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters, int target_DN) {
+    return oru_api_call([&] {
+        oru_device_interface& device = oru_api_active_device();
+        const std::array<int, num_valid_filters> valid_filters = g_default_valid_filters;
+        const int saturation_value = target_DN;
+        const int sleep_time = 10;
+
+        std::vector<int> valid_filter_list;
+        std::vector<double> background_data(1024, 0.0);
+        // Caller's list is 1-based and taken as given.
+        if (valid_filters_in != nullptr)
+            valid_filter_list.assign(valid_filters_in, valid_filters_in + (num_of_valid_filters > 0 ? num_of_valid_filters : 0));
+        else
+            valid_filter_list.assign(valid_filters.begin(), valid_filters.end());
+
+        device.set_auto_exposure_parameters(target_DN, active_index());
+        return device.find_optimal_shutter_speed(valid_filter_list, background_data, saturation_value, sleep_time,
+                                                 active_index());
+    });
+}
+
+}  // namespace
+
+extern "C" {
+
+int duGetShutterSpeed(void) {
+    return oru_api_call([] { return oru_api_active_device().get_shutter_speed(active_index()); });
+}
+
+int duGetShutterSpeedLimits(int* min_limit, int* max_limit) {
+    if (min_limit != nullptr) *min_limit = kMinShutterSpeed;
+    if (max_limit != nullptr) *max_limit = kMaxShutterSpeed;
+    return 1;
+}
+
+int duShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val) {
+    return oru_api_call([&] {
+        return oru_api_active_device().shutter_to_exposure_time_ms(master_clock, shutter_speed, exposure_time_val);
+    });
+}
+
+int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed) {
+    return oru_api_call([&] {
+        return oru_api_active_device().exposure_tim_ms_to_shutter(master_clock, exposure_time_val, shutter_speed);
+    });
+}
+
+int duSetShutterSpeed(int shutter) {
+    return oru_api_call([&] {
+        int clamped = shutter;
+        if (clamped < kMinShutterSpeed) clamped = kMinShutterSpeed;
+        if (clamped > kMaxShutterSpeed) clamped = kMaxShutterSpeed;
+        oru_api_active_device().set_shutter_speed(clamped, active_index());
+        return 1;
+    });
+}
+
+int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN) {
+    return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, target_DN);
+}
+
+int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters) {
+    return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, 3500);
+}
+
+int duGetFilterData(double* output, int number_of_averages) {
+    return oru_api_call([&] {
+        const double ret_val = oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0,
+                                                                        active_index());
+        (void)ret_val;  // the device's own result carries nothing for the caller
+        return 1;
+    });
+}
+
+int duSetSensorParameters(int _adc_gain, int _adc_range) {
+    return oru_api_call([&] {
+        int adc_gain = _adc_gain;
+        if (adc_gain < 0 || adc_gain > 1) adc_gain = 0;
+        int adc_range = _adc_range;
+        if (adc_range < 0 || adc_range > 255) adc_range = kDefaultAdcRange;
+        int adc_res = 0;
+        if (adc_res < 0 || adc_res > 1) adc_res = 0;
+        oru_api_active_device().set_adc_settings(static_cast<unsigned char>(adc_range),
+                                                 static_cast<unsigned char>(adc_gain),
+                                                 static_cast<unsigned char>(adc_res), active_index());
+        return 1;
+    });
+}
+
+int duGetSensorParameters(int* _adc_gain, int* _adc_range) {
+    return oru_api_call([&] {
+        if (_adc_gain == nullptr || _adc_range == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
+        unsigned char adc_range = 0, adc_gain = 0, adc_res = 0;
+        oru_api_active_device().get_adcsettings(&adc_range, &adc_gain, &adc_res, active_index());
+        *_adc_range = adc_range;
+        *_adc_gain = adc_gain;
+        return 1;
+    });
+}
+
+}  // extern "C"

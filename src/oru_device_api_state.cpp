@@ -1,0 +1,35 @@
+// Module state of the exported functions.
+#include "oru_device_api_state.h"
+
+#include "oru_device_interface.h"
+
+#include <cstdio>
+
+oru_device_interface* g_pDeviceInterface[ORU_API_SLOTS] = {};
+int g_total_num_of_sensors = 0;
+int g_current_device_index = 0;
+
+oru_device_interface& oru_api_device_at(int index) {
+    if (index < 0 || index >= ORU_API_SLOTS || g_pDeviceInterface[index] == nullptr)
+        throw oru_base_exception(lu_ec_device_object_is_null);
+    return *g_pDeviceInterface[index];
+}
+
+oru_device_interface& oru_api_active_device() { return oru_api_device_at(g_current_device_index); }
+
+void oru_api_release_sensor_slots() {
+    for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
+        delete g_pDeviceInterface[i];
+        g_pDeviceInterface[i] = nullptr;
+    }
+}
+
+int oru_api_report(const oru_base_exception& e) {
+    std::printf("[oru_device_api] ORU_BASE_EXCEPTION happened: %s\n", e.what());
+    return -e.error_code;
+}
+
+int oru_api_report_unknown() {
+    std::puts("[oru_device_api] std::exception happed !!");
+    return -1;
+}

@@ -1,0 +1,68 @@
+#include "api_test_support.h"
+
+#include "efm32com/oru_device_interface_stm_bringup.h"
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+
+StdoutCapture::StdoutCapture() : m_active(true) { testing::internal::CaptureStdout(); }
+
+StdoutCapture::~StdoutCapture() { text(); }
+
+std::string StdoutCapture::text() {
+    if (!m_active) return std::string();
+    m_active = false;
+    return testing::internal::GetCapturedStdout();
+}
+
+void VirtualBusTest::SetUp() { vsensor::reset(); }
+
+void VirtualBusTest::TearDown() {
+    if (duGetTotalSensors() > 0) {
+        StdoutCapture quiet;
+        duDisconnect();
+    }
+    // A bring-up of sensor 0 starts the event thread even when no sensor
+    // came up; end it so that the process can exit cleanly.
+    if (usbEventLoop_thread.joinable()) {
+        StdoutCapture quiet;
+        close_device_interface(0);
+    }
+}
+
+void VirtualBusTest::add_sensors(int count, const vsensor::SensorOptions& options) {
+    for (int i = 0; i < count; ++i) vsensor::add_sensor(options);
+}
+
+std::string VirtualBusTest::default_sensor_id(int position) {
+    const vsensor::Identity id;
+    return std::string(1, id.lot_char) + std::to_string(id.lot_id) + "-" + std::to_string(id.wafer_id) + "-" +
+           std::to_string(id.x_coord + position) + "-" + std::to_string(id.y_coord) + "-" +
+           std::to_string(id.sensor_type);
+}
+
+std::string api_exception_line(int code) {
+    return std::string("[oru_device_api] ORU_BASE_EXCEPTION happened: ") +
+           oru_base_exception(static_cast<ORU_ERROR_CODE>(code)).what() + "\n";
+}
+
+std::string api_unknown_exception_line() { return "[oru_device_api] std::exception happed !!\n"; }
+
+int find_item(const std::vector<std::string>& items, const std::string& needle, int from) {
+    for (int i = from < 0 ? 0 : from; i < static_cast<int>(items.size()); ++i) {
+        if (items[static_cast<std::size_t>(i)].find(needle) != std::string::npos) return i;
+    }
+    return -1;
+}
+
+std::vector<std::string> transcript_items(int dev, bool with_lifecycle) {
+    const std::string text = vsensor::transcript(dev, with_lifecycle);
+    std::vector<std::string> items;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        std::size_t end = text.find(", ", start);
+        if (end == std::string::npos) end = text.size();
+        items.push_back(text.substr(start, end - start));
+        start = end + 2;
+    }
+    return items;
+}

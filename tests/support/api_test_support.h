@@ -1,0 +1,51 @@
+// Helpers for the tests of the exported functions, the facade, the device
+// object and the registry: a fixture on an empty virtual bus and stdout capture.
+#ifndef ORU_TESTS_API_TEST_SUPPORT_H
+#define ORU_TESTS_API_TEST_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "vsensor/vsensor.h"
+
+// Captures what is printed on standard output while it is alive.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture();
+    StdoutCapture(const StdoutCapture&) = delete;
+    StdoutCapture& operator=(const StdoutCapture&) = delete;
+    // Ends the capture and returns the text (empty on a second call).
+    std::string text();
+
+private:
+    bool m_active;
+};
+
+// Starts every test with an empty virtual bus and leaves no sensor open and
+// no event thread running behind it.
+class VirtualBusTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Adds `count` sensors with their distinct default identities.
+    static void add_sensors(int count, const vsensor::SensorOptions& options = {});
+    // The ID text that the default identity of bus position `position` has.
+    static std::string default_sensor_id(int position);
+};
+
+// The line the API prints for an oru_base_exception with this code.
+std::string api_exception_line(int code);
+// The line the API prints for any other exception.
+std::string api_unknown_exception_line();
+
+// Index of the first element of `items` at or after `from` that contains
+// `needle`, or -1.
+int find_item(const std::vector<std::string>& items, const std::string& needle, int from = 0);
+// vsensor::transcript split at ", ".
+std::vector<std::string> transcript_items(int dev = -1, bool with_lifecycle = false);
+
+#endif

@@ -1,0 +1,231 @@
+// Exported exposure functions: shutter speed, limits, conversions, ADC
+// parameters and the search for the optimal shutter speed.
+#include "api_test_support.h"
+
+#include "efm32com/oru_device_interface_ae.h"
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+#include "oru_device_api_valid_filters.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+class ApiExposure : public VirtualBusTest {
+protected:
+    void connect(int sensors) {
+        add_sensors(sensors);
+        StdoutCapture out;
+        ASSERT_EQ(duConnect(), sensors);
+    }
+};
+
+TEST_F(ApiExposure, LimitsAreFixedAndNeedNoSensor) {
+    int min_limit = 0, max_limit = 0;
+    StdoutCapture out;
+    EXPECT_EQ(duGetShutterSpeedLimits(&min_limit, &max_limit), 1);
+    EXPECT_EQ(min_limit, 1);
+    EXPECT_EQ(max_limit, 3000);
+    EXPECT_EQ(out.text(), "");
+}
+
+TEST_F(ApiExposure, ShutterSpeedIsClampedToTheApiRange) {
+    connect(1);
+    EXPECT_EQ(duSetShutterSpeed(0), 1);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+    EXPECT_EQ(duGetShutterSpeed(), 1);
+    EXPECT_EQ(duSetShutterSpeed(5000), 1);
+    EXPECT_EQ(vsensor::shutter_speed(0), 3000);
+    EXPECT_EQ(duGetShutterSpeed(), 3000);
+    EXPECT_EQ(duSetShutterSpeed(-40), 1);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+    EXPECT_EQ(duSetShutterSpeed(1234), 1);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1234);
+    EXPECT_EQ(vsensor::register_value(0, 37), 1234 >> 8);
+    EXPECT_EQ(vsensor::register_value(0, 5), 1234 & 0xFF);
+    EXPECT_EQ(duGetShutterSpeed(), 1234);
+}
+
+TEST_F(ApiExposure, ShutterSpeedGoesToTheActiveSensorOnly) {
+    connect(2);
+    duActivateSensorWithIndex(1);
+    EXPECT_EQ(duSetShutterSpeed(700), 1);
+    EXPECT_EQ(vsensor::shutter_speed(1), 700);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+}
+
+TEST_F(ApiExposure, AdcParametersAreClampedToWireValues) {
+    connect(1);
+    EXPECT_EQ(duSetSensorParameters(2, 300), 1);
+    EXPECT_EQ(vsensor::register_value(0, 19), 132);
+    EXPECT_EQ(vsensor::register_value(0, 20), 0);
+    EXPECT_EQ(duSetSensorParameters(1, 255), 1);
+    EXPECT_EQ(vsensor::register_value(0, 19), 255);
+    EXPECT_EQ(vsensor::register_value(0, 20), 2);
+    EXPECT_EQ(duSetSensorParameters(-1, -1), 1);
+    EXPECT_EQ(vsensor::register_value(0, 19), 132);
+    EXPECT_EQ(vsensor::register_value(0, 20), 0);
+    EXPECT_EQ(duSetSensorParameters(1, 0), 1);
+    EXPECT_EQ(vsensor::register_value(0, 19), 0);
+    EXPECT_EQ(vsensor::register_value(0, 20), 2);
+}
+
+TEST_F(ApiExposure, AdcParametersReadBackAndPrintTheDeviceLine) {
+    connect(2);
+    duActivateSensorWithIndex(1);
+    ASSERT_EQ(duSetSensorParameters(1, 200), 1);
+    int gain = -1, range = -1;
+    StdoutCapture out;
+    EXPECT_EQ(duGetSensorParameters(&gain, &range), 1);
+    EXPECT_EQ(out.text(), "[STM] ADC range: 200, Gain: 1, Res: 0, Device Id: 1\n");
+    EXPECT_EQ(gain, 1);
+    EXPECT_EQ(range, 200);
+    EXPECT_EQ(vsensor::register_value(0, 19), 132);  // sensor 0 untouched
+}
+
+TEST_F(ApiExposure, AdcParametersNeedOutputs) {
+    connect(1);
+    int gain = 7;
+    StdoutCapture out;
+    EXPECT_EQ(duGetSensorParameters(&gain, nullptr), -2);
+    EXPECT_EQ(out.text(), api_exception_line(lu_ec_memory_is_null));
+    EXPECT_EQ(gain, 7);
+}
+
+TEST_F(ApiExposure, ShutterSpeedToExposureTimeUsesIntegerDivision) {
+    connect(1);
+    double ms = -1.0;
+    EXPECT_EQ(duShutterSpeedToExposureTime(1, 1000, &ms), 1);
+    EXPECT_DOUBLE_EQ(ms, 912.0);
+    EXPECT_EQ(duShutterSpeedToExposureTime(1, 1, &ms), 1);
+    EXPECT_DOUBLE_EQ(ms, 1.0);
+    EXPECT_EQ(duShutterSpeedToExposureTime(2, 1, &ms), 1);
+    EXPECT_DOUBLE_EQ(ms, 0.0);
+    EXPECT_EQ(duShutterSpeedToExposureTime(3, 3000, &ms), 1);
+    EXPECT_DOUBLE_EQ(ms, 912.0);  // 2736160 / 3000
+}
+
+TEST_F(ApiExposure, ExposureTimeToShutterSpeedTruncatesTowardZero) {
+    connect(1);
+    int ss = -1;
+    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 912.0, &ss), 1);
+    EXPECT_EQ(ss, 1726);
+    EXPECT_EQ(duExposureTimeToShutterSpeed(2, 912.0, &ss), 1);
+    EXPECT_EQ(ss, 3453);
+    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 0.5, &ss), 1);
+    EXPECT_EQ(ss, 0);  // -0.083 truncated
+    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 0.0, &ss), 1);
+    EXPECT_EQ(ss, -1);  // -544 / 528
+}
+
+TEST_F(ApiExposure, ConversionsReportBadArguments) {
+    connect(1);
+    StdoutCapture out;
+    EXPECT_EQ(duShutterSpeedToExposureTime(1, 10, nullptr), -2);
+    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 10.0, nullptr), -2);
+    double ms = 0.0;
+    EXPECT_EQ(duShutterSpeedToExposureTime(0, 10, &ms), -24);
+    EXPECT_EQ(out.text(), api_exception_line(lu_ec_memory_is_null) + api_exception_line(lu_ec_memory_is_null) +
+                              api_exception_line(lu_ec_ill_defined_input));
+}
+
+// Frames in which the given 0-based filters read `inside` and all others `outside`.
+void set_filters(int dev, const std::vector<int>& zero_based, uint16_t inside, uint16_t outside) {
+    std::vector<uint16_t> pattern(1024, outside);
+    for (int index : zero_based) pattern[static_cast<std::size_t>(index)] = inside;
+    vsensor::set_pattern(dev, pattern);
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedWithoutListUsesTheDefaultFilters) {
+    connect(1);
+    // The default table is taken as 1-based like a caller's list: only the
+    // filters it names (minus one) are in the window, every other filter is
+    // far above it. Reading any other filter (say 990, which a 0-based use of
+    // the table would include) would move the search off 5.
+    std::vector<int> zero_based;
+    for (int index : g_default_valid_filters) zero_based.push_back(index - 1);
+    set_filters(0, zero_based, 3000, 4095);
+    StdoutCapture out;
+    EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), 5);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(vsensor::shutter_speed(0), 5);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3500);
+    EXPECT_EQ(m_gAEParams.lower_dn_value, 2900);
+    EXPECT_EQ(m_gAEParams.target_dn_value, 3200);
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedTakesAOneBasedList) {
+    connect(1);
+    set_filters(0, {0, 1, 2}, 3000, 4095);
+    int list[] = {1, 2, 3};
+    EXPECT_EQ(duGetOptimalShutterSpeed(list, 3), 5);
+    EXPECT_EQ(vsensor::shutter_speed(0), 5);
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedTargetAboveFourThousandSearchesAtFourThousand) {
+    connect(1);
+    // 3450 is inside the window of 4000 (3400..4000) but below that of 4500.
+    set_filters(0, {0, 1, 2}, 3450, 100);
+    int list[] = {1, 2, 3};
+    EXPECT_EQ(duGetOptimalShutterSpeed2(list, 3, 4500), 5);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 4000);
+    EXPECT_EQ(m_gAEParams.lower_dn_value, 3400);
+    EXPECT_EQ(m_gAEParams.mean_upper_dn_value, 4000);
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedTargetBelowFourThousandIsKept) {
+    connect(1);
+    set_filters(0, {0, 1, 2}, 3000, 100);
+    int list[] = {1, 2, 3};
+    EXPECT_EQ(duGetOptimalShutterSpeed2(list, 3, 3600), 5);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3600);
+    EXPECT_EQ(m_gAEParams.lower_dn_value, 3000);
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedSaturatedAtShutterOneGivesMinusOne) {
+    connect(1);
+    vsensor::set_constant_frame(0, 4095);
+    StdoutCapture out;
+    EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), -1);
+    EXPECT_EQ(out.text(), "");  // a search result, not an error
+}
+
+TEST_F(ApiExposure, OptimalShutterSpeedRunsOnTheActiveSensor) {
+    connect(2);
+    set_filters(0, {0, 1, 2}, 100, 100);
+    set_filters(1, {0, 1, 2}, 3000, 4095);
+    duActivateSensorWithIndex(1);
+    int list[] = {1, 2, 3};
+    EXPECT_EQ(duGetOptimalShutterSpeed(list, 3), 5);
+    EXPECT_EQ(vsensor::shutter_speed(1), 5);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+}
+
+TEST_F(ApiExposure, StalledSensorFailsTheSearchWithTimeout) {
+    connect(1);
+    vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    StdoutCapture out;
+    EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), -9);
+    EXPECT_EQ(out.text(), api_exception_line(lu_ec_fw_recv_timeout));
+}
+
+TEST_F(ApiExposure, WithoutSensorEveryCallReportsAMissingDevice) {
+    int value = 0;
+    double ms = 0.0;
+    int list[] = {1};
+    StdoutCapture out;
+    EXPECT_EQ(duGetShutterSpeed(), -7);
+    EXPECT_EQ(duSetShutterSpeed(10), -7);
+    EXPECT_EQ(duShutterSpeedToExposureTime(1, 10, &ms), -7);
+    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 10.0, &value), -7);
+    EXPECT_EQ(duGetOptimalShutterSpeed(list, 1), -7);
+    EXPECT_EQ(duGetOptimalShutterSpeed2(list, 1, 3000), -7);
+    EXPECT_EQ(duSetSensorParameters(1, 132), -7);
+    EXPECT_EQ(duGetSensorParameters(&value, &value), -7);
+    std::string expected;
+    for (int i = 0; i < 8; ++i) expected += api_exception_line(lu_ec_device_object_is_null);
+    EXPECT_EQ(out.text(), expected);
+}
+
+}  // namespace

@@ -1,0 +1,439 @@
+// The per-sensor device object: its table of virtual operations, initial
+// state, guards, exposure handling, conversions and filter-data operations.
+#include "api_test_support.h"
+
+#include "efm32com/oru_device_interface_ae.h"
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "oru_device_interface_base.h"
+
+#include <cstddef>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+namespace {
+
+using Base = oru_device_interface_base;
+
+// Position of a virtual operation in the table, from its member-pointer form
+// (Itanium C++ ABI; ARM keeps the virtual flag in the adjustment instead).
+template <typename Pmf>
+long vtable_slot(Pmf pmf) {
+    struct Rep {
+        std::ptrdiff_t ptr;
+        std::ptrdiff_t adj;
+    } rep;
+    static_assert(sizeof(Pmf) == sizeof(Rep), "unexpected member pointer size");
+    std::memcpy(&rep, &pmf, sizeof rep);
+#if defined(__arm__) || defined(__aarch64__)
+    if ((rep.adj & 1) == 0) return -1;
+    return static_cast<long>(rep.ptr / static_cast<std::ptrdiff_t>(sizeof(void*)));
+#else
+    if ((rep.ptr & 1) == 0) return -1;
+    return static_cast<long>((rep.ptr - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
+#endif
+}
+
+TEST(DeviceObjectTable, VirtualOperationsAreInTheirFixedOrder) {
+    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)()>(&Base::initialize)), 0);
+    EXPECT_EQ(vtable_slot(static_cast<int (Base::*)(unsigned int)>(&Base::initialize)), 1);
+    EXPECT_EQ(vtable_slot(&Base::is_initialized), 2);
+    EXPECT_EQ(vtable_slot(&Base::finalize), 3);
+    EXPECT_EQ(vtable_slot(&Base::reconnect_device), 4);
+    EXPECT_EQ(vtable_slot(&Base::enable_spatial_filtering), 5);
+    EXPECT_EQ(vtable_slot(&Base::find_optimal_shutter_speed), 6);
+    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)(int, unsigned int)>(&Base::set_auto_exposure_parameters)), 7);
+    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)(int, int, int, int, int, unsigned int)>(
+                  &Base::set_auto_exposure_parameters)),
+              8);
+    EXPECT_EQ(vtable_slot(&Base::enable_frame_moving_average), 9);
+    EXPECT_EQ(vtable_slot(&Base::get_background_filter_data), 10);
+    EXPECT_EQ(vtable_slot(static_cast<double (Base::*)(double*, int, int, int, unsigned int)>(&Base::get_filter_data)),
+              11);
+    EXPECT_EQ(vtable_slot(static_cast<int (Base::*)(std::vector<double>&, int, int, bool, int, int)>(
+                  &Base::get_filter_data)),
+              12);
+    EXPECT_EQ(vtable_slot(&Base::get_filter_data_2048), 13);
+    EXPECT_EQ(vtable_slot(&Base::get_shutter_speed), 14);
+    EXPECT_EQ(vtable_slot(&Base::set_shutter_speed), 15);
+    EXPECT_EQ(vtable_slot(&Base::set_blank_time), 16);
+    EXPECT_EQ(vtable_slot(&Base::get_blank_time), 17);
+    EXPECT_EQ(vtable_slot(&Base::get_min_shutter_speed), 18);
+    EXPECT_EQ(vtable_slot(&Base::get_max_shutter_speed), 19);
+    EXPECT_EQ(vtable_slot(&Base::get_min_filter_out), 20);
+    EXPECT_EQ(vtable_slot(&Base::get_max_filter_out), 21);
+    EXPECT_EQ(vtable_slot(&Base::get_num_filters), 22);
+    EXPECT_EQ(vtable_slot(&Base::get_abnormal_filters), 23);
+    EXPECT_EQ(vtable_slot(&Base::set_led_module_op_mode), 24);
+    EXPECT_EQ(vtable_slot(&Base::set_onboard_frame_average), 25);
+    EXPECT_EQ(vtable_slot(&Base::get_onboard_frame_average), 26);
+    EXPECT_EQ(vtable_slot(&Base::set_onboard_dark_correction), 27);
+    EXPECT_EQ(vtable_slot(&Base::get_onboard_dark_correction), 28);
+    EXPECT_EQ(vtable_slot(&Base::get_onboard_dark_frame), 29);
+    EXPECT_EQ(vtable_slot(&Base::get_poi_info), 30);
+    EXPECT_EQ(vtable_slot(&Base::set_poi_info), 31);
+    EXPECT_EQ(vtable_slot(&Base::get_poi_filter_data), 32);
+    EXPECT_EQ(vtable_slot(&Base::leddriver_isopen), 33);
+    EXPECT_EQ(vtable_slot(&Base::leddriver_close), 34);
+    EXPECT_EQ(vtable_slot(&Base::leddriver_set_led_state), 35);
+    EXPECT_EQ(vtable_slot(&Base::leddriver_turn_off_all), 36);
+    // Non-virtual operations have no slot.
+    EXPECT_EQ(vtable_slot(&Base::get_adc_range), -1);
+}
+
+TEST(AcquisitionConditions, DefaultRecord) {
+    SDataAcqCondition c;
+    EXPECT_EQ(c.deviceid, 0);
+    EXPECT_EQ(c.datasize, 1024);
+    EXPECT_EQ(c.sensortype, "unknown");
+    EXPECT_EQ(c.adc, 132);
+    EXPECT_EQ(c.gain, 1);
+    EXPECT_EQ(c.ss, 250);
+    EXPECT_EQ(c.average, 1);
+    EXPECT_EQ(c.frames, 1);
+    EXPECT_TRUE(c.append);
+    EXPECT_EQ(c.datatype, AcqDataType_Raw);
+    EXPECT_TRUE(c.validpixelonly);
+    EXPECT_FALSE(c.normalized);
+    EXPECT_FALSE(c.hdr);
+    EXPECT_EQ(c.hdrscale, 1);
+    EXPECT_FALSE(c.useAE);
+    EXPECT_FALSE(c.ignoreOutliers);
+    EXPECT_EQ(c.pixelBinningMode, 0);
+    EXPECT_EQ(c.darkcorrectionMode, 4);
+    EXPECT_EQ(AcqDataType_Unknown, 0);
+    EXPECT_EQ(AcqDataType_Ref, 4);
+
+    c.ss = 9;
+    c.sensortype = "x";
+    c.reset();
+    EXPECT_EQ(c.ss, 250);
+    EXPECT_EQ(c.sensortype, "unknown");
+}
+
+class DeviceObject : public VirtualBusTest {
+protected:
+    static void bring_up(Base& device, unsigned int index) {
+        StdoutCapture quiet;
+        ASSERT_EQ(device.initialize(index), 1);
+    }
+};
+
+void expect_code(int expected, const std::function<void()>& operation) {
+    try {
+        operation();
+        ADD_FAILURE() << "no exception";
+    } catch (const oru_base_exception& e) {
+        EXPECT_EQ(e.error_code, expected);
+    }
+}
+
+TEST_F(DeviceObject, InitialStateAndClearedMovingAverageBuffer) {
+    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 7.0);
+    Base device(0);
+    for (double v : g_FMA_Buffer) ASSERT_EQ(v, 0.0);
+    EXPECT_FALSE(device.m_interface_is_initialized);
+    EXPECT_EQ(device.m_dark_average_val, 0.0);
+    EXPECT_EQ(device.m_ShutterSpeed2, 20);
+    EXPECT_EQ(device.m_adc_range, 132);
+    EXPECT_EQ(device.m_adc_gain, 1);
+    EXPECT_EQ(device.m_adc_res, 0);
+    EXPECT_TRUE(device.m_sensor_id.empty());
+    EXPECT_FALSE(device.m_bEnableOBDC);
+    EXPECT_FALSE(device.m_bFilterDataAtSS1IsReady);
+    EXPECT_TRUE(device.m_AcqCond.empty());
+    EXPECT_EQ(device.get_adc_range(0), 132);
+}
+
+TEST_F(DeviceObject, ConstantsNeedNoDevice) {
+    Base device(0);
+    EXPECT_EQ(device.get_min_shutter_speed(5), 1);
+    EXPECT_EQ(device.get_max_shutter_speed(5), 16777215);
+    EXPECT_EQ(device.get_min_filter_out(5), 0.0);
+    EXPECT_EQ(device.get_max_filter_out(5), 4095.0);
+    EXPECT_EQ(device.get_num_filters(5), 1024);
+}
+
+TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
+    Base device(0);
+    std::vector<double> buffer(1024);
+    unsigned char a = 0, b = 0, c = 0;
+    bool on[1] = {true};
+    char raw[5] = {};
+    constexpr int kCode = lu_ec_initialization_required;
+    expect_code(kCode, [&] { device.finalize(0); });
+    expect_code(kCode, [&] { device.get_shutter_speed(0); });
+    expect_code(kCode, [&] { device.set_shutter_speed(10, 0); });
+    expect_code(kCode, [&] { device.set_blank_time(10, 0); });
+    expect_code(kCode, [&] { device.get_blank_time(0); });
+    expect_code(kCode, [&] { device.get_filter_data(buffer.data(), 1, 0, 0, 0); });
+    expect_code(kCode, [&] { device.get_background_filter_data(buffer.data(), 1, 0); });
+    expect_code(kCode, [&] { device.get_abnormal_filters(0); });
+    expect_code(kCode, [&] { device.set_led_module_op_mode(1, 0); });
+    expect_code(kCode, [&] { device.set_onboard_frame_average(2, 0); });
+    expect_code(kCode, [&] { device.get_onboard_frame_average(0); });
+    expect_code(kCode, [&] { device.set_onboard_dark_correction(true, 0); });
+    expect_code(kCode, [&] { device.get_onboard_dark_frame(0); });
+    expect_code(kCode, [&] { device.set_acq_mode(1); });
+    expect_code(kCode, [&] { device.get_acq_mode(nullptr); });
+    expect_code(kCode, [&] { device.set_led_state(on, 1, 1, 0); });
+    expect_code(kCode, [&] { device.set_led_opmode(1, 1, 0); });
+    expect_code(kCode, [&] { device.set_adc_settings(1, 1); });
+    expect_code(kCode, [&] { device.set_adc_settings(1, 1, 0, 0); });
+    expect_code(kCode, [&] { device.get_adcsettings(&a, &b, &c, 0); });
+    expect_code(kCode, [&] { device.get_sensor_id(raw, 0); });
+    expect_code(kCode, [&] { device.decode_sensor_id(raw, 0); });
+    EXPECT_FALSE(device.m_bEnableOBDC);  // the guard comes first
+}
+
+TEST_F(DeviceObject, TestDeviceClearsBothFlagsBeforeThrowing) {
+    Base device(0);
+    bool sensor_ok = true, controller_ok = true;
+    expect_code(lu_ec_initialization_required, [&] { device.test_device(sensor_ok, controller_ok, 0); });
+    EXPECT_FALSE(sensor_ok);
+    EXPECT_FALSE(controller_ok);
+}
+
+TEST_F(DeviceObject, FailedInitializeLeavesTheFlagDown) {
+    Base device(0);
+    StdoutCapture quiet;
+    EXPECT_EQ(device.initialize(0), -1);
+    EXPECT_FALSE(device.is_initialized(0));
+}
+
+TEST_F(DeviceObject, InitializeSetsShutterSpeedOne) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    EXPECT_TRUE(device.is_initialized(0));
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+    bool sensor_ok = false, controller_ok = false;
+    device.test_device(sensor_ok, controller_ok, 0);
+    EXPECT_TRUE(sensor_ok);
+    EXPECT_TRUE(controller_ok);
+}
+
+TEST_F(DeviceObject, ShutterSpeedIsTheLastValueSet) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    device.set_shutter_speed(300, 0);
+    EXPECT_EQ(vsensor::shutter_speed(0), 300);
+    EXPECT_EQ(device.get_shutter_speed(0), 300);
+    EXPECT_EQ(g_current_shutter_speed, 300);
+    // Not read back from the device.
+    vsensor::set_register_value(0, 5, 7);
+    EXPECT_EQ(device.get_shutter_speed(0), 300);
+}
+
+TEST_F(DeviceObject, BlankTimeRoundTrip) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    device.set_blank_time(600, 0);
+    EXPECT_EQ(vsensor::register_value(0, 34), 600 >> 8);
+    EXPECT_EQ(vsensor::register_value(0, 33), 600 & 0xFF);
+    EXPECT_EQ(device.get_blank_time(0), 600);
+}
+
+TEST_F(DeviceObject, AcquisitionConditionsAreStoredAndApplied) {
+    add_sensors(2);
+    Base device(0);
+    bring_up(device, 0);
+    // Sensor 1 is brought up by an object that is never destroyed (its
+    // destructor would close sensor 0).
+    Base* second = new Base(0);
+    bring_up(*second, 1);
+    SDataAcqCondition conditions;
+    conditions.ss = 250;
+    conditions.datasize = 100;
+    device.set_frame_acquisition_conditions(conditions, 1);
+    EXPECT_EQ(vsensor::shutter_speed(1), 250);
+    ASSERT_EQ(device.m_AcqCond.count(1), 1u);
+    EXPECT_EQ(device.m_AcqCond[1].datasize, 100);
+    conditions.ss = 40;
+    conditions.datasize = 200;
+    device.set_frame_acquisition_conditions(conditions, 1);
+    EXPECT_EQ(vsensor::shutter_speed(1), 40);
+    EXPECT_EQ(device.m_AcqCond.size(), 1u);
+    EXPECT_EQ(device.m_AcqCond[1].datasize, 200);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+}
+
+TEST_F(DeviceObject, ExposureConversionsKeepTheirIntegerQuirks) {
+    Base device(0);
+    double ms = -1.0;
+    int ss = -1;
+    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 1000, &ms), 1);
+    EXPECT_EQ(ms, 912.0);
+    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 1, &ms), 1);
+    EXPECT_EQ(ms, 1.0);
+    EXPECT_EQ(device.shutter_to_exposure_time_ms(2, 1, &ms), 1);
+    EXPECT_EQ(ms, 0.0);
+    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 999, &ms), 1);
+    EXPECT_EQ(ms, 911.0);  // 911248 / 1000
+    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 912.0, &ss), 1);
+    EXPECT_EQ(ss, 1726);
+    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 1.0, &ss), 1);
+    EXPECT_EQ(ss, 0);  // 456 / 528
+    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 1.5, &ss), 1);
+    EXPECT_EQ(ss, 1);  // 956 / 528
+}
+
+TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSize) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    vsensor::set_constant_frame(0, 1500);
+    std::vector<double> values{1.0, 2.0};
+    EXPECT_EQ(device.get_filter_data(values, 2, 0, false, 0, 0), 0);
+    ASSERT_EQ(values.size(), 1024u);
+    for (double v : values) ASSERT_EQ(v, 1500.0);
+
+    SDataAcqCondition conditions;
+    conditions.datasize = 512;
+    device.set_frame_acquisition_conditions(conditions, 0);
+    EXPECT_EQ(device.get_filter_data(values, 2, 0, false, 0, 0), 0);
+    ASSERT_EQ(values.size(), 1024u);
+    EXPECT_EQ(values[511], 1500.0);
+    for (std::size_t i = 512; i < 1024; ++i) ASSERT_EQ(values[i], 0.0) << i;
+}
+
+TEST_F(DeviceObject, DarkCorrectionModeOneKeepsACopyOfTheFrame) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    std::vector<uint16_t> pattern(1024);
+    for (int i = 0; i < 1024; ++i) pattern[static_cast<std::size_t>(i)] = static_cast<uint16_t>(4 * i);
+    vsensor::set_pattern(0, pattern);
+    std::vector<double> buffer(1024, -1.0);
+    EXPECT_EQ(device.get_filter_data(buffer.data(), 2, 1, 0, 0), 1.0);
+    for (int i = 0; i < 1024; ++i) {
+        ASSERT_EQ(buffer[static_cast<std::size_t>(i)], 4.0 * i);
+        ASSERT_EQ(device.m_current_filter_data[i], 4.0 * i);
+    }
+}
+
+TEST_F(DeviceObject, BackgroundIsReadAtShutterSpeedOneAndTheSpeedRestored) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    device.set_shutter_speed(700, 0);
+    vsensor::set_constant_frame(0, 64);
+    vsensor::clear_events();
+    std::vector<double> background(1024, -1.0);
+    device.get_background_filter_data(background.data(), 3, 0);
+    EXPECT_EQ(background[3], 64.0);
+    EXPECT_EQ(device.get_shutter_speed(0), 700);
+    EXPECT_EQ(vsensor::shutter_speed(0), 700);
+    // Shutter 1 is written before streaming starts, 700 after it stopped.
+    const std::vector<std::string> items = transcript_items(0);
+    const int to_one = find_item(items, "cmd 5 value 1");
+    const int start = find_item(items, "out 70", to_one);
+    const int back = find_item(items, "cmd 5 value 188", start);  // 700 & 0xFF
+    EXPECT_NE(to_one, -1) << vsensor::transcript(0);
+    EXPECT_NE(start, -1);
+    EXPECT_NE(back, -1);
+}
+
+TEST_F(DeviceObject, AbnormalFiltersIgnoreValidValuesAndRestoreTheShutterSpeed) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    device.set_shutter_speed(90, 0);
+    std::vector<uint16_t> pattern(1024, 100);
+    pattern[5] = 4095;  // the largest valid output is not abnormal
+    vsensor::set_pattern(0, pattern);
+    EXPECT_TRUE(device.get_abnormal_filters(0).empty());
+    EXPECT_EQ(device.get_shutter_speed(0), 90);
+    EXPECT_EQ(vsensor::shutter_speed(0), 90);
+}
+
+TEST_F(DeviceObject, StalledStreamIsThrownAsTimeout) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    device.set_shutter_speed(50, 0);
+    vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    std::vector<double> buffer(1024);
+    expect_code(lu_ec_fw_recv_timeout, [&] { device.get_filter_data(buffer.data(), 1, 0, 0, 0); });
+    expect_code(lu_ec_fw_recv_timeout, [&] { device.get_background_filter_data(buffer.data(), 1, 0); });
+    EXPECT_EQ(device.get_shutter_speed(0), 1);  // left at shutter speed 1
+    std::vector<int> none;
+    std::vector<double> background;
+    expect_code(lu_ec_fw_recv_timeout, [&] { device.find_optimal_shutter_speed(none, background, 3500, 1, 0); });
+}
+
+TEST_F(DeviceObject, SearchEntryShiftsTheListAndDefaultsToAllFilters) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    std::vector<double> background;
+    // Only the last filter is in the window: found only when all 1024 are searched.
+    std::vector<uint16_t> pattern(1024, 100);
+    pattern[1023] = 3000;
+    vsensor::set_pattern(0, pattern);
+    EXPECT_EQ(device.find_optimal_shutter_speed({}, background, 3500, 1, 0), 5);
+
+    // {1, 2, 3} means filters 0, 1 and 2; filter 3 is saturated.
+    std::vector<uint16_t> first_three(1024, 4095);
+    first_three[0] = first_three[1] = first_three[2] = 3000;
+    vsensor::set_pattern(0, first_three);
+    EXPECT_EQ(device.find_optimal_shutter_speed({1, 2, 3}, background, 3500, 1, 0), 5);
+}
+
+TEST_F(DeviceObject, SearchSaturationMinusOneKeepsTheParameters) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    vsensor::set_constant_frame(0, 4095);
+    std::vector<double> background;
+    device.set_auto_exposure_parameters(3300, 0);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3300);
+    EXPECT_EQ(device.find_optimal_shutter_speed({}, background, -1, 1, 0), -1);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3300);
+    EXPECT_EQ(device.find_optimal_shutter_speed({}, background, 3800, 1, 0), -1);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3800);
+    device.set_auto_exposure_parameters(3000, 3900, 2500, 3100, 800, 0);
+    EXPECT_EQ(m_gAEParams.target_dn_value, 3000);
+    EXPECT_EQ(m_gAEParams.upper_dn_value, 3900);
+    EXPECT_EQ(m_gAEParams.lower_dn_value, 2500);
+    EXPECT_EQ(m_gAEParams.mean_upper_dn_value, 3100);
+    EXPECT_EQ(m_gAEParams.max_ss, 800);
+}
+
+TEST_F(DeviceObject, SensorIdentityForms) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    EXPECT_EQ(device.get_sensor_id(0u), default_sensor_id(0));
+    char raw[5] = {};
+    device.get_sensor_id(raw, 0);
+    EXPECT_EQ(device.decode_sensor_id(raw, 0), default_sensor_id(0));
+}
+
+TEST_F(DeviceObject, OnboardDarkCorrectionFlagIsKeptHere) {
+    add_sensors(1);
+    Base device(0);
+    bring_up(device, 0);
+    EXPECT_EQ(device.get_onboard_dark_correction(0), 0);
+    EXPECT_EQ(device.set_onboard_dark_correction(true, 0), 1);
+    EXPECT_EQ(device.get_onboard_dark_correction(0), 1);
+}
+
+TEST_F(DeviceObject, DestructorClosesSensorZero) {
+    add_sensors(2);
+    Base* first = new Base(0);
+    bring_up(*first, 0);
+    {
+        Base second(0);
+        bring_up(second, 1);
+        vsensor::clear_events();
+        StdoutCapture quiet;
+    }  // destroying the object of sensor 1 closes sensor 0
+    EXPECT_NE(vsensor::transcript(0).find("cmd 3 value 1"), std::string::npos) << vsensor::transcript(0);
+    EXPECT_EQ(vsensor::transcript(1).find("cmd 3 value 1"), std::string::npos) << vsensor::transcript(1);
+    (void)first;  // never destroyed: it would close sensor 0 again
+}
+
+}  // namespace
