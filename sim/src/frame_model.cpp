@@ -44,10 +44,16 @@ SteadyClock::duration frame_period(const Device& d) {
 
 namespace {
 
-void render_optical(Device& d, uint16_t* out) {
+void render_optical(Device& d, uint64_t frame_no, uint16_t* out) {
     const double gain = (d.regs[20] & 0x02) ? 2.0 : 1.0;
     const double scale = d.opts.brightness * shutter_of(d) * kDnPerShutterUnit * gain;
     std::normal_distribution<double> noise(0.0, d.opts.noise_sigma > 0 ? d.opts.noise_sigma : 1.0);
+    // Noise depends only on the seed and the frame number within the run, so
+    // a request sees the same frames however the threads interleave.
+    if (d.opts.noise_sigma > 0) {
+        std::seed_seq seq{d.opts.noise_seed, static_cast<uint32_t>(frame_no), static_cast<uint32_t>(frame_no >> 32)};
+        d.rng.seed(seq);
+    }
     for (int i = 0; i < kFilters; ++i) {
         double v = d.opts.dark_level + d.response[i] * scale;
         if (d.opts.noise_sigma > 0) v += noise(d.rng);
@@ -61,7 +67,7 @@ void render_frame(Device& d, uint16_t* out) {
     const uint64_t n = d.frame_no++;
     switch (d.source) {
         case Source::Model:
-            render_optical(d, out);
+            render_optical(d, n, out);
             return;
         case Source::Constant:
             std::fill(out, out + kFilters, static_cast<uint16_t>(std::min<int>(d.constant, 4095)));

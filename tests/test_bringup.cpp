@@ -1,0 +1,193 @@
+// Bring-up and tear-down of sensors: their order, the one event thread, the
+// bulk transfer per sensor, and what tear-down releases and what it keeps.
+#include "stream_fixture.h"
+
+#include "efm32com/oru_device_interface_ae.h"
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "efm32com/oru_device_interface_stm_bringup.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_usb.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+using streamtest::all_equal;
+using streamtest::stream_cmd;
+using usbtest::Wire;
+
+namespace {
+
+class BringUp : public streamtest::StreamTest {};
+
+std::vector<std::string> transcript_items(int dev) {
+    std::vector<std::string> items;
+    std::string text = vsensor::transcript(dev);
+    size_t from = 0;
+    while (from < text.size()) {
+        size_t comma = text.find(", ", from);
+        if (comma == std::string::npos) comma = text.size();
+        items.push_back(text.substr(from, comma - from));
+        from = comma + 2;
+    }
+    return items;
+}
+
+// Position of the first item equal to `item` at or after `from`, or -1.
+int position(const std::vector<std::string>& items, const std::string& item, int from = 0) {
+    auto it = std::find(items.begin() + from, items.end(), item);
+    return it == items.end() ? -1 : static_cast<int>(it - items.begin());
+}
+
+// Bulk transfers that tear-down found submitted and cancelled.
+long cancellations(int dev) {
+    std::vector<std::string> steps = usbtest::lifecycle_of(dev);
+    return std::count(steps.begin(), steps.end(), "cancel");
+}
+
+}  // namespace
+
+TEST_F(BringUp, EachSensorIsSetUpStartedAndLeftIdleInThatOrder) {
+    vsensor::add_sensor();
+    vsensor::add_sensor();
+    for (int dev = 0; dev < 2; ++dev) {
+        vsensor::clear_events();
+        EXPECT_EQ(bring_up_index(static_cast<unsigned int>(dev)), lu_ec_success);
+        std::vector<std::string> items = transcript_items(dev);
+        int iStart = position(items, "cmd 3 value 3");
+        int iAdc = position(items, "cmd 19 value 132", iStart);
+        int iGainRes = position(items, "cmd 20 value 2", iAdc);  // gain 1, resolution 0
+        int iAvgSet = position(items, "cmd 54 value 0", iGainRes);
+        int iAvgGet = position(items, "cmd 53 value 0", iAvgSet);
+        ASSERT_GT(iStart, 0) << "sensor " << dev << ": initial settings come first";
+        ASSERT_GT(iAdc, iStart);
+        ASSERT_GT(iGainRes, iAdc);
+        ASSERT_GT(iAvgSet, iGainRes);
+        ASSERT_GT(iAvgGet, iAvgSet);
+        ASSERT_GE(items.size(), 2u);
+        EXPECT_EQ(items[items.size() - 2], "out 71 value 0 index 1") << "sensor " << dev << " ends idle";
+        EXPECT_EQ(items.back(), "pause 30 ms");
+        EXPECT_EQ(position(items, "out 70 value 0 index 1"), -1);
+        EXPECT_TRUE(vsensor::is_claimed(dev));
+        EXPECT_FALSE(vsensor::streaming(dev));
+    }
+}
+
+TEST_F(BringUp, TwoSensorsShareTheEventThreadStartedBySensorZero) {
+    vsensor::add_sensor();
+    vsensor::add_sensor();
+    EXPECT_EQ(bring_up_index(0), lu_ec_success);
+    std::thread::id first = usbEventLoop_thread.get_id();
+    EXPECT_TRUE(usb_event_loop_running());
+    EXPECT_EQ(asyncTransferInitialized, 1);
+    EXPECT_EQ(allocTransferBulkMap.size(), 256u);
+    EXPECT_EQ(bring_up_index(1), lu_ec_success);
+    EXPECT_EQ(usbEventLoop_thread.get_id(), first) << "started once";
+    EXPECT_TRUE(allocTransferBulkMap.at(0));
+    EXPECT_TRUE(allocTransferBulkMap.at(1));
+    EXPECT_FALSE(allocTransferBulkMap.at(2));
+
+    vsensor::set_constant_frame(0, 1000);
+    vsensor::set_constant_frame(1, 2000);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 3, 3, 1), lu_ec_success);
+    EXPECT_TRUE(all_equal(out, 2000.0));
+    EXPECT_EQ(read(out, 3, 3, 0), lu_ec_success);
+    EXPECT_TRUE(all_equal(out, 1000.0));
+
+    vsensor::clear_events();
+    EXPECT_EQ(tear_down_index(1), 1);
+    EXPECT_EQ(tear_down_index(0), 1);
+    EXPECT_EQ(cancellations(0), 1) << "one bulk transfer per sensor";
+    EXPECT_EQ(cancellations(1), 1);
+}
+
+TEST_F(BringUp, MissingSensorFailsButSensorZeroStillStartsTheEventThread) {
+    EXPECT_EQ(bring_up_index(0), lu_ec_fail_to_initialize_device);
+    EXPECT_TRUE(usb_event_loop_running());
+    EXPECT_EQ(asyncTransferInitialized, 1);
+    EXPECT_FALSE(allocTransferBulkMap.at(0));
+    EXPECT_EQ(vsensor::transcript(), "");
+}
+
+TEST_F(BringUp, SensorOneAloneStartsNoThreadAndNoTransfer) {
+    vsensor::add_sensor();
+    vsensor::add_sensor();
+    EXPECT_EQ(bring_up_index(1), lu_ec_success);
+    EXPECT_FALSE(usbEventLoop_thread.joinable());
+    EXPECT_EQ(asyncTransferInitialized, 0);
+    EXPECT_TRUE(allocTransferBulkMap.empty());
+    EXPECT_EQ(position(transcript_items(1), "out 71 value 0 index 1"), -1);
+    EXPECT_EQ(tear_down_index(1), 1);
+    EXPECT_EQ(cancellations(1), 0);
+}
+
+TEST_F(BringUp, SensorWhoseInterfaceCannotBeClaimedGetsNoBulkTransfer) {
+    vsensor::SensorOptions opts;
+    opts.faults = vsensor::kFaultClaim;
+    vsensor::add_sensor(opts);
+    EXPECT_EQ(bring_up_index(0), lu_ec_success);  // the scan found it
+    EXPECT_FALSE(allocTransferBulkMap.at(0));
+    EXPECT_EQ(tear_down_index(0), 1);
+    EXPECT_EQ(cancellations(0), 0);
+}
+
+TEST_F(BringUp, BringUpLoadsTheLookUpTablesOfTheWorkingDirectory) {
+    namespace fs = std::filesystem;
+    fs::path oldDir = fs::current_path();
+    char dirTemplate[] = "/tmp/oru_bringup_XXXXXX";
+    ASSERT_NE(mkdtemp(dirTemplate), nullptr);
+    fs::current_path(dirTemplate);
+    fs::create_directory("config");
+    std::ofstream("config/intensity_LUT.csv") << "0.5,1,1.5\n";
+    std::ofstream("config/ss_LUT.csv") << "1,2,4,8\n";
+    vsensor::add_sensor();
+    EXPECT_EQ(bring_up_index(0), lu_ec_success);
+    fs::current_path(oldDir);
+    fs::remove_all(dirTemplate);
+    EXPECT_EQ(g_aeLUTSize, 4);
+    ASSERT_NE(g_intensityLUT, nullptr);
+    EXPECT_EQ(g_intensityLUT[2], 1.5);
+    ASSERT_NE(g_ssLUT, nullptr);
+    EXPECT_EQ(g_ssLUT[3], 8.0);
+}
+
+// ---- tear-down ----
+
+TEST_F(BringUp, TearDownStopsTheSensorThenReleasesEverythingOfIt) {
+    bring_up(1);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 2, 1), lu_ec_success);  // leave streaming on
+    vsensor::clear_events();
+    EXPECT_EQ(tear_down_index(0), 1);
+    // The three stop commands find no handle any more: only their pauses remain.
+    EXPECT_EQ(vsensor::transcript(),
+              Wire().cmd_then_pause(3, 1, 10).pause_ms(20).pause_ms(20).pause_ms(10).str());
+    std::vector<std::string> steps = usbtest::lifecycle_of(0);
+    EXPECT_NE(std::find(steps.begin(), steps.end(), "close"), steps.end());
+    EXPECT_FALSE(vsensor::is_open(0));
+    EXPECT_FALSE(vsensor::is_claimed(0));
+    EXPECT_FALSE(usbEventLoop_thread.joinable());
+    EXPECT_FALSE(usb_event_loop_running());
+    EXPECT_EQ(asyncTransferInitialized, 1) << "stays set for the whole process";
+    EXPECT_FALSE(allocTransferBulkMap.at(0));
+    EXPECT_EQ(UsbDevHandle::pDevH.count(0), 0u);
+}
+
+TEST_F(BringUp, TearDownOfAnUnknownSensorOrATearDownRepeatedReturnsOne) {
+    EXPECT_EQ(close_device_interface(7), 1);
+    bring_up(1);
+    EXPECT_EQ(tear_down_index(0), 1);
+    EXPECT_EQ(close_device_interface(0), 1);  // as the device object's destructor does
+    EXPECT_FALSE(usbEventLoop_thread.joinable());
+}
+
+TEST_F(BringUp, CancelledTransferIsNotReportedAsAFailure) {
+    bring_up(1);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tear_down_index(0), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(do_exit, 1);
+}

@@ -1,0 +1,222 @@
+// Frame streaming: raw frame decoding, the streaming commands and their
+// pauses, the bulk callback's counting and error paths, and the control-mode read.
+#include "stream_fixture.h"
+
+#include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_usb.h"
+
+#include <chrono>
+#include <cstring>
+
+using streamtest::stream_cmd;
+using usbtest::Wire;
+
+namespace {
+
+class Streaming : public streamtest::StreamTest {};
+
+// Waits (bounded) until the event loop has been asked to end.
+bool wait_for_exit_request() {
+    std::unique_lock<std::mutex> lk(exit_cond_lock);
+    return exit_cond.wait_for(lk, std::chrono::seconds(10), [] { return do_exit != 0; });
+}
+
+// Waits (bounded) until the queue holds n frames.
+bool wait_for_queue(size_t n) {
+    std::unique_lock<std::mutex> lk(exit_cond_lock);
+    return exit_cond.wait_for(lk, std::chrono::seconds(10), [n] { return frameDataQueue.size() >= n; });
+}
+
+}  // namespace
+
+// ---- raw frame layout ----
+
+TEST(FrameDecode, SamplesAreTwelveBitsLeftAlignedMostSignificantByteFirst) {
+    char raw[2048] = {};
+    const unsigned char pairs[][2] = {{0xAB, 0xCD}, {0xFF, 0xFF}, {0x12, 0x30}, {0x12, 0x3F}, {0x00, 0x10}};
+    for (int i = 0; i < 5; ++i) {
+        raw[2 * i] = static_cast<char>(pairs[i][0]);
+        raw[2 * i + 1] = static_cast<char>(pairs[i][1]);
+    }
+    double out[1024];
+    convert_2048C_to_1024F(raw, out);
+    EXPECT_EQ(out[0], 2748.0);  // 0xABC
+    EXPECT_EQ(out[1], 4095.0);
+    EXPECT_EQ(out[2], 0x123);
+    EXPECT_EQ(out[3], 0x123);  // the low nibble never matters
+    EXPECT_EQ(out[4], 1.0);
+    EXPECT_EQ(out[1023], 0.0);
+    char zeros[2048] = {};
+    EXPECT_EQ(std::memcmp(raw, zeros, sizeof raw), 0) << "the input is consumed";
+}
+
+TEST(FrameDecode, NullBuffersChangeNothing) {
+    char raw[2048];
+    std::memset(raw, 0x5A, sizeof raw);
+    double out[1024] = {7.0};
+    convert_2048C_to_1024F(raw, nullptr);
+    convert_2048C_to_1024F(nullptr, out);
+    EXPECT_EQ(raw[0], 0x5A);
+    EXPECT_EQ(raw[2047], 0x5A);
+    EXPECT_EQ(out[0], 7.0);
+}
+
+TEST(StreamPause, GrowsWithShutterSpeedAboveTheMinimumPause) {
+    g_iSleepTime = 30;
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(0), 30);
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(1), 30);
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(54), 30);  // 29.6 rounds up to 30
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(55), 31);  // 30.2 rounds up to 31
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(1000), 548);
+    g_iSleepTime = 100;
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(55), 100);
+    EXPECT_EQ(get_sleep_time_for_shutter_speed(1000), 548);
+    g_iSleepTime = 30;
+}
+
+// ---- streaming commands ----
+
+TEST_F(Streaming, StreamingCommandsAreClassRequestsToInterfaceOneWithAShutterDependentPause) {
+    connect_sensors(1);
+    acquire_frame_data_bulk(70, 0);
+    g_iCurShutterSpeed = 1000;
+    acquire_frame_data_bulk(71, 0);
+    EXPECT_EQ(vsensor::transcript(), Wire().then(stream_cmd(70, 30)).then(stream_cmd(71, 548)).str());
+    std::vector<vsensor::Event> controls = usbtest::control_events();
+    ASSERT_EQ(controls.size(), 2u);
+    for (const vsensor::Event& e : controls) {
+        EXPECT_EQ(e.bmRequestType, 0x21);
+        EXPECT_EQ(e.wLength, 0);
+        EXPECT_EQ(e.timeout, 2000u);
+    }
+    EXPECT_FALSE(vsensor::streaming(0));
+}
+
+TEST_F(Streaming, StreamingCommandForAnUnknownSensorSendsNothingAndLeavesNoEntry) {
+    connect_sensors(1);
+    EXPECT_EQ(acquire_frame_data_bulk(70, 5), 0);
+    EXPECT_EQ(vsensor::transcript(), "");
+    EXPECT_EQ(UsbDevHandle::pDevH.count(5), 0u);
+}
+
+TEST_F(Streaming, AcquisitionPreparationSetsBlankTimeTwoAndRetriesOnce) {
+    connect_sensors(1);
+    Wire once = Wire().cmd_then_pause(34, 0, 30).cmd_then_pause(33, 2, 30).cmd_then_pause(39, 0, 30).cmd_then_pause(
+        38, 0, 30);
+    EXPECT_EQ(set_frame_data_acq_mode(5, 0), 1);
+    EXPECT_EQ(vsensor::transcript(), once.str());
+
+    vsensor::clear_events();
+    vsensor::set_faults(0, vsensor::kFaultNoEcho);
+    EXPECT_EQ(set_frame_data_acq_mode(5, 0), 1);
+    EXPECT_EQ(vsensor::transcript(), Wire().then(once).then(once).str());
+}
+
+// ---- bulk callback ----
+
+TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
+    bring_up(1);
+    vsensor::use_frame_counter(0);
+    iCurrAcqMode = 3;
+    iCurrAvgNum = 4;
+    acquire_frame_data_bulk(70, 0);
+    ASSERT_TRUE(wait_for_queue(4));
+    acquire_frame_data_bulk(71, 0);
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    ASSERT_EQ(frameDataQueue.size(), 4u);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(frameDataQueue[i].size(), 1024u);
+        EXPECT_EQ(frameDataQueue[i][0], i + 2) << "frames 0 and 1 are thrown away";
+        EXPECT_EQ(frameDataQueue[i][1023], i + 2);
+    }
+    EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
+    frameDataQueue.clear();
+}
+
+TEST_F(Streaming, FailedBulkTransferReportsItsStatusAndEndsTheEventLoop) {
+    bring_up(1);
+    iCurrAvgNum = 1;
+    testing::internal::CaptureStderr();
+    vsensor::set_faults(0, vsensor::kFaultBulkError);
+    acquire_frame_data_bulk(70, 0);
+    ASSERT_TRUE(wait_for_exit_request());
+    EXPECT_EQ(do_exit, 2);
+    acquire_frame_data_bulk(71, 0);
+    // The loop ends within its 1-second cycle; tear-down must not wait on it.
+    EXPECT_EQ(tear_down_index(0), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 1?\n");
+    EXPECT_FALSE(usb_event_loop_running());
+    EXPECT_FALSE(vsensor::is_open(0));
+}
+
+TEST_F(Streaming, UnpluggedSensorEndsTheEventLoopWithNoDeviceStatus) {
+    bring_up(1);
+    testing::internal::CaptureStderr();
+    vsensor::unplug(0);
+    ASSERT_TRUE(wait_for_exit_request());
+    EXPECT_EQ(do_exit, 2);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 5?\n");
+}
+
+TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop) {
+    connect_sensors(1);
+    libusb_transfer* transfer = libusb_alloc_transfer(0);
+    unsigned char buffer[2048];
+    std::vector<uint16_t> values(1024);
+    for (int i = 0; i < 1024; ++i) values[i] = static_cast<uint16_t>(i * 4);
+    std::vector<uint8_t> wire = vsensor::encode_frame(values.data());
+    std::memcpy(buffer, wire.data(), sizeof buffer);
+    libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata, nullptr, 0);
+    transfer->status = LIBUSB_TRANSFER_COMPLETED;
+    transfer->actual_length = 2048;
+    iCurrAcqMode = 1;
+    iCurrAvgNum = 1;
+    vsensor::unplug(0);
+
+    testing::internal::CaptureStdout();
+    cb_bulkdata(transfer);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "===>>>> libusb_submit_transfer fail!!!\n");
+    EXPECT_EQ(do_exit, 2);
+    ASSERT_EQ(frameDataQueue.size(), 1u);
+    EXPECT_EQ(frameDataQueue[0][1], 4);
+    EXPECT_EQ(frameDataQueue[0][1023], 4092);
+    EXPECT_EQ(g_count, 1);
+    unsigned char zeros[2048] = {};
+    EXPECT_EQ(std::memcmp(buffer, zeros, sizeof buffer), 0) << "the buffer is zeroed after each frame";
+    libusb_free_transfer(transfer);
+}
+
+// ---- control-mode read ----
+
+TEST_F(Streaming, ControlModeReadQueuesTheRequestedFramesAndReportsFirstAndLast) {
+    connect_sensors(1);
+    iCurrAvgNum = 3;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(acquire_frame_data_control(2, 0), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Received data Count = 0\n===>>>> curent count : 0\n"
+              "Received data Count = 2\n===>>>> curent count : 2\n");
+    EXPECT_EQ(frameDataQueue.size(), 3u);
+    std::vector<vsensor::Event> controls = usbtest::control_events();
+    ASSERT_EQ(controls.size(), 3u);
+    for (const vsensor::Event& e : controls) {
+        EXPECT_EQ(e.bmRequestType, 0xA1);
+        EXPECT_EQ(e.bRequest, 2);
+        EXPECT_EQ(e.wValue, 132);
+        EXPECT_EQ(e.wIndex, 1);
+        EXPECT_EQ(e.wLength, 2048);
+        EXPECT_EQ(e.timeout, 2000u);
+    }
+    EXPECT_EQ(vsensor::total_pause_us(), 3u * 30000u);
+    frameDataQueue.clear();
+}
+
+TEST_F(Streaming, ControlModeReadStopsAtOnceWhenAskedTo) {
+    connect_sensors(1);
+    iCurrAvgNum = 3;
+    stopFlag = true;
+    EXPECT_EQ(acquire_frame_data_control(2, 0), 1);
+    EXPECT_EQ(vsensor::transcript(), "");
+    EXPECT_TRUE(frameDataQueue.empty());
+}
