@@ -1,6 +1,6 @@
 # Runs PROGRAM and fails unless it exits with 0 and its standard output equals
-# the file EXPECTED exactly.
-execute_process(COMMAND ${PROGRAM}
+# the file EXPECTED exactly. EMULATOR runs it on a cross-built target.
+execute_process(COMMAND ${EMULATOR} ${PROGRAM}
   OUTPUT_VARIABLE actual
   ERROR_VARIABLE errors
   RESULT_VARIABLE status)
