@@ -27,7 +27,7 @@ c++ -std=c++17 -Wall -Wextra -o "$PREFIX/ex-pc/cpp_registry" examples/cpp_regist
 export LD_LIBRARY_PATH="$DROPIN:$LIBDIR" ORU_VSENSOR_COUNT=2 ORU_VSENSOR_REALTIME=0
 for exe in "$PREFIX/ex-cmake/c_read_filter_data" "$PREFIX/ex-pc/c_read_filter_data" \
            "$PREFIX/ex-cmake/cpp_registry" "$PREFIX/ex-pc/cpp_registry"; do
-  "$exe" >/dev/null
+  "$exe" >/dev/null 2>&1 || { echo "install test: $exe failed"; exit 1; }
 done
 # The installed Python package finds its library without any environment.
 env -u LD_LIBRARY_PATH PYTHONPATH="$LIBDIR/python3/dist-packages" ORU_VSENSOR_REALTIME=0 \
