@@ -6,10 +6,12 @@ set -euo pipefail
 PACKAGES=(
   build-essential cmake pkg-config
   libusb-1.0-0-dev
+  umockdev libumockdev-dev
   libgtest-dev googletest libgmock-dev
   libbenchmark-dev
   python3
   clang libclang-rt-14-dev
+  valgrind
 )
 
 missing=()
