@@ -1,0 +1,206 @@
+// Finding, opening, bringing up and releasing sensors through the real
+// libusb: enumeration from sysfs, usbfs claims, the bring-up commands as
+// they leave libusb, and a reconnect that must find the interface free.
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <libusb.h>
+
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+#include "umock_fixture.h"
+
+using namespace umockbus;
+
+namespace {
+
+class RealUsbConnect : public RealUsbTest {};
+
+std::string cmd(int code, int value, int pause_ms) {
+    return "cmd " + std::to_string(code) + " value " + std::to_string(value) + ", pause " +
+           std::to_string(pause_ms) + " ms";
+}
+
+// What the bring-up of one sensor sends: initial settings with read-backs,
+// start, ADC 132 / gain 1 / resolution 0, no on-board averaging, stop streaming.
+std::string bring_up_wire() {
+    const std::vector<std::string> steps = {
+        cmd(19, 132, 30), cmd(20, 0, 30), cmd(35, 0, 30), cmd(40, 0, 30),  // ADC
+        cmd(37, 0, 30),   cmd(5, 1, 30),  cmd(36, 0, 30), cmd(4, 0, 30),   // shutter speed 1
+        cmd(34, 0, 30),   cmd(33, 2, 30), cmd(39, 0, 30), cmd(38, 0, 30),  // blank time 2
+        cmd(3, 3, 10),                                                     // start
+        cmd(19, 132, 30), cmd(20, 2, 30), cmd(35, 0, 30), cmd(40, 0, 30),  // ADC 132, gain 1
+        cmd(54, 0, 20),   cmd(53, 0, 20),                                  // on-board averaging off
+        "out 71 value 0 index 1, pause 30 ms"};
+    std::string text;
+    for (const std::string& s : steps) text += (text.empty() ? "" : ", ") + s;
+    return text;
+}
+
+// A sensor's own part of the wire from its first request on (the transcript
+// keeps every pause, also those of sensors brought up before it).
+std::string wire_from_first_request(int dev) {
+    const std::vector<std::string> items = transcript_items(dev);
+    std::string text;
+    bool started = false;
+    for (const std::string& item : items) {
+        started = started || item.rfind("pause", 0) != 0;
+        if (started) text += (text.empty() ? "" : ", ") + item;
+    }
+    return text;
+}
+
+bool starts_with_bring_up(int dev) {
+    return wire_from_first_request(dev).rfind(bring_up_wire(), 0) == 0;
+}
+
+std::vector<std::string> sensor_list() {
+    std::vector<std::string> ids;
+    char** list = duGetSensorList();
+    if (!list) return ids;
+    for (int i = 0; i < duGetTotalSensors(); ++i) {
+        ids.push_back(list[i]);
+        std::free(list[i]);
+    }
+    std::free(list);
+    return ids;
+}
+
+std::string active_sensor_id() {
+    char id[32] = {};
+    testing::internal::CaptureStdout();
+    duGetSensorID(id);
+    testing::internal::GetCapturedStdout();
+    return id;
+}
+
+}  // namespace
+
+TEST_F(RealUsbConnect, OneSensorIsFoundOpenedAndClaimed) {
+    plug_sensors(1);
+    EXPECT_EQ(connect(), 1);
+    EXPECT_EQ(connect_output(),
+              "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n"
+              "**** [oru_device_api] Total number of sensors: 1\n")
+        << "the configuration descriptor comes from sysfs through libusb";
+    EXPECT_EQ(active_sensor_id(), default_sensor_id(0)) << "the 5-byte identity read through libusb";
+    EXPECT_TRUE(vsensor::is_claimed(0));
+    EXPECT_TRUE(usb_event_loop_running());
+
+    // The LED driver shares the sensor's ids, so sensor 0's node is opened a
+    // second time for it, without a claim.
+    const std::vector<std::string> life = transcript_items(0, true);
+    ASSERT_GE(life.size(), 2u);
+    EXPECT_EQ(life[0], "dev0 open");
+    EXPECT_EQ(life[1], "dev0 claim 0");
+    const int second_open = position(life, "dev0 open", 1);
+    EXPECT_GT(second_open, 1);
+    EXPECT_EQ(position(life, "dev0 claim 0", 2), -1);
+}
+
+TEST_F(RealUsbConnect, BringUpCommandsLeaveLibusbByteForByte) {
+    plug_sensors(1);
+    ASSERT_EQ(connect(), 1);
+    // The replies travel back through libusb too: a read-back that came back
+    // wrong would show here as a repeated group of commands.
+    const std::string wire = vsensor::transcript(0);
+    EXPECT_EQ(wire.substr(0, bring_up_wire().size()), bring_up_wire());
+    EXPECT_TRUE(starts_with_bring_up(0));
+    EXPECT_FALSE(vsensor::streaming(0)) << "the sensor is left idle";
+    EXPECT_EQ(vsensor::register_value(0, 19), 132);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+}
+
+TEST_F(RealUsbConnect, TwoSensorsComeUpInBusOrderEachWithItsOwnHandle) {
+    plug_sensors(2);
+    EXPECT_EQ(connect(), 2);
+    EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
+    EXPECT_TRUE(vsensor::is_claimed(0));
+    EXPECT_TRUE(vsensor::is_claimed(1));
+
+    EXPECT_TRUE(starts_with_bring_up(0)) << wire_from_first_request(0);
+    EXPECT_TRUE(starts_with_bring_up(1)) << wire_from_first_request(1);
+
+    EXPECT_EQ(quietly([] { return duActivateSensorWithIndex(1); }), 1);
+    EXPECT_EQ(active_sensor_id(), default_sensor_id(1));
+    EXPECT_EQ(quietly([] { return duActivateSensorWithID(default_sensor_id(0).c_str()); }), 0) << "its index";
+    EXPECT_EQ(active_sensor_id(), default_sensor_id(0));
+}
+
+TEST_F(RealUsbConnect, DisconnectReleasesAndClosesEveryFile) {
+    plug_sensors(2);
+    ASSERT_EQ(connect(), 2);
+    vsensor::clear_events();
+    testing::internal::CaptureStdout();
+    const int result = disconnect();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Sensor is disconnected.\n");
+    EXPECT_EQ(result, 1);
+    for (int dev = 0; dev < 2; ++dev) {
+        EXPECT_TRUE(files_closed(dev)) << "sensor " << dev << ": a file is still open";
+        EXPECT_FALSE(vsensor::is_claimed(dev)) << "sensor " << dev;
+        const std::vector<std::string> life = transcript_items(dev, true);
+        const std::string prefix = "dev" + std::to_string(dev) + " ";
+        EXPECT_GE(position(life, prefix + "release 0"), 0) << "sensor " << dev;
+        EXPECT_GE(position(life, prefix + "close"), 0) << "sensor " << dev;
+    }
+    EXPECT_FALSE(usb_event_loop_running());
+}
+
+TEST_F(RealUsbConnect, ReconnectClaimsAgainAndStreams) {
+    plug_sensors(2);
+    ASSERT_EQ(connect(), 2);
+    ASSERT_EQ(quietly([this] { return disconnect(); }), 1);
+
+    vsensor::clear_events();
+    // usbfs refuses a claim while an old file still holds the interface.
+    ASSERT_EQ(connect(), 2) << connect_output();
+    for (int dev = 0; dev < 2; ++dev) {
+        const std::vector<std::string> life = transcript_items(dev, true);
+        const std::string prefix = "dev" + std::to_string(dev) + " ";
+        const int opened = position(life, prefix + "open");
+        ASSERT_GE(opened, 0) << "sensor " << dev;
+        EXPECT_EQ(position(life, prefix + "claim 0"), opened + 1) << "sensor " << dev << " claims right after its open";
+        EXPECT_TRUE(starts_with_bring_up(dev)) << "sensor " << dev;
+    }
+    EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
+
+    vsensor::set_constant_frame(0, 1234);
+    vsensor::set_constant_frame(1, 2345);
+    std::vector<double> data(1024, 0.0), data1(1024, 0.0);
+    EXPECT_EQ(quietly([&] { return duGetFilterData(data.data(), 4); }), 1);
+    EXPECT_EQ(quietly([] { return duActivateSensorWithIndex(1); }), 1);
+    EXPECT_EQ(quietly([&] { return duGetFilterData(data1.data(), 4); }), 1);
+    EXPECT_EQ(data, std::vector<double>(1024, 1234.0)) << "the event thread and bulk transfer came back";
+    EXPECT_EQ(data1, std::vector<double>(1024, 2345.0));
+}
+
+// Another program holding the interface: usbfs refuses the library's claim,
+// and the library closes its handle and keeps an unusable entry, so reads
+// fail at once instead of waiting for frames.
+TEST_F(RealUsbConnect, InterfaceHeldByAnotherProgramLeavesTheSensorUnusable) {
+    plug_sensors(1);
+    libusb_context* other = nullptr;
+    ASSERT_EQ(libusb_init(&other), 0);
+    libusb_device_handle* holder = libusb_open_device_with_vid_pid(other, vsensor::kVendorId, vsensor::kProductId);
+    ASSERT_NE(holder, nullptr);
+    ASSERT_EQ(libusb_claim_interface(holder, 0), 0);
+
+    EXPECT_EQ(connect(), 1) << "a failed claim still counts as found";
+    const std::vector<std::string> life = transcript_items(0, true);
+    const int refused = position(life, "dev0 claim 0", 2);
+    EXPECT_GT(refused, 0) << "the library tried to claim";
+    const std::vector<vsensor::Event> events = vsensor::events();
+    bool busy = false;
+    for (const vsensor::Event& e : events) busy = busy || (e.what == "claim 0" && e.status == LIBUSB_ERROR_BUSY);
+    EXPECT_TRUE(busy) << "usbfs answered EBUSY";
+    EXPECT_EQ(vsensor::transcript(0).find("cmd "), std::string::npos) << "no command reaches the sensor";
+
+    std::vector<double> data(1024, 0.0);
+    EXPECT_EQ(quietly([&] { return duGetFilterData(data.data(), 3); }), -lu_ec_fw_recv_timeout);
+
+    libusb_release_interface(holder, 0);
+    libusb_close(holder);
+    libusb_exit(other);
+}

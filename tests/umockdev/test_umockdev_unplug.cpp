@@ -1,0 +1,85 @@
+// A sensor pulled out while it streams: the bulk URB comes back from usbfs
+// with ESHUTDOWN, libusb completes the transfer with NO_DEVICE, and the
+// library must end the read and its tear-down instead of waiting forever.
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+#include "umock_bus.h"
+#include "umock_fixture.h"
+
+using namespace umockbus;
+
+namespace {
+
+class RealUsbUnplug : public RealUsbTest {};
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+bool frames_flow(int dev, uint64_t at_least) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (vsensor::frames_sent(dev) < at_least) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace
+
+TEST_F(RealUsbUnplug, UnplugWhileStreamingEndsTheReadAndTheTearDown) {
+    plug_sensors(1);
+    ASSERT_EQ(connect(), 1);
+    vsensor::use_frame_counter(0);
+
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    // Far more frames than will ever come: only the unplug ends this read.
+    std::future<int> read = std::async(std::launch::async, [] {
+        std::vector<double> data(1024, 0.0);
+        return duGetFilterData(data.data(), 1000000);
+    });
+    const bool flowing = frames_flow(0, 50);
+    unplug(0);
+    const bool ended = read.wait_for(kPatience) == std::future_status::ready;
+    const std::string output = testing::internal::GetCapturedStdout();
+    const std::string errors = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(flowing) << "no frames streamed before the unplug";
+    ASSERT_TRUE(ended) << "the read still waits after the unplug";
+
+    EXPECT_EQ(read.get(), -lu_ec_fw_recv_timeout);
+    // The transfer was either submitted (it completes with NO_DEVICE) or
+    // between its callback and its resubmission (which usbfs refuses).
+    const bool completed_no_device = errors == "bulk data transfer status 5?\n";
+    const bool resubmit_refused = errors.empty() &&
+                                  output.find("===>>>> libusb_submit_transfer fail!!!\n") != std::string::npos;
+    EXPECT_TRUE(completed_no_device || resubmit_refused) << "stderr: " << errors << "stdout: " << output;
+    RecordProperty("unplug_seen_as", completed_no_device ? "completion with NO_DEVICE" : "refused resubmission");
+    EXPECT_FALSE(usb_event_loop_running()) << "either way the event loop ends";
+
+    std::future<int> down = std::async(std::launch::async, [this] { return quietly([this] { return disconnect(); }); });
+    ASSERT_EQ(down.wait_for(kPatience), std::future_status::ready) << "tear-down hangs on the unplugged sensor";
+    EXPECT_EQ(down.get(), 1);
+    EXPECT_TRUE(files_closed(0)) << "the handles of the unplugged sensor are closed all the same";
+}
+
+TEST_F(RealUsbUnplug, UnplugOfAnIdleSensorCompletesItsTransferWithNoDeviceAndReadsFailAtOnce) {
+    plug_sensors(1);
+    ASSERT_EQ(connect(), 1);
+    testing::internal::CaptureStderr();
+    unplug(0);
+    std::future<int> read = std::async(std::launch::async, [] {
+        std::vector<double> data(1024, 0.0);
+        return quietly([&] { return duGetFilterData(data.data(), 5); });
+    });
+    const bool ended = read.wait_for(kPatience) == std::future_status::ready;
+    const std::string errors = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(read.get(), -lu_ec_fw_recv_timeout);
+    EXPECT_EQ(errors, "bulk data transfer status 5?\n");
+}
