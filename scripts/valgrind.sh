@@ -40,19 +40,16 @@ for t in "${TESTS[@]}"; do
 done
 
 run_case() {
-  local exe=$1 name=$2 log mismatched=yes
+  local exe=$1 name=$2 log
   log="$LOGS/$(basename "$exe").${name//\//_}.log"
-  # A test program may replace operator new (to fail allocations on demand),
-  # with a delete that frees by free(). nouserintercepts keeps valgrind from
-  # swapping in its own operator new there; libstdc++'s nothrow new is still
-  # valgrind's, and its blocks freed by that delete would be reported as
-  # mismatched only under valgrind, so that check is off for such programs.
-  if nm -C "$exe" | grep -q ' T operator new(unsigned long)$'; then mismatched=no; fi
+  # A test program may replace operator new and delete (to fail allocations
+  # on demand); nouserintercepts keeps valgrind from swapping its own
+  # allocator in for the program's new while the program's delete stays.
   # The tests' own working directory, as under ctest.
   if (cd "$(dirname "$exe")" && valgrind --tool=memcheck --error-exitcode=99 --leak-check=full \
         --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
         --track-origins=yes --num-callers=40 --soname-synonyms=somalloc=nouserintercepts \
-        --show-mismatched-frees=$mismatched --suppressions="$ROOT/scripts/valgrind.supp" \
+        --suppressions="$ROOT/scripts/valgrind.supp" \
         "$exe" --gtest_filter="$name" >"$log" 2>&1); then
     echo "ok   $(basename "$exe") $name"
   else

@@ -17,7 +17,9 @@ TEST(SensorConstants, SubgroupsAscendAndLeaveGaps) {
     ASSERT_EQ(sizeof(subgroup_range) / sizeof(subgroup_range[0]), 18u);
     for (int i = 0; i < 18; ++i) {
         EXPECT_LE(subgroup_range[i][0], subgroup_range[i][1]) << i;
-        if (i > 0) EXPECT_GT(subgroup_range[i][0], subgroup_range[i - 1][1]) << i;
+        if (i > 0) {
+            EXPECT_GT(subgroup_range[i][0], subgroup_range[i - 1][1]) << i;
+        }
     }
     auto in_some_group = [](int filter) {
         for (const auto& range : subgroup_range)

@@ -165,19 +165,20 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     int iDivisor = iAvgNum;
     try {
         if (!g_enable_FMA) {
+            // Front to back, then one clear: the same frames in the same order
+            // as taking them off the front one by one, without the shifting.
             for (int i = 0; i < iAvgNum; ++i) {
-                const std::vector<int>& frame = frameDataQueue.front();
+                const std::vector<int>& frame = frameDataQueue[static_cast<size_t>(i)];
                 for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += frame[j];
-                frameDataQueue.erase(frameDataQueue.begin());
             }
             frameDataQueue.clear();
             iCurrAvgNum = 0;
         } else {
             int iFrameBufferSize = std::min(iAvgNum, ORU_FMA_SLOTS);
-            auto copy_front_to_slot = [](int iSlot) {
-                std::copy(frameDataQueue.front().begin(), frameDataQueue.front().end(),
-                          g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS);
-                frameDataQueue.erase(frameDataQueue.begin());
+            size_t nextFrame = 0;  // frames are taken in queue order
+            auto copy_front_to_slot = [&nextFrame](int iSlot) {
+                const std::vector<int>& frame = frameDataQueue[nextFrame++];
+                std::copy(frame.begin(), frame.end(), g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS);
             };
             if (!g_FMA_Buffered) {
                 for (int i = 0; i < iFrameBufferSize; ++i) copy_front_to_slot(i);
@@ -189,10 +190,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
             }
             if (g_FMA_FrameCount >= iFrameBufferSize) g_FMA_FrameCount = 0;
             std::fill(frameBuf.begin(), frameBuf.end(), 0.0);
-            for (int j = 0; j < ORU_NUM_FILTERS; ++j) {
-                for (int s = 0; s < iFrameBufferSize; ++s) {
-                    frameBuf[j] += static_cast<int>(g_FMA_Buffer[s * ORU_NUM_FILTERS + j]);
-                }
+            // Slot by slot: every filter still adds its slots in the order
+            // 0, 1, ..., so the sums are the same, but memory is read in order.
+            for (int s = 0; s < iFrameBufferSize; ++s) {
+                const double* slot = g_FMA_Buffer + static_cast<size_t>(s) * ORU_NUM_FILTERS;
+                for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += static_cast<int>(slot[j]);
             }
             frameDataQueue.clear();
             iDivisor = iFrameBufferSize;

@@ -1,0 +1,141 @@
+// Decoding one 2048-byte frame and averaging n decoded frames, without USB:
+// the averaging runs through get_filter_data_from_sensor on a queue filled
+// beforehand, for a sensor index without handle (its streaming commands send
+// nothing). Throughput is counted in raw frame bytes (2048 per frame).
+#include "bench_support.h"
+
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+namespace {
+
+constexpr unsigned int kSensorWithoutHandle = 99;
+constexpr int kContinuous = 1;  // streaming stays on: no stop commands at the end
+
+// A frame whose 1024 samples use all 12 bits and all low nibbles.
+std::vector<unsigned char> raw_frame() {
+    std::vector<unsigned char> raw(ORU_FRAME_BYTES);
+    for (int i = 0; i < ORU_NUM_FILTERS; ++i) {
+        const int value = (i * 37 + 11) % 4096;
+        raw[2 * i] = static_cast<unsigned char>(value >> 4);
+        raw[2 * i + 1] = static_cast<unsigned char>(((value & 15) << 4) | (i & 15));
+    }
+    return raw;
+}
+
+std::vector<int> decoded_frame() {
+    const std::vector<unsigned char> raw = raw_frame();
+    std::vector<int> frame(ORU_NUM_FILTERS);
+    for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(raw.data(), i);
+    return frame;
+}
+
+void queue_frames(int count, const std::vector<int>& frame) {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    frameDataQueue.assign(static_cast<size_t>(count), frame);
+}
+
+void count_frames(benchmark::State& state, int64_t frames_per_iteration) {
+    state.SetBytesProcessed(state.iterations() * frames_per_iteration * ORU_FRAME_BYTES);
+    state.counters["frames/s"] = benchmark::Counter(static_cast<double>(state.iterations() * frames_per_iteration),
+                                                    benchmark::Counter::kIsRate);
+}
+
+// convert_2048C_to_1024F consumes its input, so every conversion gets a
+// fresh copy (2 KB memcpy, included).
+void BM_Convert2048To1024(benchmark::State& state) {
+    const std::vector<unsigned char> raw = raw_frame();
+    std::vector<char> input(ORU_FRAME_BYTES);
+    std::vector<double> output(ORU_NUM_FILTERS);
+    for (auto _ : state) {
+        std::memcpy(input.data(), raw.data(), ORU_FRAME_BYTES);
+        convert_2048C_to_1024F(input.data(), output.data());
+        benchmark::DoNotOptimize(output.data());
+        benchmark::ClobberMemory();
+    }
+    count_frames(state, 1);
+}
+BENCHMARK(BM_Convert2048To1024);
+
+// The bulk callback's work per queued frame: a new 1024-value frame, each
+// sample through decode_raw_sample, the transfer buffer zeroed for the next.
+void BM_CallbackDecode(benchmark::State& state) {
+    const std::vector<unsigned char> raw = raw_frame();
+    std::vector<unsigned char> buffer(ORU_FRAME_BYTES);
+    for (auto _ : state) {
+        std::memcpy(buffer.data(), raw.data(), ORU_FRAME_BYTES);
+        std::vector<int> frame(ORU_NUM_FILTERS, 0);
+        for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer.data(), i);
+        std::memset(buffer.data(), 0, ORU_FRAME_BYTES);
+        benchmark::DoNotOptimize(frame.data());
+        benchmark::ClobberMemory();
+    }
+    count_frames(state, 1);
+}
+BENCHMARK(BM_CallbackDecode);
+
+// Plain average of n queued frames (moving average off).
+void BM_AveragePlain(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    const std::vector<int> frame = decoded_frame();
+    std::vector<double> output(ORU_NUM_FILTERS);
+    set_frame_moving_average(false);
+    for (auto _ : state) {
+        state.PauseTiming();
+        queue_frames(n, frame);
+        state.ResumeTiming();
+        get_filter_data_from_sensor(output.data(), n, 0, kContinuous, kSensorWithoutHandle);
+        benchmark::DoNotOptimize(output.data());
+    }
+    count_frames(state, n);
+}
+BENCHMARK(BM_AveragePlain)->Arg(1)->Arg(10)->Arg(100)->Arg(1000);
+
+// Moving average, first request: n frames (at most 100) fill the ring, and
+// the ring is averaged.
+void BM_AverageMovingFill(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    const std::vector<int> frame = decoded_frame();
+    std::vector<double> output(ORU_NUM_FILTERS);
+    for (auto _ : state) {
+        state.PauseTiming();
+        set_frame_moving_average(true);
+        queue_frames(n, frame);
+        state.ResumeTiming();
+        get_filter_data_from_sensor(output.data(), n, 0, kContinuous, kSensorWithoutHandle);
+        benchmark::DoNotOptimize(output.data());
+    }
+    set_frame_moving_average(false);
+    count_frames(state, n);
+}
+BENCHMARK(BM_AverageMovingFill)->Arg(10)->Arg(100);
+
+// Moving average once the ring is full: each request takes one new frame in
+// place of the oldest and averages the whole ring again (n slots). Counted
+// in new frames: the raw data a request actually brings.
+void BM_AverageMovingBuffered(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    const std::vector<int> frame = decoded_frame();
+    std::vector<double> output(ORU_NUM_FILTERS);
+    set_frame_moving_average(true);
+    queue_frames(n, frame);
+    get_filter_data_from_sensor(output.data(), n, 0, kContinuous, kSensorWithoutHandle);
+    for (auto _ : state) {
+        state.PauseTiming();
+        queue_frames(1, frame);
+        state.ResumeTiming();
+        get_filter_data_from_sensor(output.data(), n, 0, kContinuous, kSensorWithoutHandle);
+        benchmark::DoNotOptimize(output.data());
+    }
+    set_frame_moving_average(false);
+    count_frames(state, 1);
+    state.counters["ring_frames/s"] = benchmark::Counter(static_cast<double>(state.iterations() * n),
+                                                         benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_AverageMovingBuffered)->Arg(10)->Arg(100);
+
+}  // namespace

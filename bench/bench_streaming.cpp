@@ -1,0 +1,183 @@
+// The library under a continuous stream and at rest, on virtual sensors that
+// pace their frames in real time (one per (shutter x 912 + 160) us, at least
+// 1 ms: about 933 frames/s at shutter speed 1).
+#include "bench_support.h"
+
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_device_api.h"
+#include "vsensor/vsensor.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr auto kRunTime = std::chrono::seconds(10);
+constexpr int kContinuous = 1;
+constexpr int kContinuousLast = 2;
+constexpr int kFilters = 1024;
+constexpr double kFullScale = 4095.0;
+
+// Frame k lights filter k % 1024 alone. The average of a request then tells
+// exactly which frames it took: filter j reads 4095 * (frames with k % 1024
+// == j) / n. (A plain frame counter would only show their mean, which a
+// symmetric gap leaves unchanged.)
+void one_hot_frame(uint64_t frame_no, uint16_t* out) {
+    std::fill(out, out + kFilters, 0);
+    out[frame_no % kFilters] = static_cast<uint16_t>(kFullScale);
+}
+
+// True when the n frames averaged into `average` were consecutive; `first`
+// receives the number (mod 1024) of the first of them. n <= 1024.
+bool consecutive_frames(const std::vector<double>& average, int n, int* first) {
+    std::vector<long> taken(kFilters);
+    long total = 0;
+    for (int j = 0; j < kFilters; ++j) {
+        taken[j] = std::lround(average[j] * n / kFullScale);
+        total += taken[j];
+    }
+    if (total != n) return false;
+    int start = -1;
+    for (int j = 0; j < kFilters && start < 0; ++j)
+        if (taken[j] == 1 && (n == kFilters || taken[(j + kFilters - 1) % kFilters] == 0)) start = j;
+    if (start < 0) return false;
+    for (int k = 0; k < n; ++k)
+        if (taken[(start + k) % kFilters] != 1) return false;
+    *first = start;
+    return true;
+}
+
+double process_cpu_seconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+// Repeated continuous-mode requests of n frames for 10 s, then the last
+// request of the series, which switches streaming off.
+void BM_ContinuousAcquisition(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    if (!connect_virtual_sensors(state, 1)) return;
+    vsensor::set_frame_source(0, one_hot_frame);
+    vsensor::set_realtime(true);
+    std::vector<double> average(kFilters);
+    long requests = 0, failed = 0, with_gap = 0, frames_between = 0;
+    double longest_request_ms = 0.0;
+    uint64_t sent = 0;
+    double seconds = 0.0, cpu = 0.0;
+    for (auto _ : state) {
+        const double cpu_before = process_cpu_seconds();
+        const uint64_t sent_before = vsensor::frames_sent(0);
+        const auto start = std::chrono::steady_clock::now();
+        int previous_last = -1;
+        while (std::chrono::steady_clock::now() - start < kRunTime) {
+            const auto request_start = std::chrono::steady_clock::now();
+            ORU_ERROR_CODE code = lu_ec_success;
+            get_filter_data_from_sensor(average.data(), n, 0, kContinuous, 0, &code);
+            longest_request_ms = std::max(longest_request_ms,
+                                          std::chrono::duration<double, std::milli>(
+                                              std::chrono::steady_clock::now() - request_start)
+                                              .count());
+            ++requests;
+            int first = 0;
+            if (code != lu_ec_success) {
+                ++failed;
+            } else if (!consecutive_frames(average, n, &first)) {
+                ++with_gap;
+            } else {
+                // Frames that came while no request was waiting were dropped.
+                if (previous_last >= 0) frames_between += (first - previous_last - 1 + kFilters) % kFilters;
+                previous_last = (first + n - 1) % kFilters;
+            }
+        }
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        cpu = process_cpu_seconds() - cpu_before;
+        sent = vsensor::frames_sent(0) - sent_before;
+        ORU_ERROR_CODE code = lu_ec_success;
+        get_filter_data_from_sensor(average.data(), n, 0, kContinuousLast, 0, &code);
+    }
+    vsensor::set_realtime(false);
+    const double sensor_fps = 1e6 / std::max(1 * 912 + 160, 1000);
+    state.counters["requests/s"] = static_cast<double>(requests) / seconds;
+    state.counters["averaged_fps"] = static_cast<double>(requests - failed - with_gap) * n / seconds;
+    state.counters["delivered_fps"] = static_cast<double>(sent) / seconds;
+    state.counters["sensor_fps"] = sensor_fps;
+    state.counters["gaps"] = static_cast<double>(with_gap);
+    state.counters["failed"] = static_cast<double>(failed);
+    state.counters["dropped_between"] = static_cast<double>(frames_between) / std::max(1L, requests - 1);
+    state.counters["longest_ms"] = longest_request_ms;
+    // Both threads, and the virtual sensor's work of making the frames.
+    state.counters["cpu_%"] = 100.0 * cpu / seconds;
+    disconnect_sensors();
+}
+BENCHMARK(BM_ContinuousAcquisition)
+    ->ArgName("n")
+    ->Arg(1)
+    ->Arg(10)
+    ->Arg(100)
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kSecond);
+
+// Context switches (each wake-up of a sleeping thread is one) per thread id.
+std::map<int, long> thread_switches() {
+    std::map<int, long> use;
+    DIR* tasks = opendir("/proc/self/task");
+    if (tasks == nullptr) return use;
+    while (dirent* entry = readdir(tasks)) {
+        if (entry->d_name[0] == '.') continue;
+        const int tid = std::stoi(entry->d_name);
+        std::ifstream status(std::string("/proc/self/task/") + entry->d_name + "/status");
+        std::string line;
+        while (std::getline(status, line)) {
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0 || line.rfind("nonvoluntary_ctxt_switches:", 0) == 0)
+                use[tid] += std::stol(line.substr(line.find(':') + 1));
+        }
+    }
+    closedir(tasks);
+    return use;
+}
+
+// Two sensors connected, nothing requested, for 10 s.
+void BM_Idle(benchmark::State& state) {
+    if (!connect_virtual_sensors(state, 2)) return;
+    vsensor::set_realtime(true);
+    double cpu = 0.0, seconds = 0.0, busiest_wakeups = 0.0;
+    size_t threads = 0;
+    for (auto _ : state) {
+        const std::map<int, long> before = thread_switches();
+        const double cpu_before = process_cpu_seconds();
+        const auto start = std::chrono::steady_clock::now();
+        std::this_thread::sleep_for(kRunTime);
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        cpu = process_cpu_seconds() - cpu_before;
+        const std::map<int, long> after = thread_switches();
+        threads = after.size();
+        // The calling thread (its id is the process id) only slept here.
+        for (const auto& [tid, switches] : after) {
+            if (tid == getpid()) continue;
+            auto it = before.find(tid);
+            const long earlier = it == before.end() ? 0 : it->second;
+            busiest_wakeups = std::max(busiest_wakeups, static_cast<double>(switches - earlier) / seconds);
+        }
+    }
+    vsensor::set_realtime(false);
+    state.counters["cpu_%"] = 100.0 * cpu / seconds;
+    state.counters["threads"] = static_cast<double>(threads);
+    state.counters["wakeups/s"] = busiest_wakeups;
+    disconnect_sensors();
+}
+BENCHMARK(BM_Idle)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
+
+}  // namespace

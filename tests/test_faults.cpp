@@ -1,0 +1,352 @@
+// Faults of the sensor and of the bus seen through the exported functions:
+// every call comes back (a watchdog turns a hang into a failed run), with the
+// documented result, and the library stays usable afterwards.
+#include "api_test_support.h"
+
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Far above the library's own bound for a wait (a few seconds): only a hang
+// reaches it.
+constexpr std::chrono::seconds kWatchdog{30};
+
+// Result of one exported call and what it printed on standard output.
+struct Outcome {
+    int result;
+    std::string printed;
+};
+
+// Runs one call on a thread of its own, capturing its output. A call that
+// does not come back in time cannot be joined, so the program ends at once.
+template <typename Call>
+Outcome call_in_time(const char* what, Call call) {
+    StdoutCapture out;
+    auto result = std::async(std::launch::async, call);
+    if (result.wait_for(kWatchdog) != std::future_status::ready) {
+        out.text();
+        std::fprintf(stderr, "watchdog: %s did not return within %lld s\n", what,
+                     static_cast<long long>(kWatchdog.count()));
+        std::fflush(stderr);
+        std::_Exit(3);
+    }
+    const int value = result.get();
+    return {value, out.text()};
+}
+
+Outcome connect_() { return call_in_time("duConnect", [] { return duConnect(); }); }
+Outcome disconnect_() { return call_in_time("duDisconnect", [] { return duDisconnect(); }); }
+Outcome read_(std::vector<double>& output, int averages) {
+    return call_in_time("duGetFilterData", [&] { return duGetFilterData(output.data(), averages); });
+}
+Outcome optimal_shutter_() {
+    return call_in_time("duGetOptimalShutterSpeed", [] { return duGetOptimalShutterSpeed(nullptr, 0); });
+}
+std::string sensor_id_() {
+    char id[26] = {};
+    const Outcome got = call_in_time("duGetSensorID", [&] { return duGetSensorID(id); });
+    return got.result == 1 ? std::string(id) : "result " + std::to_string(got.result);
+}
+
+// What the event thread reports on standard error for a failed bulk transfer.
+std::string bulk_status_line(int status) {
+    return "bulk data transfer status " + std::to_string(status) + "?\n";
+}
+
+const std::string kPermissionLines =
+    "Device open failed due to a permission denied error.\n"
+    "libusb requires write access to USB device nodes.\n"
+    "could not open device, error -3\n";
+const std::string kOpenedLines = "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n";
+
+class Faults : public VirtualBusTest {
+protected:
+    void SetUp() override {
+        VirtualBusTest::SetUp();
+        // Waits for frames that never come end after this margin instead of
+        // the default 2 s, to keep the suite short; one case keeps the default.
+        set_frame_wait_margin_ms(300);
+    }
+    void TearDown() override {
+        vsensor::set_realtime(false);
+        VirtualBusTest::TearDown();
+    }
+
+    // Sensor at a bus position, its frames all at the position's own level.
+    static void add_sensor(int bus_position, unsigned faults = vsensor::kFaultNone) {
+        vsensor::SensorOptions options;
+        options.faults = faults;
+        ASSERT_EQ(vsensor::add_sensor(options), bus_position);
+        vsensor::set_constant_frame(bus_position, level_of(bus_position));
+    }
+    // `count` sensors, the first with `faults_of_first`, then duConnect.
+    static int connect_sensors(int count, unsigned faults_of_first = vsensor::kFaultNone) {
+        for (int i = 0; i < count; ++i) add_sensor(i, i == 0 ? faults_of_first : vsensor::kFaultNone);
+        return connect_().result;
+    }
+    static uint16_t level_of(int bus_position) { return static_cast<uint16_t>(1000 + 100 * bus_position); }
+
+    // Activates a sensor and reads it: the read succeeds with the level of
+    // the sensor at `bus_position` everywhere.
+    static ::testing::AssertionResult reads_its_level(int sensor_index, int bus_position) {
+        duActivateSensorWithIndex(sensor_index);
+        std::vector<double> output(1024, -1.0);
+        const Outcome got = read_(output, 3);
+        if (got.result != 1) return ::testing::AssertionFailure() << "duGetFilterData gave " << got.result;
+        for (double value : output)
+            if (value != level_of(bus_position))
+                return ::testing::AssertionFailure() << "read " << value << ", not " << level_of(bus_position);
+        return ::testing::AssertionSuccess();
+    }
+
+    // Activates a sensor and reads it: the read fails with the time-out code,
+    // prints only the API's line and writes nothing to the output.
+    static ::testing::AssertionResult read_times_out(int sensor_index) {
+        duActivateSensorWithIndex(sensor_index);
+        std::vector<double> output(1024, -1.0);
+        const Outcome got = read_(output, 3);
+        if (got.result != -lu_ec_fw_recv_timeout)
+            return ::testing::AssertionFailure() << "duGetFilterData gave " << got.result;
+        if (got.printed != api_exception_line(lu_ec_fw_recv_timeout))
+            return ::testing::AssertionFailure() << "printed " << got.printed;
+        for (double value : output)
+            if (value != -1.0) return ::testing::AssertionFailure() << "output written: " << value;
+        return ::testing::AssertionSuccess();
+    }
+};
+
+// ---- a stream that stops -----------------------------------------------------
+
+TEST_F(Faults, StalledStreamTimesOutWithTheDefaultMarginAndReadsAgainOnceFramesFlow) {
+    set_frame_wait_margin_ms(2000);
+    ASSERT_EQ(connect_sensors(2, vsensor::kFaultStreamStall), 2);
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_FALSE(vsensor::streaming(0));  // the abandoned request switched streaming off
+    // The event loop goes on: the other sensor, and the first once it streams.
+    EXPECT_TRUE(reads_its_level(1, 1));
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_TRUE(reads_its_level(0, 0));
+}
+
+TEST_F(Faults, StalledStreamEndsTheShutterSearchWithTheTimeoutCode) {
+    ASSERT_EQ(connect_sensors(1, vsensor::kFaultStreamStall), 1);
+    const Outcome stalled = optimal_shutter_();
+    EXPECT_EQ(stalled.result, -lu_ec_fw_recv_timeout);
+    EXPECT_NE(stalled.printed.find(api_exception_line(lu_ec_fw_recv_timeout)), std::string::npos)
+        << stalled.printed;
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    vsensor::use_optical_model(0);
+    EXPECT_GT(optimal_shutter_().result, 1);
+}
+
+// ---- a failed bulk completion ---------------------------------------------------
+
+TEST_F(Faults, BulkErrorEndsTheEventLoopForEverySensorUntilTheNextConnect) {
+    ASSERT_EQ(connect_sensors(2, vsensor::kFaultBulkError), 2);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), bulk_status_line(LIBUSB_TRANSFER_ERROR));
+    // One event thread serves all sensors; it has ended, so no frame reaches
+    // the library from any sensor now.
+    EXPECT_TRUE(read_times_out(1));
+    EXPECT_TRUE(read_times_out(0));
+    // Control requests do not need the event thread.
+    EXPECT_EQ(call_in_time("duSetShutterSpeed", [] { return duSetShutterSpeed(20); }).result, 1);
+    EXPECT_EQ(vsensor::shutter_speed(0), 20);
+    EXPECT_EQ(sensor_id_(), default_sensor_id(0));
+    EXPECT_EQ(disconnect_().result, 1);
+    EXPECT_EQ(connect_().result, 2);
+    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_TRUE(reads_its_level(1, 1));
+}
+
+// ---- a sensor unplugged ----------------------------------------------------------
+
+TEST_F(Faults, UnplugWhileStreamingFailsTheReadAndTheRestConnectAgain) {
+    ASSERT_EQ(connect_sensors(2), 2);
+    vsensor::set_realtime(true);  // about 1000 frames a second: the read would last 2 s
+    duActivateSensorWithIndex(0);
+    std::vector<double> output(1024, -1.0);
+    testing::internal::CaptureStderr();
+    auto unplugger = std::async(std::launch::async, [] {
+        // Pull the plug once frames are flowing.
+        for (int i = 0; i < 20000 && vsensor::frames_sent(0) < 10; ++i)
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        const uint64_t sent = vsensor::frames_sent(0);
+        vsensor::unplug(0);
+        return sent;
+    });
+    const Outcome got = read_(output, 2000);
+    const uint64_t sent_before_unplug = unplugger.get();
+    const std::string errors = testing::internal::GetCapturedStderr();
+    EXPECT_GE(sent_before_unplug, 10u);
+    EXPECT_EQ(got.result, -lu_ec_fw_recv_timeout);
+    // The plug is pulled either while the transfer waits for a frame (it
+    // completes with "no device") or while its callback runs (resubmitting
+    // it fails).
+    if (errors.empty())
+        EXPECT_EQ(got.printed, "===>>>> libusb_submit_transfer fail!!!\n" + api_exception_line(lu_ec_fw_recv_timeout));
+    else
+        EXPECT_EQ(got.printed, api_exception_line(lu_ec_fw_recv_timeout));
+    EXPECT_TRUE(errors.empty() || errors == bulk_status_line(LIBUSB_TRANSFER_NO_DEVICE)) << errors;
+    EXPECT_EQ(output[0], -1.0);
+    vsensor::set_realtime(false);
+
+    // The sensor left behind is reached again after a new connect, as index 0.
+    EXPECT_EQ(disconnect_().result, 1);
+    EXPECT_EQ(connect_().result, 1);
+    EXPECT_EQ(sensor_id_(), default_sensor_id(1));
+    EXPECT_TRUE(reads_its_level(0, 1));
+}
+
+TEST_F(Faults, SensorThatUnplugsAtStartOfStreamingCanBeDisconnected) {
+    ASSERT_EQ(connect_sensors(1, vsensor::kFaultUnplugOnStream), 1);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), bulk_status_line(LIBUSB_TRANSFER_NO_DEVICE));
+    // Requests to a vanished sensor fail quietly; the ID reads as zeros.
+    EXPECT_EQ(sensor_id_(), "A0-0-0-0-0");
+    EXPECT_EQ(call_in_time("duSetShutterSpeed", [] { return duSetShutterSpeed(20); }).result, 1);
+    EXPECT_EQ(disconnect_().result, 1);
+    EXPECT_FALSE(vsensor::is_open(0));
+    const Outcome again = connect_();
+    EXPECT_EQ(again.result, -1);
+    EXPECT_EQ(again.printed, "");
+}
+
+TEST_F(Faults, SecondConnectAfterASensorVanishedOpensTheOthers) {
+    ASSERT_EQ(connect_sensors(3), 3);
+    testing::internal::CaptureStderr();
+    vsensor::unplug(1);
+    // Its pending transfer ends with "no device", which ends the event loop:
+    // until the next connect no sensor gets frames.
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_TRUE(read_times_out(2));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), bulk_status_line(LIBUSB_TRANSFER_NO_DEVICE));
+    const Outcome again = connect_();
+    EXPECT_EQ(again.result, 2);
+    EXPECT_EQ(again.printed, "Sensor is disconnected.\n" + kOpenedLines + kOpenedLines +
+                                 "**** [oru_device_api] Total number of sensors: 2\n");
+    EXPECT_EQ(duActivateSensorWithID(default_sensor_id(1).c_str()), -1);
+    EXPECT_EQ(duActivateSensorWithID(default_sensor_id(2).c_str()), 1);
+    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_TRUE(reads_its_level(1, 2));
+}
+
+TEST_F(Faults, ConnectAfterEverySensorVanishedFindsNoneAndALaterSensorIsFound) {
+    ASSERT_EQ(connect_sensors(1), 1);
+    testing::internal::CaptureStderr();
+    vsensor::unplug(0);
+    const Outcome none = connect_();
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(none.result, -1);
+    EXPECT_EQ(none.printed, "Sensor is disconnected.\n");
+    EXPECT_EQ(duGetTotalSensors(), 0);
+    add_sensor(1);
+    EXPECT_EQ(connect_().result, 1);
+    EXPECT_TRUE(reads_its_level(0, 1));
+}
+
+// ---- control requests that fail ---------------------------------------------------
+
+TEST_F(Faults, SensorThatDoesNotEchoReadsZeroSettingsButStillStreams) {
+    ASSERT_EQ(connect_sensors(1, vsensor::kFaultNoEcho), 1);
+    EXPECT_EQ(sensor_id_(), "A0-0-0-0-0");
+    int gain = -1, range = -1;
+    const Outcome parameters = call_in_time("duGetSensorParameters", [&] { return duGetSensorParameters(&gain, &range); });
+    EXPECT_EQ(parameters.result, 1);
+    EXPECT_EQ(gain, 0);
+    EXPECT_EQ(range, 0);
+    // A write whose read-back differs is sent once more, then accepted.
+    vsensor::clear_events();
+    EXPECT_EQ(call_in_time("duSetShutterSpeed", [] { return duSetShutterSpeed(100); }).result, 1);
+    int writes = 0;
+    for (const std::string& item : transcript_items(0)) writes += item == "cmd 5 value 100";
+    EXPECT_EQ(writes, 2) << vsensor::transcript(0);
+    EXPECT_EQ(vsensor::shutter_speed(0), 100);  // the sensor took it all the same
+    EXPECT_EQ(duGetShutterSpeed(), 100);        // the value last set, not asked of the sensor
+    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_EQ(disconnect_().result, 1);
+}
+
+TEST_F(Faults, SensorWhoseControlRequestsTimeOutConnectsButGivesNoFrames) {
+    ASSERT_EQ(connect_sensors(2, vsensor::kFaultControlTimeout), 2);
+    EXPECT_EQ(sensor_id_(), "A0-0-0-0-0");
+    EXPECT_EQ(call_in_time("duSetShutterSpeed", [] { return duSetShutterSpeed(50); }).result, 1);
+    // The start-streaming request fails too, so the read times out.
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_TRUE(reads_its_level(1, 1));
+    EXPECT_EQ(disconnect_().result, 1);
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(connect_().result, 2);
+    EXPECT_EQ(sensor_id_(), default_sensor_id(0));
+    EXPECT_TRUE(reads_its_level(0, 0));
+}
+
+// ---- opening and claiming -----------------------------------------------------------
+
+TEST_F(Faults, PermissionDeniedOnTheOnlySensorFindsNoneUntilAccessIsGranted) {
+    add_sensor(0, vsensor::kFaultOpenAccess);
+    const Outcome denied = connect_();
+    EXPECT_EQ(denied.result, -1);
+    // Once for the sensor, once for the LED driver search on the same device.
+    EXPECT_EQ(denied.printed, kPermissionLines + kPermissionLines);
+    EXPECT_FALSE(vsensor::is_open(0));
+    std::vector<double> output(1024, -1.0);
+    const Outcome read = read_(output, 1);
+    EXPECT_EQ(read.result, -lu_ec_device_object_is_null);
+    EXPECT_EQ(read.printed, api_exception_line(lu_ec_device_object_is_null));
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(connect_().result, 1);
+    EXPECT_TRUE(reads_its_level(0, 0));
+}
+
+TEST_F(Faults, PermissionDeniedOnTheSecondSensorEndsTheSearchThere) {
+    add_sensor(0);
+    add_sensor(1, vsensor::kFaultOpenAccess);
+    add_sensor(2);
+    const Outcome got = connect_();
+    EXPECT_EQ(got.result, 1);
+    EXPECT_EQ(got.printed, kOpenedLines + kPermissionLines + "**** [oru_device_api] Total number of sensors: 1\n");
+    EXPECT_FALSE(vsensor::is_open(2));
+    EXPECT_TRUE(reads_its_level(0, 0));
+}
+
+TEST_F(Faults, SensorWhoseInterfaceIsBusyConnectsButCannotStream) {
+    ASSERT_EQ(connect_sensors(2, vsensor::kFaultClaim), 2);
+    EXPECT_FALSE(vsensor::is_claimed(0));
+    // Sensor 0 is counted, with no handle: nothing reaches it, its reads time
+    // out; sensor 1 works.
+    EXPECT_EQ(sensor_id_(), "A0-0-0-0-0");
+    EXPECT_TRUE(read_times_out(0));
+    EXPECT_TRUE(reads_its_level(1, 1));
+    EXPECT_EQ(disconnect_().result, 1);
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(connect_().result, 2);
+    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_TRUE(reads_its_level(1, 1));
+}
+
+TEST_F(Faults, UnreadableDescriptorEndsTheSearchAndPrintsIt) {
+    add_sensor(0, vsensor::kFaultDescriptor);
+    const Outcome got = connect_();
+    EXPECT_EQ(got.result, -1);
+    EXPECT_EQ(got.printed, "failed to get device descriptor\n");
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(connect_().result, 1);
+    EXPECT_TRUE(reads_its_level(0, 0));
+}
+
+}  // namespace
