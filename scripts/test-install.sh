@@ -34,4 +34,7 @@ env -u LD_LIBRARY_PATH PYTHONPATH="$LIBDIR/python3/dist-packages" ORU_VSENSOR_RE
   python3 -c 'import oru_sensor
 with oru_sensor.connect(virtual=1) as s: assert len(s[0].read_filter_data(1)) == 1024'
 "$PREFIX/bin/oru-sensor" --virtual=2 list >/dev/null
+( cd "$PREFIX" && PYTHONPATH="$LIBDIR/python3/dist-packages" ORU_VSENSOR_REALTIME=0 \
+    python3 "$OLDPWD/examples/python_read_csv.py" --virtual "$PREFIX/fd.csv" >/dev/null )
+test "$(wc -l < "$PREFIX/fd.csv")" -eq 1025
 echo "install test: ok"
