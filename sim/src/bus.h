@@ -29,6 +29,7 @@ struct Device {
     std::array<uint8_t, 256> regs{};      // last byte written, by write code
     bool streaming = false;
     uint64_t frame_no = 0;                // next frame number of this run
+    uint32_t run_no = 0;                  // start-streaming requests so far
     uint64_t frames_sent = 0;
     int led_state = -1;
     unsigned faults = kFaultNone;

@@ -88,6 +88,7 @@ void start_streaming(Device& d) {
     }
     d.streaming = true;
     d.frame_no = 0;
+    ++d.run_no;
     d.next_due = SteadyClock::now() + frame_period(d);
     log_stream_start(d.pos);
 }

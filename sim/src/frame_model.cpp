@@ -48,10 +48,12 @@ void render_optical(Device& d, uint64_t frame_no, uint16_t* out) {
     const double gain = (d.regs[20] & 0x02) ? 2.0 : 1.0;
     const double scale = d.opts.brightness * shutter_of(d) * kDnPerShutterUnit * gain;
     std::normal_distribution<double> noise(0.0, d.opts.noise_sigma > 0 ? d.opts.noise_sigma : 1.0);
-    // Noise depends only on the seed and the frame number within the run, so
-    // a request sees the same frames however the threads interleave.
+    // Noise depends only on the seed, the run (start-streaming request) and
+    // the frame number within it, so a request sees the same frames however
+    // the threads interleave, and successive requests still differ.
     if (d.opts.noise_sigma > 0) {
-        std::seed_seq seq{d.opts.noise_seed, static_cast<uint32_t>(frame_no), static_cast<uint32_t>(frame_no >> 32)};
+        std::seed_seq seq{d.opts.noise_seed, d.run_no, static_cast<uint32_t>(frame_no),
+                          static_cast<uint32_t>(frame_no >> 32)};
         d.rng.seed(seq);
     }
     for (int i = 0; i < kFilters; ++i) {
