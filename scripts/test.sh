@@ -3,14 +3,15 @@
 #   1. native build: unit and integration tests on virtual sensors, the
 #      real-libusb tier (umockdev), the C smoke test, the CLI and Python tests
 #   2. the installed package: examples built through CMake and pkg-config
-#   3. sanitizers: ThreadSanitizer, AddressSanitizer + UndefinedBehaviorSanitizer
-#   4. the arm64 target, cross-built and run under qemu-user
-#   5. short fuzz runs
+#   3. valgrind memcheck over the integration tests (native build)
+#   4. sanitizers: ThreadSanitizer, AddressSanitizer + UndefinedBehaviorSanitizer
+#   5. the arm64 and armhf targets, cross-built and run under qemu-user
+#   6. short fuzz runs
 # ORU_TEST_TIERS="native install ..." runs a subset.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-TIERS=${ORU_TEST_TIERS:-"native install sanitizers arm64 fuzz"}
+TIERS=${ORU_TEST_TIERS:-"native install valgrind sanitizers arm64 armhf fuzz"}
 LOG=$(mktemp /tmp/oru-test.XXXXXX)
 trap 'rm -f "$LOG"' EXIT
 JOBS=$(nproc 2>/dev/null || echo 2)
@@ -30,6 +31,10 @@ if tier install; then
   banner "installed package"
   ./scripts/test-install.sh build
 fi
+if tier valgrind; then
+  banner "valgrind memcheck"
+  BUILD_DIR=build ./scripts/valgrind.sh
+fi
 if tier sanitizers; then
   banner "sanitizers"
   ./scripts/test-sanitizers.sh thread address 2>&1 | tee -a "$LOG"
@@ -37,6 +42,10 @@ fi
 if tier arm64; then
   banner "arm64 under qemu"
   ./scripts/test-arm.sh arm64 2>&1 | tee -a "$LOG"
+fi
+if tier armhf; then
+  banner "armhf under qemu"
+  ./scripts/test-arm.sh armhf 2>&1 | tee -a "$LOG"
 fi
 if tier fuzz; then
   banner "fuzzing (short)"
