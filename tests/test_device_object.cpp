@@ -34,83 +34,6 @@ long vtable_slot(Pmf pmf) {
 #endif
 }
 
-TEST(DeviceObjectTable, VirtualOperationsAreInTheirFixedOrder) {
-    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)()>(&Base::initialize)), 0);
-    EXPECT_EQ(vtable_slot(static_cast<int (Base::*)(unsigned int)>(&Base::initialize)), 1);
-    EXPECT_EQ(vtable_slot(&Base::is_initialized), 2);
-    EXPECT_EQ(vtable_slot(&Base::finalize), 3);
-    EXPECT_EQ(vtable_slot(&Base::reconnect_device), 4);
-    EXPECT_EQ(vtable_slot(&Base::enable_spatial_filtering), 5);
-    EXPECT_EQ(vtable_slot(&Base::find_optimal_shutter_speed), 6);
-    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)(int, unsigned int)>(&Base::set_auto_exposure_parameters)), 7);
-    EXPECT_EQ(vtable_slot(static_cast<void (Base::*)(int, int, int, int, int, unsigned int)>(
-                  &Base::set_auto_exposure_parameters)),
-              8);
-    EXPECT_EQ(vtable_slot(&Base::enable_frame_moving_average), 9);
-    EXPECT_EQ(vtable_slot(&Base::get_background_filter_data), 10);
-    EXPECT_EQ(vtable_slot(static_cast<double (Base::*)(double*, int, int, int, unsigned int)>(&Base::get_filter_data)),
-              11);
-    EXPECT_EQ(vtable_slot(static_cast<int (Base::*)(std::vector<double>&, int, int, bool, int, int)>(
-                  &Base::get_filter_data)),
-              12);
-    EXPECT_EQ(vtable_slot(&Base::get_filter_data_2048), 13);
-    EXPECT_EQ(vtable_slot(&Base::get_shutter_speed), 14);
-    EXPECT_EQ(vtable_slot(&Base::set_shutter_speed), 15);
-    EXPECT_EQ(vtable_slot(&Base::set_blank_time), 16);
-    EXPECT_EQ(vtable_slot(&Base::get_blank_time), 17);
-    EXPECT_EQ(vtable_slot(&Base::get_min_shutter_speed), 18);
-    EXPECT_EQ(vtable_slot(&Base::get_max_shutter_speed), 19);
-    EXPECT_EQ(vtable_slot(&Base::get_min_filter_out), 20);
-    EXPECT_EQ(vtable_slot(&Base::get_max_filter_out), 21);
-    EXPECT_EQ(vtable_slot(&Base::get_num_filters), 22);
-    EXPECT_EQ(vtable_slot(&Base::get_abnormal_filters), 23);
-    EXPECT_EQ(vtable_slot(&Base::set_led_module_op_mode), 24);
-    EXPECT_EQ(vtable_slot(&Base::set_onboard_frame_average), 25);
-    EXPECT_EQ(vtable_slot(&Base::get_onboard_frame_average), 26);
-    EXPECT_EQ(vtable_slot(&Base::set_onboard_dark_correction), 27);
-    EXPECT_EQ(vtable_slot(&Base::get_onboard_dark_correction), 28);
-    EXPECT_EQ(vtable_slot(&Base::get_onboard_dark_frame), 29);
-    EXPECT_EQ(vtable_slot(&Base::get_poi_info), 30);
-    EXPECT_EQ(vtable_slot(&Base::set_poi_info), 31);
-    EXPECT_EQ(vtable_slot(&Base::get_poi_filter_data), 32);
-    EXPECT_EQ(vtable_slot(&Base::leddriver_isopen), 33);
-    EXPECT_EQ(vtable_slot(&Base::leddriver_close), 34);
-    EXPECT_EQ(vtable_slot(&Base::leddriver_set_led_state), 35);
-    EXPECT_EQ(vtable_slot(&Base::leddriver_turn_off_all), 36);
-    // Non-virtual operations have no slot.
-    EXPECT_EQ(vtable_slot(&Base::get_adc_range), -1);
-}
-
-TEST(AcquisitionConditions, DefaultRecord) {
-    SDataAcqCondition c;
-    EXPECT_EQ(c.deviceid, 0);
-    EXPECT_EQ(c.datasize, 1024);
-    EXPECT_EQ(c.sensortype, "unknown");
-    EXPECT_EQ(c.adc, 132);
-    EXPECT_EQ(c.gain, 1);
-    EXPECT_EQ(c.ss, 250);
-    EXPECT_EQ(c.average, 1);
-    EXPECT_EQ(c.frames, 1);
-    EXPECT_TRUE(c.append);
-    EXPECT_EQ(c.datatype, AcqDataType_Raw);
-    EXPECT_TRUE(c.validpixelonly);
-    EXPECT_FALSE(c.normalized);
-    EXPECT_FALSE(c.hdr);
-    EXPECT_EQ(c.hdrscale, 1);
-    EXPECT_FALSE(c.useAE);
-    EXPECT_FALSE(c.ignoreOutliers);
-    EXPECT_EQ(c.pixelBinningMode, 0);
-    EXPECT_EQ(c.darkcorrectionMode, 4);
-    EXPECT_EQ(AcqDataType_Unknown, 0);
-    EXPECT_EQ(AcqDataType_Ref, 4);
-
-    c.ss = 9;
-    c.sensortype = "x";
-    c.reset();
-    EXPECT_EQ(c.ss, 250);
-    EXPECT_EQ(c.sensortype, "unknown");
-}
-
 class DeviceObject : public VirtualBusTest {
 protected:
     static void bring_up(Base& device, unsigned int index) {
@@ -126,32 +49,6 @@ void expect_code(int expected, const std::function<void()>& operation) {
     } catch (const oru_base_exception& e) {
         EXPECT_EQ(e.error_code, expected);
     }
-}
-
-TEST_F(DeviceObject, InitialStateAndClearedMovingAverageBuffer) {
-    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 7.0);
-    Base device(0);
-    for (double v : g_FMA_Buffer) ASSERT_EQ(v, 0.0);
-    EXPECT_FALSE(device.m_interface_is_initialized);
-    EXPECT_EQ(device.m_dark_average_val, 0.0);
-    EXPECT_EQ(device.m_ShutterSpeed2, 20);
-    EXPECT_EQ(device.m_adc_range, 132);
-    EXPECT_EQ(device.m_adc_gain, 1);
-    EXPECT_EQ(device.m_adc_res, 0);
-    EXPECT_TRUE(device.m_sensor_id.empty());
-    EXPECT_FALSE(device.m_bEnableOBDC);
-    EXPECT_FALSE(device.m_bFilterDataAtSS1IsReady);
-    EXPECT_TRUE(device.m_AcqCond.empty());
-    EXPECT_EQ(device.get_adc_range(0), 132);
-}
-
-TEST_F(DeviceObject, ConstantsNeedNoDevice) {
-    Base device(0);
-    EXPECT_EQ(device.get_min_shutter_speed(5), 1);
-    EXPECT_EQ(device.get_max_shutter_speed(5), 16777215);
-    EXPECT_EQ(device.get_min_filter_out(5), 0.0);
-    EXPECT_EQ(device.get_max_filter_out(5), 4095.0);
-    EXPECT_EQ(device.get_num_filters(5), 1024);
 }
 
 TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
@@ -186,21 +83,6 @@ TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
     EXPECT_FALSE(device.m_bEnableOBDC);  // the guard comes first
 }
 
-TEST_F(DeviceObject, TestDeviceClearsBothFlagsBeforeThrowing) {
-    Base device(0);
-    bool sensor_ok = true, controller_ok = true;
-    expect_code(lu_ec_initialization_required, [&] { device.test_device(sensor_ok, controller_ok, 0); });
-    EXPECT_FALSE(sensor_ok);
-    EXPECT_FALSE(controller_ok);
-}
-
-TEST_F(DeviceObject, FailedInitializeLeavesTheFlagDown) {
-    Base device(0);
-    StdoutCapture quiet;
-    EXPECT_EQ(device.initialize(0), -1);
-    EXPECT_FALSE(device.is_initialized(0));
-}
-
 TEST_F(DeviceObject, InitializeSetsShutterSpeedOne) {
     add_sensors(1);
     Base device(0);
@@ -224,16 +106,6 @@ TEST_F(DeviceObject, ShutterSpeedIsTheLastValueSet) {
     // Not read back from the device.
     vsensor::set_register_value(0, 5, 7);
     EXPECT_EQ(device.get_shutter_speed(0), 300);
-}
-
-TEST_F(DeviceObject, BlankTimeRoundTrip) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
-    device.set_blank_time(600, 0);
-    EXPECT_EQ(vsensor::register_value(0, 34), 600 >> 8);
-    EXPECT_EQ(vsensor::register_value(0, 33), 600 & 0xFF);
-    EXPECT_EQ(device.get_blank_time(0), 600);
 }
 
 TEST_F(DeviceObject, AcquisitionConditionsAreStoredAndApplied) {
@@ -349,21 +221,6 @@ TEST_F(DeviceObject, AbnormalFiltersIgnoreValidValuesAndRestoreTheShutterSpeed) 
     EXPECT_EQ(vsensor::shutter_speed(0), 90);
 }
 
-TEST_F(DeviceObject, StalledStreamIsThrownAsTimeout) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
-    device.set_shutter_speed(50, 0);
-    vsensor::set_faults(0, vsensor::kFaultStreamStall);
-    std::vector<double> buffer(1024);
-    expect_code(lu_ec_fw_recv_timeout, [&] { device.get_filter_data(buffer.data(), 1, 0, 0, 0); });
-    expect_code(lu_ec_fw_recv_timeout, [&] { device.get_background_filter_data(buffer.data(), 1, 0); });
-    EXPECT_EQ(device.get_shutter_speed(0), 1);  // left at shutter speed 1
-    std::vector<int> none;
-    std::vector<double> background;
-    expect_code(lu_ec_fw_recv_timeout, [&] { device.find_optimal_shutter_speed(none, background, 3500, 1, 0); });
-}
-
 TEST_F(DeviceObject, SearchEntryShiftsTheListAndDefaultsToAllFilters) {
     add_sensors(1);
     Base device(0);
@@ -400,25 +257,6 @@ TEST_F(DeviceObject, SearchSaturationMinusOneKeepsTheParameters) {
     EXPECT_EQ(m_gAEParams.lower_dn_value, 2500);
     EXPECT_EQ(m_gAEParams.mean_upper_dn_value, 3100);
     EXPECT_EQ(m_gAEParams.max_ss, 800);
-}
-
-TEST_F(DeviceObject, SensorIdentityForms) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
-    EXPECT_EQ(device.get_sensor_id(0u), default_sensor_id(0));
-    char raw[5] = {};
-    device.get_sensor_id(raw, 0);
-    EXPECT_EQ(device.decode_sensor_id(raw, 0), default_sensor_id(0));
-}
-
-TEST_F(DeviceObject, OnboardDarkCorrectionFlagIsKeptHere) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
-    EXPECT_EQ(device.get_onboard_dark_correction(0), 0);
-    EXPECT_EQ(device.set_onboard_dark_correction(true, 0), 1);
-    EXPECT_EQ(device.get_onboard_dark_correction(0), 1);
 }
 
 TEST_F(DeviceObject, DestructorClosesSensorZero) {

@@ -30,15 +30,6 @@ TEST_F(RegistryTest, ConnectsConsecutiveDevicesUntilOneFails) {
     EXPECT_FALSE(registry.is_sensor_connected(3));
 }
 
-TEST_F(RegistryTest, NothingToConnect) {
-    Registry registry;
-    StdoutCapture out;
-    EXPECT_EQ(registry.connect_multiple_devices(true, 0), 0);
-    EXPECT_EQ(registry.connect_multiple_devices(false, 0), 0);
-    EXPECT_EQ(out.text(), "");
-    EXPECT_TRUE(Registry::m_pSpecDevice.empty());
-}
-
 TEST_F(RegistryTest, SingleDeviceByIndex) {
     add_sensors(2);
     Registry registry;
@@ -161,34 +152,6 @@ TEST_F(RegistryTest, ReconnectAfterDisconnect) {
     ASSERT_TRUE(registry.connect_device(0));
     ASSERT_TRUE(registry.disconnect_device(0));
     EXPECT_TRUE(registry.connect_device(0));
-}
-
-TEST_F(RegistryTest, ConstructionClearsTheSharedMaps) {
-    Registry::sidMap[3] = "x";
-    Registry::sensorConnectionStatus[3] = true;
-    Registry registry;
-    EXPECT_TRUE(Registry::sidMap.empty());
-    EXPECT_TRUE(Registry::sensorConnectionStatus.empty());
-    EXPECT_EQ(registry.numOfDevices, 0);
-}
-
-TEST_F(RegistryTest, StatusFlags) {
-    Registry registry;
-    EXPECT_FALSE(registry.is_sensor_connected(2));  // inserted as false
-    EXPECT_EQ(Registry::sensorConnectionStatus.count(2), 1u);
-    registry.set_sensor_connection_status(true, 2);
-    EXPECT_TRUE(registry.is_sensor_connected(2));
-}
-
-TEST_F(RegistryTest, CreateKeepsAnExistingFacadeAndDestroyRemovesIt) {
-    Registry registry;
-    registry.CreateSensorObject(6);
-    oru_device_interface* made = Registry::m_pSpecDevice[6];
-    ASSERT_NE(made, nullptr);
-    registry.CreateSensorObject(6);
-    EXPECT_EQ(Registry::m_pSpecDevice[6], made);
-    registry.DestroySensorObject(6);
-    EXPECT_EQ(Registry::m_pSpecDevice.count(6), 0u);
 }
 
 }  // namespace

@@ -32,16 +32,6 @@ TEST(SMA, FillsThenDropsTheOldestValue) {
     EXPECT_EQ(sma.avg(), 6.0);
 }
 
-TEST(SMA, PeriodOneKeepsTheLatestValue) {
-    SMA sma(1);
-    sma.add(5.0);
-    EXPECT_EQ(sma.size(), 1u);
-    EXPECT_EQ(sma.avg(), 5.0);
-    sma.add(-7.0);
-    EXPECT_EQ(sma.size(), 1u);
-    EXPECT_EQ(sma.avg(), -7.0);
-}
-
 TEST(SMA, MatchesAWindowedAverageOverManyWraps) {
     for (unsigned period : {2u, 4u, 9u}) {
         SMA sma(period);

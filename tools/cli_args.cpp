@@ -5,24 +5,24 @@
 
 namespace {
 
-const OptionSpec* find_long(const std::vector<OptionSpec>& specs, const std::string& name) {
-    for (const auto& s : specs)
+const OptionInfo* find_long(const std::vector<OptionInfo>& options_known, const std::string& name) {
+    for (const auto& s : options_known)
         if (name == s.long_name) return &s;
     return nullptr;
 }
 
-const OptionSpec* find_short(const std::vector<OptionSpec>& specs, char c) {
-    for (const auto& s : specs)
+const OptionInfo* find_short(const std::vector<OptionInfo>& options_known, char c) {
+    for (const auto& s : options_known)
         if (s.short_name == c) return &s;
     return nullptr;
 }
 
 }  // namespace
 
-bool parse_args(int argc, char** argv, const std::vector<OptionSpec>& specs, ParsedArgs& out, std::string& error) {
+bool parse_args(int argc, char** argv, const std::vector<OptionInfo>& options_known, ParsedArgs& out, std::string& error) {
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
-        const OptionSpec* spec = nullptr;
+        const OptionInfo* option = nullptr;
         std::string value;
         bool has_inline = false;
         if (a.rfind("--", 0) == 0 && a.size() > 2) {
@@ -33,14 +33,14 @@ bool parse_args(int argc, char** argv, const std::vector<OptionSpec>& specs, Par
                 name = name.substr(0, eq);
                 has_inline = true;
             }
-            spec = find_long(specs, name);
-            if (!spec) {
+            option = find_long(options_known, name);
+            if (!option) {
                 error = "unknown option --" + name;
                 return false;
             }
         } else if (a.size() == 2 && a[0] == '-' && a[1] != '-') {
-            spec = find_short(specs, a[1]);
-            if (!spec) {
+            option = find_short(options_known, a[1]);
+            if (!option) {
                 error = "unknown option " + a;
                 return false;
             }
@@ -51,17 +51,17 @@ bool parse_args(int argc, char** argv, const std::vector<OptionSpec>& specs, Par
             out.positional.push_back(a);
             continue;
         }
-        if (spec->takes_value && !has_inline && !spec->value_optional) {
+        if (option->takes_value && !has_inline && !option->value_optional) {
             if (i + 1 >= argc) {
-                error = std::string("option --") + spec->long_name + " needs a value";
+                error = std::string("option --") + option->long_name + " needs a value";
                 return false;
             }
             value = argv[++i];
-        } else if (!spec->takes_value && has_inline) {
-            error = std::string("option --") + spec->long_name + " takes no value";
+        } else if (!option->takes_value && has_inline) {
+            error = std::string("option --") + option->long_name + " takes no value";
             return false;
         }
-        out.options[spec->long_name] = value;
+        out.options[option->long_name] = value;
     }
     return true;
 }

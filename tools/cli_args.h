@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-struct OptionSpec {
+struct OptionInfo {
     const char* long_name;
     char short_name;      // 0 if none
     bool takes_value;
@@ -25,7 +25,7 @@ struct ParsedArgs {
 };
 
 // Returns false and sets `error` for an unknown option or a missing value.
-bool parse_args(int argc, char** argv, const std::vector<OptionSpec>& specs, ParsedArgs& out, std::string& error);
+bool parse_args(int argc, char** argv, const std::vector<OptionInfo>& options_known, ParsedArgs& out, std::string& error);
 
 bool parse_int(const std::string& text, int& out);
 bool parse_double(const std::string& text, double& out);

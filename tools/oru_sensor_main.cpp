@@ -66,7 +66,7 @@ const char* const kDoctorHelp =
     "  checks: a 0483:5740 device on the bus, permission to open it (udev rule, group), a kernel\n"
     "  driver bound to its interface, another process holding it; prints ok or the fix for each\n";
 
-const std::vector<OptionSpec> kOptions = {
+const std::vector<OptionInfo> kOptions = {
     {"sensor", 0, true, false},   {"virtual", 0, true, true},    {"verbose", 'v', false, false},
     {"help", 'h', false, false},  {"averages", 'n', true, false}, {"shutter", 0, true, false},
     {"auto-exposure", 0, false, false}, {"target", 0, true, false}, {"repeat", 0, true, false},
