@@ -2,6 +2,7 @@
 // the active one.
 #include "oru_device_api.h"
 
+#include "efm32com/oru_device_interface_device_info.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
 
@@ -15,17 +16,14 @@
 namespace {
 
 // Sensor-ID text of the sensor in a slot, in a 26-byte buffer.
-void format_sensor_id(oru_device_interface& device, int sensor_index, char (&text)[26]) {
-    char lot_char = 0;
-    short lot_id = 0, wafer_id = 0, x_coord = 0, y_coord = 0, sensor_type = 0;
-    device.get_sensor_id(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type,
+void sensor_id_text(oru_device_interface& device, int sensor_index, char (&text)[26]) {
+    SSensorIdFields f{0, 0, 0, 0, 0, 0};
+    device.get_sensor_id(&f.lot_char, &f.lot_id, &f.wafer_id, &f.x_coord, &f.y_coord, &f.sensor_type,
                          static_cast<unsigned int>(sensor_index));
-    char formatted[64];
-    const int length = std::snprintf(formatted, sizeof formatted, "%c%d-%d-%d-%d-%d", lot_char, lot_id,
-                                     wafer_id, x_coord, y_coord, sensor_type);
+    const std::string formatted = format_sensor_id(f);
     // An ID never reaches 26 characters; one that did is cut, not overrun.
     std::memset(text, 0, sizeof text);
-    std::memcpy(text, formatted, static_cast<std::size_t>(std::clamp(length, 0, 25)));
+    std::memcpy(text, formatted.c_str(), std::min<std::size_t>(formatted.size(), 25));
 }
 
 // Error path of connect and disconnect: empty the table, then report.
@@ -147,7 +145,7 @@ int duActivateSensorWithID(const char* sensor_id_str) {
         if (sensor_id_str == nullptr) throw oru_base_exception(lu_ec_sensor_id_is_empty);
         for (int sensor_index = 0; sensor_index < g_total_num_of_sensors; ++sensor_index) {
             char text[26];
-            format_sensor_id(oru_api_device_at(sensor_index), sensor_index, text);
+            sensor_id_text(oru_api_device_at(sensor_index), sensor_index, text);
             if (std::strcmp(text, sensor_id_str) == 0) {
                 g_current_device_index = sensor_index;
                 return sensor_index;
@@ -163,7 +161,7 @@ int duGetSensorID(char* sensor_id) {
     return oru_api_call([&] {
         if (sensor_id == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         char text[26];
-        format_sensor_id(oru_api_active_device(), g_current_device_index, text);
+        sensor_id_text(oru_api_active_device(), g_current_device_index, text);
         std::memcpy(sensor_id, text, sizeof text);
         return 1;
     });
