@@ -34,7 +34,7 @@ oru_device_interface_base::oru_device_interface_base(unsigned int /*iReserved*/)
       m_adc_res(0),
       m_bEnableOBDC(false),
       m_bFilterDataAtSS1IsReady(false) {
-    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 0.0);
+    clear_frame_ring();
 }
 
 // Always device 0, whatever sensor this object served.
@@ -224,14 +224,10 @@ void oru_device_interface_base::get_sensor_id(char* lot_char, short* lot_id, sho
 }
 
 std::string oru_device_interface_base::get_sensor_id(unsigned int iDeviceId) {
-    char lot_char = 'A';
-    short lot_id = 0, wafer_id = 0, x_coord = 0, y_coord = 0, sensor_type = 0;
-    oru_throw_on_failure(
-        get_sensor_id_with_index(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type, iDeviceId));
-    char text[128];
-    std::snprintf(text, sizeof text, "%c%d-%d-%d-%d-%d", lot_char, lot_id, wafer_id, x_coord, y_coord,
-                  sensor_type);
-    return text;
+    SSensorIdFields f{'A', 0, 0, 0, 0, 0};
+    oru_throw_on_failure(get_sensor_id_with_index(&f.lot_char, &f.lot_id, &f.wafer_id, &f.x_coord, &f.y_coord,
+                                                  &f.sensor_type, iDeviceId));
+    return format_sensor_id(f);
 }
 
 std::string oru_device_interface_base::decode_sensor_id(char* sensor_id, unsigned int iDeviceId) {

@@ -3,14 +3,9 @@
 #ifndef ORU_DEVICE_INTERFACE_STM_ACQUISITION_H
 #define ORU_DEVICE_INTERFACE_STM_ACQUISITION_H
 
+#include "efm32com/oru_device_interface_stm_fma.h"
 #include "oru_base_exception.h"
 
-#define ORU_FMA_SLOTS 100
-
-extern bool g_enable_FMA;
-extern double g_FMA_Buffer[ORU_FMA_SLOTS * 1024];
-extern int g_FMA_FrameCount;
-extern bool g_FMA_Buffered;
 extern bool bulkModeStarted;
 
 // Returns the dark average (always 0.0). When pErrorCode is given it receives
@@ -21,12 +16,12 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                                    unsigned int iDeviceId,
                                    ORU_ERROR_CODE* pErrorCode = nullptr);
 
-// Switches the frame moving average; switching it on restarts the ring.
-void set_frame_moving_average(bool bEnable);
-
 // Real-time bound of one wait for frames, in milliseconds.
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames);
 // Fixed part of that bound (default 2000 ms); tests shorten it.
 void set_frame_wait_margin_ms(long lMarginMs);
+
+// Streaming off and the wait margin at 2000 ms, as at start (tests).
+void reset_acquisition();
 
 #endif

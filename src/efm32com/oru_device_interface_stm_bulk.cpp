@@ -1,7 +1,9 @@
-// The per-sensor bulk transfers and their completion callback, the libusb
-// event thread that runs the callbacks, and its end.
+// The per-sensor bulk transfers: their allocation, their completion callback
+// (run by the event thread) and their release at tear-down.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "efm32com/oru_device_interface_stm_event_loop.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include <chrono>
@@ -9,10 +11,17 @@
 #include <cstring>
 #include <map>
 
-namespace {
+// Sensor index -> a bulk transfer was made for it. Written only here, by the
+// caller thread (bring-up's open_bulk_transfer_table and alloc_transfer_bulk_l,
+// tear-down's release_transfer_bulk); read by the bring-up. No lock: the event
+// thread never touches it.
+std::map<int, bool> allocTransferBulkMap;
+// The single-transfer variant (alloc_transfer_bulk); kept, not used by
+// bring-up. Written only here, caller thread.
+libusb_transfer* gTransfer_in = nullptr;
+unsigned char framebuf2048[ORU_FRAME_BYTES];
 
-constexpr int kThrownFramesInMode3 = 2;
-constexpr int kAcqModeSingleShotDiscard = 3;
+namespace {
 // How long tear-down waits for a cancelled transfer to come back.
 constexpr std::chrono::milliseconds kCancelWait{1000};
 constexpr std::chrono::milliseconds kCancelPollSlice{20};
@@ -32,13 +41,16 @@ std::mutex g_bulkLock;
 std::condition_variable g_bulkCond;
 std::map<libusb_transfer*, BulkTransferSlot> g_bulkSlots;
 
-// True from the start of the event thread until its loop has ended.
-std::atomic<bool> g_bEventLoopRunning{false};
-
-bool cancel_was_requested(libusb_transfer* transfer) {
+// The sensor a transfer serves, and whether tear-down asked for its end.
+struct SSlotView {
+    unsigned int iDeviceId = 0;
+    bool bCancelRequested = false;
+};
+SSlotView slot_view(libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
     auto it = g_bulkSlots.find(transfer);
-    return it != g_bulkSlots.end() && it->second.bCancelRequested;
+    if (it == g_bulkSlots.end()) return {};
+    return {it->second.iDeviceId, it->second.bCancelRequested};
 }
 
 // Records that the transfer is no longer submitted. Frees it when tear-down
@@ -68,22 +80,10 @@ bool end_transfer(libusb_transfer* transfer) {
     return bRequested;
 }
 
-// Queues the frame in the transfer buffer if the current request still wants
-// it; the first frames of a mode-3 request are counted but thrown away.
-void take_frame(unsigned char* buffer) {
-    int numOfThrow = iCurrAcqMode == kAcqModeSingleShotDiscard ? kThrownFramesInMode3 : 0;
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    int iWanted = iCurrAvgNum;
-    if (iWanted + numOfThrow <= g_count) return;  // enough counted: dropped untouched
-    std::vector<int> frame(ORU_NUM_FILTERS, 0);
-    if (g_count >= numOfThrow && static_cast<int>(frameDataQueue.size()) < iWanted) {
-        for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer, i);
-        frameDataQueue.push_back(std::move(frame));
-    }
-    // A short next transfer must not leave stale samples behind.
-    std::memset(buffer, 0, ORU_FRAME_BYTES);
-    if (static_cast<int>(frameDataQueue.size()) == iWanted) exit_cond.notify_all();
-    ++g_count;
+// Everything a decoded frame of a sensor is used for: the pending request.
+// Returns whether the frame was counted there.
+bool receive_frame(unsigned int /*iDeviceId*/, const uint16_t* samples) {
+    return take_bulk_frame(samples);
 }
 
 libusb_transfer* new_bulk_transfer(libusb_device_handle* handle, unsigned char* buffer,
@@ -116,7 +116,7 @@ bool wait_until_ended(libusb_transfer* transfer) {
             bCancelled = true;
             nCancelledSubmission = nSubmission;
         }
-        if (g_bEventLoopRunning) {
+        if (usb_event_loop_running()) {
             std::unique_lock<std::mutex> lk(g_bulkLock);
             g_bulkCond.wait_for(lk, kCancelPollSlice,
                                 [transfer] { return !g_bulkSlots.at(transfer).bInFlight; });
@@ -141,8 +141,13 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
         request_exit(2);
         return;
     }
-    take_frame(transfer->buffer);
-    if (cancel_was_requested(transfer)) {
+    uint16_t samples[ORU_NUM_FILTERS];
+    decode_frame(transfer->buffer, samples);
+    // A short next transfer must not leave stale samples behind; a frame
+    // that was not counted is left untouched.
+    if (receive_frame(slot_view(transfer).iDeviceId, samples))
+        std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
+    if (slot_view(transfer).bCancelRequested) {
         end_transfer(transfer);
         return;
     }
@@ -161,6 +166,8 @@ int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*
                           unsigned int iDeviceId) {
     libusb_device_handle* handle = find_device_handle(iDeviceId);
     if (handle == nullptr) return -1;  // a failed claim: nothing to stream from
+    // Marked even if the allocation below fails: it is not tried again.
+    allocTransferBulkMap[static_cast<int>(iDeviceId)] = true;
     // The callback always decodes and zeroes 2048 bytes, whatever the length.
     size_t nBytes = length > ORU_FRAME_BYTES ? static_cast<size_t>(length) : ORU_FRAME_BYTES;
     unsigned char* pBuffer = new unsigned char[nBytes];
@@ -196,6 +203,8 @@ int alloc_transfer_bulk(unsigned int iDeviceId) {
 }
 
 int release_transfer_bulk(unsigned int iDeviceId) {
+    auto mark = allocTransferBulkMap.find(static_cast<int>(iDeviceId));
+    if (mark != allocTransferBulkMap.end()) mark->second = false;
     std::vector<libusb_transfer*> transfers;
     {
         std::lock_guard<std::mutex> lk(g_bulkLock);
@@ -226,34 +235,15 @@ int release_transfer_bulk(unsigned int iDeviceId) {
     return transfers.empty() ? 0 : 1;
 }
 
-void* usbEventLoop_thread_main(void* /*arg*/) {
-    while (do_exit == 0) {
-        timeval tv{1, 0};
-        if (libusb_handle_events_timeout(nullptr, &tv) < 0) {
-            request_exit(2);
-            break;
-        }
-    }
-    g_bEventLoopRunning = false;
-    return nullptr;
+void open_bulk_transfer_table(int nSensors) {
+    for (int i = 0; i < nSensors; ++i) allocTransferBulkMap.insert({i, false});
 }
 
-void start_usb_event_loop(std::thread& thread) {
-    do_exit = 0;
-    g_bEventLoopRunning = true;  // before the thread exists, so no caller sees a gap
-    thread = std::thread(usbEventLoop_thread_main, nullptr);
+bool bulk_transfer_made(unsigned int iDeviceId) {
+    auto it = allocTransferBulkMap.find(static_cast<int>(iDeviceId));
+    return it != allocTransferBulkMap.end() && it->second;
 }
 
-bool usb_event_loop_running() {
-    return g_bEventLoopRunning;
-}
-
-void request_exit(int code) {
-    {
-        // Under the lock, so that a consumer between its check and its wait
-        // cannot miss the signal.
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        do_exit = code;
-    }
-    exit_cond.notify_all();
+void reset_bulk_transfers() {
+    allocTransferBulkMap.clear();
 }

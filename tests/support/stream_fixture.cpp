@@ -49,31 +49,20 @@ std::vector<int> shutter_speeds_written(int dev) {
 
 void StreamTest::SetUp() {
     usbtest::UsbTest::SetUp();
-    {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        frameDataQueue.clear();
-        g_count = 0;
-    }
-    iCurrAvgNum = 0;
-    iCurrAcqMode = 0;
-    do_exit = 0;
-    stopFlag = false;
-    bulkModeStarted = false;
-    set_frame_moving_average(false);
-    allocTransferBulkMap.clear();
-    asyncTransferInitialized = 0;
-    m_gAEParams.init();
-    set_frame_wait_margin_ms(2000);
+    reset_frame_request();
+    reset_usb_event_loop();
+    reset_bulk_transfers();
+    reset_frame_streaming();
+    reset_frame_ring();
+    reset_acquisition();
+    reset_ae_parameters();
 }
 
 void StreamTest::TearDown() {
     testing::internal::CaptureStdout();
     for (auto it = m_up.rbegin(); it != m_up.rend(); ++it) close_device_interface(*it);
     m_up.clear();
-    if (usbEventLoop_thread.joinable()) {
-        request_exit(1);
-        usbEventLoop_thread.join();
-    }
+    reset_usb_event_loop();
     testing::internal::GetCapturedStdout();
     usbtest::UsbTest::TearDown();
 }
