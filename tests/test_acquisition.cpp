@@ -11,6 +11,7 @@
 using streamtest::all_equal;
 using streamtest::stream_start;
 using streamtest::stream_stop;
+using streamtest::StreamTest;
 using usbtest::Wire;
 
 namespace {
@@ -124,6 +125,17 @@ TEST_F(Acquisition, EndedEventLoopFailsTheRequestWithoutWaiting) {
     std::vector<double> out;
     EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
     EXPECT_FALSE(bulkModeStarted);
+}
+
+TEST_F(StreamTest, WaitIsBoundedByTheReadSensorsOwnShutterSpeedNotTheOneSetLast) {
+    bring_up(2);
+    set_shutter_speed_to_sensor(300, 0);
+    set_shutter_speed_to_sensor(1, 1);
+    // 12 frames of 274 ms in real time: longer than a bound computed from
+    // shutter speed 1 (2 s and 24 ms).
+    vsensor::set_realtime(true);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 10, 3, 0), lu_ec_success);
 }
 
 TEST(FrameWaitBound, AllowsTwiceTheExposuresOfTheFramesAndTheTwoDroppedOnTopOfTheMargin) {

@@ -13,6 +13,9 @@ extern int g_iSleepTime;  // ms after each blank-time / ADC command
 extern int iTotalCount;
 extern int iSuccessCount;
 extern int iFailCount;
+// Shutter speed last set on this sensor (1 before any); the process-wide
+// g_iCurShutterSpeed belongs to whichever sensor was set last.
+int last_shutter_speed_of(unsigned int iDeviceId);
 // One verified write counted in the statistics.
 void count_verified(bool bMatched);
 // Records the blank time last set on a sensor.

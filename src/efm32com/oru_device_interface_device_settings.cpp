@@ -18,7 +18,25 @@ int iTotalCount = 0;
 int iSuccessCount = 0;
 int iFailCount = 0;
 
+namespace {
+
+// Beside the process-wide value: the shutter speed last set on each sensor,
+// which bounds that sensor's frame wait. Written by set_shutter_speed_to_sensor
+// (caller thread), read by the consumer; atomic, no lock.
+constexpr unsigned int kShutterSlots = 256;
+struct SShutterSlot {
+    std::atomic<int> iSpeed{1};
+};
+SShutterSlot g_iSensorShutterSpeed[kShutterSlots];
+
+}  // namespace
+
+int last_shutter_speed_of(unsigned int iDeviceId) {
+    return iDeviceId < kShutterSlots ? g_iSensorShutterSpeed[iDeviceId].iSpeed.load() : g_iCurShutterSpeed.load();
+}
+
 void reset_device_settings() {
+    for (SShutterSlot& slot : g_iSensorShutterSpeed) slot.iSpeed = 1;
     g_iCurShutterSpeed = 1;
     iCurBlankTime = 0;
     g_iSleepTime = 30;
@@ -104,6 +122,7 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
 
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
     g_iCurShutterSpeed = iShutterSpeedW;
+    if (iDeviceId < kShutterSlots) g_iSensorShutterSpeed[iDeviceId].iSpeed = iShutterSpeedW;
     const SBytePair shutterW = split_word(iShutterSpeedW);
 
     iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;

@@ -65,10 +65,12 @@ void start_streaming(int iMode, unsigned int iDeviceId) {
 bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath,
                      unsigned int iDeviceId) {
     // A sensor without an open handle (failed claim, unplugged and
-    // forgotten) can send nothing: do not wait for it at all.
+    // forgotten) can send nothing: do not wait for it at all. The frames
+    // come at this sensor's own exposure, whatever another was set to last.
     auto deadline = std::chrono::steady_clock::now();
     if (find_device_handle(iDeviceId) != nullptr)
-        deadline += std::chrono::milliseconds(frame_wait_bound_ms(g_iCurShutterSpeed, static_cast<int>(nNeeded)));
+        deadline += std::chrono::milliseconds(
+            frame_wait_bound_ms(last_shutter_speed_of(iDeviceId), static_cast<int>(nNeeded)));
     if (wait_for_queued_frames(lk, nNeeded, deadline) >= nNeeded) return true;
     end_frame_request(0);
     // The ring would otherwise wait for one frame that nobody takes.
