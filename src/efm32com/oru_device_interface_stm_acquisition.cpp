@@ -109,7 +109,7 @@ void stop_streaming_at_end(std::unique_lock<std::mutex>& lk, int iMode, unsigned
 
 // Sum of the request's frames; returns the divisor of the average.
 int sum_plainly(double* sum, int iAvgNum) {
-    add_queued_frames(sum, iAvgNum);
+    add_queued_frames(sum);
     end_frame_request(0);
     return iAvgNum;
 }
@@ -148,9 +148,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     const double fDarkAverageVal = 0.0;  // dark correction is not done here
     const int iMode = useContAcq == kSingleShot ? kSingleShotDiscard : useContAcq;
     const bool bBufferedPath = frame_ring_buffered();
-    // A request for 0 frames keeps the wanted count at 0 but averages one.
-    begin_frame_request(iMode, bBufferedPath ? kKeepWanted : iNumOfAverages);
     const int iAvgNum = iNumOfAverages <= 0 ? 1 : iNumOfAverages;
+    // The ring takes the first frames whole; a plain average only their sum.
+    const int nKeep = !g_enable_FMA ? 0 : bBufferedPath ? 1 : std::min(iAvgNum, ORU_FMA_SLOTS);
+    // A request for 0 frames keeps the wanted count at 0 but averages one.
+    begin_frame_request(iMode, bBufferedPath ? kKeepWanted : iNumOfAverages, nKeep);
     std::vector<double> frameBuf(ORU_NUM_FILTERS, 0.0);
 
     start_streaming(iMode, iDeviceId);

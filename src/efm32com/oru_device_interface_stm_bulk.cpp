@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <vector>
 
 // Sensor index -> a bulk transfer was made for it. Written only here, by the
 // caller thread (bring-up's open_bulk_transfer_table and alloc_transfer_bulk_l,
@@ -131,7 +132,9 @@ bool wait_until_ended(libusb_transfer* transfer) {
 
 // ---- bulk transfer and event loop ---------------------------------------------
 
-void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
+namespace {
+
+void complete_bulk_transfer(libusb_transfer* transfer) {
     if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
         int status = transfer->status;
         bool bRequested = end_transfer(transfer);
@@ -143,11 +146,19 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     }
     uint16_t samples[ORU_NUM_FILTERS];
     decode_frame(transfer->buffer, samples);
-    // A short next transfer must not leave stale samples behind; a frame
-    // that was not counted is left untouched.
-    if (receive_frame(slot_view(transfer).iDeviceId, samples))
-        std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
-    if (slot_view(transfer).bCancelRequested) {
+    // No exception may leave a libusb callback: a frame that cannot be taken
+    // fails the request, and the stream goes on.
+    bool bCancelRequested = false;
+    try {
+        // A short next transfer must not leave stale samples behind; a frame
+        // that was not counted is left untouched.
+        if (receive_frame(slot_view(transfer).iDeviceId, samples))
+            std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
+        bCancelRequested = slot_view(transfer).bCancelRequested;
+    } catch (...) {
+        fail_frame_request();
+    }
+    if (bCancelRequested) {
         end_transfer(transfer);
         return;
     }
@@ -160,6 +171,16 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
     auto it = g_bulkSlots.find(transfer);
     if (it != g_bulkSlots.end()) ++it->second.nSubmissions;
+}
+
+}  // namespace
+
+void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
+    try {
+        complete_bulk_transfer(transfer);
+    } catch (...) {
+        fail_frame_request();
+    }
 }
 
 int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*/,
