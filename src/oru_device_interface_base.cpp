@@ -17,9 +17,16 @@
 #include <limits>
 #include <numeric>
 
+// Written only here, by the device objects on the caller thread; no lock.
 int g_current_shutter_speed = 1;  // the shutter speed every bring-up leaves on the sensor
 bool g_bEnableSpatialFiltering = false;
 int g_iSpatialFilterSize = 0;
+
+void reset_device_object_state() {
+    g_current_shutter_speed = 1;
+    g_bEnableSpatialFiltering = false;
+    g_iSpatialFilterSize = 0;
+}
 
 void oru_throw_on_failure(int code) {
     if (code != lu_ec_success) throw oru_base_exception(static_cast<ORU_ERROR_CODE>(code));

@@ -6,8 +6,11 @@
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cmath>
+#include <thread>
 
 using streamtest::all_equal;
 using streamtest::stream_start;
@@ -134,6 +137,26 @@ TEST_F(Acquisition, EndedEventLoopFailsTheRequestWithoutWaiting) {
     std::vector<double> out;
     EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
     EXPECT_FALSE(bulkModeStarted);
+}
+
+TEST_F(Acquisition, ProducerThatCannotTakeAFrameFailsTheRequestAtOnce) {
+    // A wait for the bound would outlast the test's time limit.
+    set_frame_wait_margin_ms(600000);
+    vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    std::atomic<bool> bDone{false};
+    std::thread producer([&bDone] {
+        while (!bDone) {
+            fail_frame_request();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
+    bDone = true;
+    producer.join();
+    EXPECT_FALSE(bulkModeStarted);
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(read(out, 1, 3), lu_ec_success) << "the next request is served";
 }
 
 TEST_F(StreamTest, WaitIsBoundedByTheReadSensorsOwnShutterSpeedNotTheOneSetLast) {

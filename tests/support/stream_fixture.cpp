@@ -5,6 +5,7 @@
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_bringup.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_device_interface_base.h"
 
 #include <algorithm>
 
@@ -56,6 +57,7 @@ void StreamTest::SetUp() {
     reset_frame_ring();
     reset_acquisition();
     reset_ae_parameters();
+    reset_device_object_state();
 }
 
 void StreamTest::TearDown() {
