@@ -9,6 +9,8 @@
 
 #include "oru_export.h"
 
+#include <stdint.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -39,6 +41,39 @@ ORU_EXPORT int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_
 ORU_EXPORT int duGetFilterData(double* output, int number_of_averages);
 ORU_EXPORT int duSetSensorParameters(int _adc_gain, int _adc_range);
 ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
+
+/* Frame streams. While the active sensor's stream is on, every frame it sends
+ * is kept, in order, in a ring of that sensor (about 2 s of frames at the
+ * fastest shutter speed), stamped on arrival. Reads take averages of
+ * consecutive frames: two reads never share or skip a frame unless the ring
+ * overflowed, and dropped_frames says so. While a sensor's stream is on,
+ * duGetFilterData, the shutter-speed search, duSetShutterSpeed and
+ * duSetSensorParameters refuse that sensor with -24, so that a reading never
+ * mixes exposures: stop the stream, change, start it again. */
+typedef struct duFrameStreamInfo {
+    uint64_t first_sequence, last_sequence; /* of the frames averaged; 0 = first frame after the start */
+    int64_t first_realtime_ns, last_realtime_ns;   /* CLOCK_REALTIME on arrival of those frames */
+    int64_t first_monotonic_ns, last_monotonic_ns; /* CLOCK_MONOTONIC on arrival of those frames */
+    uint64_t dropped_frames;  /* frames lost to a full ring since the stream started */
+    int32_t shutter_speed;    /* shutter speed of the sensor while the stream runs */
+    int32_t saturated_filters; /* filters at 4095 DN or more in any frame of the average */
+} duFrameStreamInfo;
+
+/* Starts the active sensor's stream (stop and start streaming commands, with
+ * their pauses). 1, or -24 when it is already on. */
+ORU_EXPORT int duStartFrameStream(void);
+/* Stops it (three stop commands) and wakes its readers. 1, or -26 when no
+ * stream is on. */
+ORU_EXPORT int duStopFrameStream(void);
+/* Writes into output (1024 values) the average of the next
+ * number_of_averages frames and, when info is not NULL, describes them.
+ * 1 on success; -9 when the frames do not come within timeout_ms, or the
+ * stream stops or fails meanwhile (the frames taken so far are consumed);
+ * -19 for a NULL output; -24 for number_of_averages < 1 or timeout_ms < 0;
+ * -26 when no stream is on. Safe to call while another thread stops the
+ * stream. */
+ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int timeout_ms,
+                                 duFrameStreamInfo* info);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
 
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
+#include "stream/oru_frame_stream.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -81,6 +82,8 @@ int duConnect(void) {
 int duDisconnect(void) {
     try {
         for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
+            // Its readers wake; tear-down sends the stop commands.
+            oru_stream::close(static_cast<unsigned int>(i));
             if (g_pDeviceInterface[i] != nullptr) {
                 g_pDeviceInterface[i]->finalize(static_cast<unsigned int>(i));
                 delete g_pDeviceInterface[i];

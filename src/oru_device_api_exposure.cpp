@@ -5,6 +5,7 @@
 #include "oru_device_api_state.h"
 #include "oru_device_api_valid_filters.h"
 #include "oru_device_interface.h"
+#include "stream/oru_frame_stream.h"
 
 #include <array>
 #include <vector>
@@ -17,8 +18,14 @@ constexpr int kDefaultAdcRange = 132;
 
 unsigned int active_index() { return static_cast<unsigned int>(g_current_device_index); }
 
+// While the active sensor's frame stream is on, calls that stream or change
+// the exposure are refused, so that no reading mixes two exposures.
+constexpr int kRefusedWhileStreaming = -lu_ec_ill_defined_input;
+bool streaming() { return oru_stream::is_on(active_index()); }
+
 int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters, int target_DN) {
     return oru_api_call([&] {
+        if (streaming()) return kRefusedWhileStreaming;
         oru_device_interface& device = oru_api_active_device();
         const std::array<int, num_valid_filters> valid_filters = g_default_valid_filters;
         const int saturation_value = target_DN;
@@ -66,6 +73,7 @@ int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int
 
 int duSetShutterSpeed(int shutter) {
     return oru_api_call([&] {
+        if (streaming()) return kRefusedWhileStreaming;
         int clamped = shutter;
         if (clamped < kMinShutterSpeed) clamped = kMinShutterSpeed;
         if (clamped > kMaxShutterSpeed) clamped = kMaxShutterSpeed;
@@ -84,6 +92,7 @@ int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters) {
 
 int duGetFilterData(double* output, int number_of_averages) {
     return oru_api_call([&] {
+        if (streaming()) return kRefusedWhileStreaming;
         const double ret_val = oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0,
                                                                         active_index());
         (void)ret_val;  // the device's own result carries nothing for the caller
@@ -93,6 +102,7 @@ int duGetFilterData(double* output, int number_of_averages) {
 
 int duSetSensorParameters(int _adc_gain, int _adc_range) {
     return oru_api_call([&] {
+        if (streaming()) return kRefusedWhileStreaming;
         int adc_gain = _adc_gain;
         if (adc_gain < 0 || adc_gain > 1) adc_gain = 0;
         int adc_range = _adc_range;

@@ -49,6 +49,8 @@ void* usbEventLoop_thread_main(void* arg);
 void start_usb_event_loop(std::thread& thread);
 // Whether the event thread's loop runs now (started and not yet ended).
 bool usb_event_loop_running();
+// Streaming on: 71, 20 ms, 70.
+void start_frame_streaming(unsigned int iDeviceId);
 // Streaming off: 71, 20 ms, 71, 20 ms, 71.
 void stop_frame_streaming(unsigned int iDeviceId);
 void request_exit(int code);

@@ -3,6 +3,7 @@
 #include "efm32com/oru_device_interface_stm_frames.h"
 
 #include "efm32com/oru_device_interface_usb.h"
+#include "stream/oru_frame_stream.h"
 
 #include <chrono>
 #include <cstdio>
@@ -34,6 +35,13 @@ std::map<libusb_transfer*, BulkTransferSlot> g_bulkSlots;
 
 // True from the start of the event thread until its loop has ended.
 std::atomic<bool> g_bEventLoopRunning{false};
+
+// The sensor a bulk transfer belongs to, or -1 when it is not one of ours.
+long sensor_of(libusb_transfer* transfer) {
+    std::lock_guard<std::mutex> lk(g_bulkLock);
+    auto it = g_bulkSlots.find(transfer);
+    return it == g_bulkSlots.end() ? -1 : static_cast<long>(it->second.iDeviceId);
+}
 
 bool cancel_was_requested(libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
@@ -132,16 +140,22 @@ bool wait_until_ended(libusb_transfer* transfer) {
 // ---- bulk transfer and event loop ---------------------------------------------
 
 void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
+    const long iSensor = sensor_of(transfer);
     if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
         int status = transfer->status;
         bool bRequested = end_transfer(transfer);
         // Tear-down cancelled it: nothing went wrong.
         if (status == LIBUSB_TRANSFER_CANCELLED && bRequested) return;
+        oru_stream::fail(static_cast<unsigned int>(iSensor));
         fprintf(stderr, "bulk data transfer status %d?\n", status);
         request_exit(2);
         return;
     }
-    take_frame(transfer->buffer);
+    // A streaming sensor's frames belong to its stream alone.
+    if (iSensor < 0 || !oru_stream::deliver(static_cast<unsigned int>(iSensor), transfer->buffer))
+        take_frame(transfer->buffer);
+    else
+        std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
     if (cancel_was_requested(transfer)) {
         end_transfer(transfer);
         return;

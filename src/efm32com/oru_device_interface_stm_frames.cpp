@@ -83,6 +83,13 @@ int acquire_frame_data_bulk(int iCommand, unsigned int iDeviceId) {
     return 0;
 }
 
+void start_frame_streaming(unsigned int iDeviceId) {
+    // A stop first, so that the firmware starts a fresh run.
+    acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
+    usleep(kStopRepeatPauseUs);
+    acquire_frame_data_bulk(ORU_CMD_START_STREAMING, iDeviceId);
+}
+
 void stop_frame_streaming(unsigned int iDeviceId) {
     // Repeated, since a stop sent while a frame is on its way can be missed.
     acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
