@@ -73,6 +73,9 @@ def _declare(lib):
         "duGetFilterData": ([p_double, c_int], c_int),
         "duSetSensorParameters": ([c_int, c_int], c_int),
         "duGetSensorParameters": ([p_int, p_int], c_int),
+        "duStartFrameStream": ([], c_int),
+        "duStopFrameStream": ([], c_int),
+        "duReadFrameStream": ([p_double, c_int, c_int, ctypes.c_void_p], c_int),
     }
     for name, (args, res) in sigs.items():
         fn = getattr(lib, name)

@@ -4,16 +4,11 @@ import contextlib
 import ctypes
 import os
 import sys
-from array import array
 from collections import namedtuple
 
 from . import _library
 from ._errors import NoDeviceInSystem, OruError, check
-
-try:  # optional
-    import numpy as _np
-except ImportError:  # pragma: no cover - depends on the machine
-    _np = None
+from ._stream import FrameStream, Reading, values_of
 
 NUM_FILTERS = 1024
 
@@ -117,9 +112,26 @@ class Sensor:
             raise ValueError("averages must be at least 1")
         buf = (ctypes.c_double * NUM_FILTERS)()
         self._call(self._lib.duGetFilterData, buf, int(averages), what="reading filter data")
-        if _np is not None:
-            return _np.frombuffer(buf, dtype=_np.float64).copy()
-        return array("d", buf)
+        return values_of(buf)
+
+    def read(self, averages=10):
+        """One request like read_filter_data, as a Reading (its sequence
+        numbers are None: single requests are not part of a stream)."""
+        import datetime
+        import time
+        values = self.read_filter_data(averages)
+        return Reading(values, first_sequence=None, last_sequence=None,
+                       time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
+                       monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
+                       saturated=int(sum(1 for v in values if v >= 4095)), dropped=0,
+                       sensor_id=self.sensor_id)
+
+    def stream(self, averages=1, count=None, timeout=5.0):
+        """Readings of every frame in order, each the average of `averages`
+        consecutive frames; see FrameStream. While the stream is on, reads,
+        the shutter-speed search and shutter or ADC changes of this sensor
+        raise IllDefinedInput."""
+        return FrameStream(self, averages, count, timeout)
 
     def optimal_shutter_speed(self, filters=None, target=None):
         """Searches the shutter speed that puts the brightest of `filters`

@@ -83,6 +83,40 @@ class ConnectedTest(unittest.TestCase):
                 self.assertEqual(len(sensors[0].read_filter_data(1)), 1024)
 
 
+class StreamTest(unittest.TestCase):
+    def test_readings_come_in_order_and_the_stream_stops_on_leaving(self):
+        import datetime
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            s = sensors[1]
+            with s.stream(averages=4, count=5) as readings:
+                got = [next(readings)]
+                with self.assertRaises(oru_sensor.IllDefinedInput):
+                    s.read_filter_data(1)  # refused while streaming
+                got += list(readings)
+            self.assertEqual(len(got), 5)
+            self.assertEqual(got[0].first_sequence - got[0].gap_before, 0)
+            for prev, r in zip(got, got[1:]):
+                self.assertEqual(r.first_sequence, prev.last_sequence + 1 + r.gap_before)
+                self.assertGreaterEqual(r.dropped, prev.dropped)
+            for r in got:
+                self.assertEqual(r.last_sequence - r.first_sequence, 3)
+                self.assertEqual((len(r.values), r.averages, r.sensor_id), (1024, 4, s.sensor_id))
+                self.assertIsNotNone(r.time.utcoffset())
+                self.assertLess(abs(r.time - datetime.datetime.now(datetime.timezone.utc)).total_seconds(), 60)
+            self.assertEqual(len(s.read_filter_data(2)), 1024)  # stopped: requests work again
+            # Iterating directly, and leaving the loop early, stops it too.
+            for r in s.stream(averages=1):
+                break
+            self.assertEqual(s.read().averages, 10)
+
+    def test_bad_stream_arguments_raise_before_calling(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            for kwargs in ({"averages": 0}, {"averages": 2**31}, {"count": -1}, {"timeout": -1},
+                           {"timeout": float("nan")}):
+                with self.subTest(**kwargs), self.assertRaises(ValueError):
+                    sensors[0].stream(**kwargs)
+
+
 class ErrorMappingTest(unittest.TestCase):
     def test_negative_results_raise_named_exceptions(self):
         from oru_sensor._errors import check
