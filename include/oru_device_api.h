@@ -42,6 +42,16 @@ ORU_EXPORT int duGetFilterData(double* output, int number_of_averages);
 ORU_EXPORT int duSetSensorParameters(int _adc_gain, int _adc_range);
 ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
 
+/* State of the connected sensor sensor_index (it need not be active):
+ *   1  usable;
+ *   2  failed: its bulk transfer ended in error; its reads and stream return
+ *      -9 at once until duDisconnect and duConnect bring it up again;
+ *   3  removed: unplugged (seen through hotplug where libusb has it, or when
+ *      its transfer reports the device gone); reads and stream return -9.
+ * -24 for an index outside 0..duGetMaxSensorCount()-1, -7 for an index with
+ * no connected sensor. A fault on one sensor leaves the others streaming. */
+ORU_EXPORT int duGetSensorState(int sensor_index);
+
 /* Frame streams. While the active sensor's stream is on, every frame it sends
  * is kept, in order, in a ring of that sensor (about 2 s of frames at the
  * fastest shutter speed), stamped on arrival. Reads take averages of
@@ -60,7 +70,8 @@ typedef struct duFrameStreamInfo {
 } duFrameStreamInfo;
 
 /* Starts the active sensor's stream (stop and start streaming commands, with
- * their pauses). 1, or -24 when it is already on. */
+ * their pauses). 1, -24 when it is already on, -9 when the sensor has failed
+ * or was removed. */
 ORU_EXPORT int duStartFrameStream(void);
 /* Stops it (three stop commands) and wakes its readers. 1, or -26 when no
  * stream is on. */

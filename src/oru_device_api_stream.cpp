@@ -2,6 +2,7 @@
 #include "oru_device_api.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_device_api_state.h"
 #include "stream/oru_frame_stream.h"
@@ -20,6 +21,7 @@ extern "C" {
 int duStartFrameStream(void) {
     return oru_api_call([] {
         const unsigned int sensor = active_sensor();
+        if (sensor_health(sensor) != kSensorUsable) return -lu_ec_fw_recv_timeout;
         const int result = oru_stream::open(sensor, g_iCurShutterSpeed);
         if (result != 1) return result;
         start_frame_streaming(sensor);

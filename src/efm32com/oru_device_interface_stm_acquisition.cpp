@@ -5,6 +5,7 @@
 #include "efm32com/oru_device_interface_usb.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
 #include <unistd.h>
@@ -84,6 +85,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                                    int /*iDarkCorrectionMode*/, int useContAcq,
                                    unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     if (pErrorCode != nullptr) *pErrorCode = lu_ec_success;
+    // A failed or removed sensor sends no frames: fail at once.
+    if (sensor_health(iDeviceId) != kSensorUsable) {
+        if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
+        return 0.0;
+    }
     iCurrAcqMode = useContAcq;
     {
         std::lock_guard<std::mutex> lk(exit_cond_lock);
@@ -120,7 +126,9 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
         if (find_device_handle(iDeviceId) != nullptr)
             deadline += std::chrono::milliseconds(frame_wait_bound_ms(g_iCurShutterSpeed, static_cast<int>(nNeeded)));
         exit_cond.wait_until(lk, deadline,
-                             [&] { return frameDataQueue.size() >= nNeeded || do_exit != 0; });
+                             [&] {
+            return frameDataQueue.size() >= nNeeded || do_exit != 0 || sensor_health(iDeviceId) != kSensorUsable;
+        });
         if (frameDataQueue.size() < nNeeded) {
             // The frames did not come (stalled stream or event loop ended).
             frameDataQueue.clear();

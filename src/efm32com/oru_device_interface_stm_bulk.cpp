@@ -3,6 +3,7 @@
 #include "efm32com/oru_device_interface_stm_frames.h"
 
 #include "efm32com/oru_device_interface_usb.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "stream/oru_frame_stream.h"
 
 #include <chrono>
@@ -41,6 +42,16 @@ long sensor_of(libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
     auto it = g_bulkSlots.find(transfer);
     return it == g_bulkSlots.end() ? -1 : static_cast<long>(it->second.iDeviceId);
+}
+
+// A sensor whose transfer ended in error is not resubmitted to; a vanished
+// device is marked removed, anything else failed.
+void mark_transfer_fault(long iSensor, int status) {
+    if (iSensor < 0) return;
+    if (status == LIBUSB_TRANSFER_NO_DEVICE)
+        mark_sensor_removed(static_cast<unsigned int>(iSensor));
+    else
+        mark_sensor_failed(static_cast<unsigned int>(iSensor));
 }
 
 bool cancel_was_requested(libusb_transfer* transfer) {
@@ -146,9 +157,9 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
         bool bRequested = end_transfer(transfer);
         // Tear-down cancelled it: nothing went wrong.
         if (status == LIBUSB_TRANSFER_CANCELLED && bRequested) return;
-        oru_stream::fail(static_cast<unsigned int>(iSensor));
         fprintf(stderr, "bulk data transfer status %d?\n", status);
-        request_exit(2);
+        // Only this sensor stops: the loop goes on serving the others.
+        mark_transfer_fault(iSensor, status);
         return;
     }
     // A streaming sensor's frames belong to its stream alone.
@@ -163,7 +174,7 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     if (libusb_submit_transfer(transfer) < 0) {
         end_transfer(transfer);
         puts("===>>>> libusb_submit_transfer fail!!!");
-        request_exit(2);
+        mark_transfer_fault(iSensor, LIBUSB_TRANSFER_ERROR);
         return;
     }
     std::lock_guard<std::mutex> lk(g_bulkLock);
