@@ -34,7 +34,9 @@ ORU_EXPORT int duGetShutterSpeedLimits(int* min_limit, int* max_limit);
 ORU_EXPORT int duShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val);
 ORU_EXPORT int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed);
 ORU_EXPORT int duSetShutterSpeed(int shutter);
-/* Filter indices in valid_filters_in are 1-based; NULL means the default set. */
+/* Filter numbers in valid_filters_in are 1-based; NULL (or a count of 0)
+ * means the default set. -24, before any USB traffic, for a number outside
+ * 1..1024, a list longer than 1024 or a target_DN of 0 or less. */
 ORU_EXPORT int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN);
 ORU_EXPORT int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters);
 /* output must hold 1024 values. */

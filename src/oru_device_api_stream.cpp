@@ -22,7 +22,7 @@ int duStartFrameStream(void) {
     return oru_api_call([] {
         const unsigned int sensor = active_sensor();
         if (sensor_health(sensor) != kSensorUsable) return -lu_ec_fw_recv_timeout;
-        const int result = oru_stream::open(sensor, g_iCurShutterSpeed);
+        const int result = oru_stream::open(sensor, sensor_shutter_speed(sensor));
         if (result != 1) return result;
         start_frame_streaming(sensor);
         return 1;

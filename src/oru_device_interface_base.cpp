@@ -34,7 +34,7 @@ oru_device_interface_base::oru_device_interface_base(unsigned int /*iReserved*/)
       m_adc_res(0),
       m_bEnableOBDC(false),
       m_bFilterDataAtSS1IsReady(false) {
-    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 0.0);
+    clear_frame_moving_average_buffer();
 }
 
 // Always device 0, whatever sensor this object served.

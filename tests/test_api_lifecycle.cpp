@@ -9,6 +9,7 @@
 #include "oru_device_interface_base.h"
 
 #include <cstdlib>
+#include <atomic>
 #include <new>
 #include <vector>
 
@@ -17,6 +18,8 @@
 namespace {
 thread_local std::size_t t_fail_size = 0;
 thread_local int t_fail_skip = 0;
+// The same on any thread (the event thread's callback), once.
+std::atomic<std::size_t> g_fail_size_anywhere{0};
 
 void fail_allocation_of(std::size_t size, int skip) {
     t_fail_skip = skip;
@@ -29,6 +32,8 @@ void fail_allocation_of(std::size_t size, int skip) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(std::size_t size) {
+    std::size_t anywhere = size;
+    if (size != 0 && g_fail_size_anywhere.compare_exchange_strong(anywhere, 0)) throw std::bad_alloc();
     if (t_fail_size != 0 && size == t_fail_size) {
         if (t_fail_skip == 0) {
             t_fail_size = 0;
@@ -169,6 +174,25 @@ TEST_F(ApiLifecycle, AllocationFailureInTheSearchGivesMinusOne) {
     EXPECT_EQ(out.text(), api_unknown_exception_line());
     // The sensor is still usable.
     EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), 5);
+}
+
+// Memory running out on the event thread fails the one request; nothing
+// escapes the callback and the process goes on.
+TEST_F(ApiLifecycle, AllocationFailureInTheBulkCallbackFailsTheRequestOnly) {
+    add_sensors(1);
+    {
+        StdoutCapture out;
+        ASSERT_EQ(duConnect(), 1);
+    }
+    vsensor::set_constant_frame(0, 2500);
+    std::vector<double> output(1024, -1.0);
+    StdoutCapture out;
+    g_fail_size_anywhere = 1024 * sizeof(int);  // a frame kept in the queue
+    EXPECT_EQ(duGetFilterData(output.data(), 5), -lu_ec_memory_is_null);
+    EXPECT_EQ(g_fail_size_anywhere.load(), 0u) << "the callback's allocation was the one that failed";
+    EXPECT_EQ(out.text(), api_exception_line(lu_ec_memory_is_null));
+    EXPECT_EQ(duGetFilterData(output.data(), 5), 1);
+    EXPECT_EQ(output[10], 2500.0);
 }
 
 TEST_F(ApiLifecycle, AllocationFailureDuringConnectReleasesTheOpenedSensors) {

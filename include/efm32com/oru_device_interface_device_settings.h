@@ -7,6 +7,11 @@
 
 // Last shutter speed requested; the event-thread side reads it for pauses.
 extern std::atomic<int> g_iCurShutterSpeed;
+// The shutter speed last written to this sensor (the process-wide value when
+// none was): what its frames' period follows.
+int sensor_shutter_speed(unsigned int iDeviceId);
+// Tests: forget every sensor's own value.
+void reset_sensor_shutter_speeds();
 extern int iCurBlankTime;
 extern int g_iSleepTime;  // ms after each blank-time / ADC command
 // Statistics of verified writes (nothing reads them back).

@@ -14,8 +14,10 @@ extern bool g_FMA_Buffered;
 extern bool bulkModeStarted;
 
 // Returns the dark average (always 0.0). When pErrorCode is given it receives
-// lu_ec_success, or lu_ec_fw_recv_timeout when the frames did not arrive
-// within the bounded wait.
+// lu_ec_success, lu_ec_fw_recv_timeout when the frames did not arrive within
+// the bounded wait (or the sensor failed), or lu_ec_memory_is_null when a
+// frame could not be kept. Memory does not grow with iNumOfAverages: beyond
+// the first frames only a per-filter sum is kept.
 double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages,
                                    int iDarkCorrectionMode, int useContAcq,
                                    unsigned int iDeviceId,
@@ -23,6 +25,8 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
 
 // Switches the frame moving average; switching it on restarts the ring.
 void set_frame_moving_average(bool bEnable);
+// Zeroes the ring's slots (a new device object does).
+void clear_frame_moving_average_buffer();
 
 // Real-time bound of one wait for frames, in milliseconds.
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames);

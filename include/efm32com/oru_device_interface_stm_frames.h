@@ -16,6 +16,10 @@
 #define ORU_CMD_START_STREAMING 70
 #define ORU_CMD_STOP_STREAMING 71
 
+// Frames of a request kept whole; the rest are only summed. The moving
+// average ring (at most 100 slots) fills from the whole ones.
+#define ORU_STORED_FRAMES 100
+
 // Shared between the event thread and the consumer; guarded by exit_cond_lock.
 extern std::vector<std::vector<int>> frameDataQueue;
 extern int g_count;
@@ -28,6 +32,20 @@ extern std::atomic<int> do_exit;
 extern bool stopFlag;
 extern libusb_transfer* gTransfer_in;
 extern unsigned char framebuf2048[ORU_FRAME_BYTES];
+
+// The frames of the current request. Call with exit_cond_lock held.
+// Frames queued: the whole ones in frameDataQueue and the summed ones.
+int queued_frame_count();
+// Adds one decoded frame: kept whole while fewer than ORU_STORED_FRAMES are,
+// else added to the per-filter sum. Never throws.
+void queue_frame(const int* samples);
+// True when a frame could not be kept (memory ran out on the event thread).
+bool queued_frame_lost();
+// Adds the values of the first nFrames queued frames into sums[0..1023];
+// nFrames beyond the whole ones means all of them.
+void add_queued_frames(double* sums, int nFrames);
+// Empties the queue and the sum.
+void clear_queued_frames();
 
 // Sample i of a raw frame: 12 bits, left-aligned, most significant byte first.
 inline int decode_raw_sample(const unsigned char* raw, int i) {

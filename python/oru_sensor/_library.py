@@ -93,8 +93,9 @@ def load(virtual=None):
         if (virtual is None) != (_loaded_virtual is None):
             raise RuntimeError("liboru_device is already loaded %s; start a new process to switch"
                                % ("for virtual sensors" if _loaded_virtual is not None else "for USB hardware"))
-        if virtual is not None:
-            os.environ["ORU_VSENSOR_COUNT"] = str(virtual)
+        if virtual is not None and virtual != _loaded_virtual:
+            raise RuntimeError("liboru_device is already loaded for %d virtual sensors; start a new process "
+                               "for %d" % (_loaded_virtual, virtual))
         return _loaded
     if virtual is not None:
         os.environ["ORU_VSENSOR_COUNT"] = str(virtual)

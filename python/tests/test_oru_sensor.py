@@ -109,12 +109,29 @@ class StreamTest(unittest.TestCase):
                 break
             self.assertEqual(s.read().averages, 10)
 
-    def test_bad_stream_arguments_raise_before_calling(self):
+    def test_bad_arguments_raise_before_calling(self):
         with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
-            for kwargs in ({"averages": 0}, {"averages": 2**31}, {"count": -1}, {"timeout": -1},
-                           {"timeout": float("nan")}):
-                with self.subTest(**kwargs), self.assertRaises(ValueError):
-                    sensors[0].stream(**kwargs)
+            s = sensors[0]
+            cases = [
+                ("stream averages 0", lambda: s.stream(averages=0)),
+                ("stream averages 2**31", lambda: s.stream(averages=2**31)),
+                ("stream count -1", lambda: s.stream(count=-1)),
+                ("stream timeout -1", lambda: s.stream(timeout=-1)),
+                ("stream timeout nan", lambda: s.stream(timeout=float("nan"))),
+                ("read averages 2**32", lambda: s.read_filter_data(2**32)),
+                ("read averages 0", lambda: s.read_filter_data(0)),
+                ("filter 0", lambda: s.optimal_shutter_speed([1, 0])),
+                ("filter -5", lambda: s.optimal_shutter_speed([-5])),
+                ("filter 1025", lambda: s.optimal_shutter_speed([1025])),
+                ("1025 filters", lambda: s.optimal_shutter_speed([1] * 1025)),
+                ("target 0", lambda: s.optimal_shutter_speed(target=0)),
+                ("target INT_MIN", lambda: s.optimal_shutter_speed(target=-2**31)),
+                ("virtual 0", lambda: oru_sensor.connect(virtual=0).__enter__()),
+            ]
+            for what, call in cases:
+                with self.subTest(what), self.assertRaises(ValueError):
+                    call()
+            self.assertGreater(s.optimal_shutter_speed([1, 1024], target=5000), 0)
 
 
 class ErrorMappingTest(unittest.TestCase):
@@ -128,12 +145,16 @@ class ErrorMappingTest(unittest.TestCase):
             check(-8)
         with self.assertRaises(oru_sensor.OruError):
             check(-31)
+        with self.assertRaises(oru_sensor.Fail):
+            check(-1)
         self.assertEqual(check(5), 5)
 
     def test_switching_between_virtual_and_hardware_is_refused(self):
         oru_sensor._library.load(N_VIRTUAL)
         with self.assertRaises(RuntimeError):
             oru_sensor._library.load(None)
+        with self.assertRaises(RuntimeError):  # the drop-in has made its sensors already
+            oru_sensor._library.load(N_VIRTUAL + 1)
 
 
 if __name__ == "__main__":

@@ -9,6 +9,23 @@
 #include <unistd.h>
 
 std::atomic<int> g_iCurShutterSpeed{1};
+
+namespace {
+// The shutter speed last written to each sensor, beside the one process-wide
+// value above that drives the protocol's pauses. 0: never written. Written
+// by the caller thread that sets it, read by callers; atomic, no lock.
+constexpr unsigned int kMaxSensors = 256;
+std::atomic<int> g_iSensorShutterSpeed[kMaxSensors] = {};
+}  // namespace
+
+int sensor_shutter_speed(unsigned int iDeviceId) {
+    const int iShutter = iDeviceId < kMaxSensors ? g_iSensorShutterSpeed[iDeviceId].load() : 0;
+    return iShutter != 0 ? iShutter : g_iCurShutterSpeed.load();
+}
+
+void reset_sensor_shutter_speeds() {
+    for (auto& shutter : g_iSensorShutterSpeed) shutter = 0;
+}
 int iCurBlankTime = 0;
 int g_iSleepTime = 30;
 int iTotalCount = 0;
@@ -97,6 +114,7 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
 
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
     g_iCurShutterSpeed = iShutterSpeedW;
+    if (iDeviceId < kMaxSensors) g_iSensorShutterSpeed[iDeviceId] = iShutterSpeedW;
     const SBytePair shutterW = split_word(iShutterSpeedW);
 
     iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;

@@ -23,6 +23,37 @@ bool g_FMA_Buffered = false;
 bool bulkModeStarted = false;
 
 namespace {
+// Running per-filter sum of ring slots 0 .. g_iFMA_SumSlots-1, each value
+// taken as an integer; -1: not built. Caller thread only, like the ring.
+int g_iFMA_SumSlots = -1;
+long long g_llFMA_Sum[ORU_NUM_FILTERS] = {};
+
+void sum_ring_slots(int nSlots) {
+    std::fill(std::begin(g_llFMA_Sum), std::end(g_llFMA_Sum), 0LL);
+    for (int s = 0; s < nSlots; ++s) {
+        const double* slot = g_FMA_Buffer + static_cast<size_t>(s) * ORU_NUM_FILTERS;
+        for (int j = 0; j < ORU_NUM_FILTERS; ++j) g_llFMA_Sum[j] += static_cast<int>(slot[j]);
+    }
+    g_iFMA_SumSlots = nSlots;
+}
+
+// Puts a new frame into ring slot iSlot and keeps the sum over nSlots slots.
+void replace_ring_slot(int iSlot, int nSlots, const std::vector<int>& frame) {
+    double* slot = g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS;
+    const bool bSummed = g_iFMA_SumSlots == nSlots && iSlot < nSlots;
+    for (int j = 0; j < ORU_NUM_FILTERS; ++j) {
+        if (bSummed) g_llFMA_Sum[j] += frame[static_cast<size_t>(j)] - static_cast<int>(slot[j]);
+        slot[j] = frame[static_cast<size_t>(j)];
+    }
+}
+}  // namespace
+
+void clear_frame_moving_average_buffer() {
+    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 0.0);
+    g_iFMA_SumSlots = -1;
+}
+
+namespace {
 
 enum AcqMode { kSingleShot = 0, kContinuous = 1, kContinuousLast = 2, kSingleShotDiscard = 3 };
 
@@ -63,6 +94,7 @@ void set_frame_moving_average(bool bEnable) {
     if (bEnable) {
         g_FMA_Buffered = false;
         g_FMA_FrameCount = 0;
+        g_iFMA_SumSlots = -1;
     }
 }
 
@@ -124,14 +156,17 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
         // forgotten) can send nothing: do not wait for it at all.
         auto deadline = std::chrono::steady_clock::now();
         if (find_device_handle(iDeviceId) != nullptr)
-            deadline += std::chrono::milliseconds(frame_wait_bound_ms(g_iCurShutterSpeed, static_cast<int>(nNeeded)));
+            deadline += std::chrono::milliseconds(frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
         exit_cond.wait_until(lk, deadline,
                              [&] {
-            return frameDataQueue.size() >= nNeeded || do_exit != 0 || sensor_health(iDeviceId) != kSensorUsable;
+            return queued_frame_count() >= static_cast<int>(nNeeded) || queued_frame_lost() || do_exit != 0 ||
+                   sensor_health(iDeviceId) != kSensorUsable;
         });
-        if (frameDataQueue.size() < nNeeded) {
-            // The frames did not come (stalled stream or event loop ended).
-            frameDataQueue.clear();
+        const bool bLost = queued_frame_lost();
+        if (queued_frame_count() < static_cast<int>(nNeeded) || bLost) {
+            // The frames did not come (stalled stream, failed sensor or
+            // event loop ended), or one could not be kept.
+            clear_queued_frames();
             iCurrAvgNum = 0;
             if (bBufferedPath) {
                 // The ring would otherwise wait for one frame that nobody queues.
@@ -140,11 +175,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
             }
             lk.unlock();
             abandon_streaming(iDeviceId);
-            if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
+            if (pErrorCode != nullptr) *pErrorCode = bLost ? lu_ec_memory_is_null : lu_ec_fw_recv_timeout;
             return fDarkAverageVal;
         }
         bool bStop = stops_at_end(useContAcq) && bulkModeStarted;
-        if (!bBufferedPath && frameDataQueue.size() != nNeeded) {
+        if (!bBufferedPath && queued_frame_count() != static_cast<int>(nNeeded)) {
             print_separator_twice();
             puts("-----------> ERROR: frameDataQueue.size() != iAvgNum");
             print_separator_twice();
@@ -173,13 +208,8 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     int iDivisor = iAvgNum;
     try {
         if (!g_enable_FMA) {
-            // Front to back, then one clear: the same frames in the same order
-            // as taking them off the front one by one, without the shifting.
-            for (int i = 0; i < iAvgNum; ++i) {
-                const std::vector<int>& frame = frameDataQueue[static_cast<size_t>(i)];
-                for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += frame[j];
-            }
-            frameDataQueue.clear();
+            add_queued_frames(frameBuf.data(), iAvgNum);
+            clear_queued_frames();
             iCurrAvgNum = 0;
         } else {
             int iFrameBufferSize = std::min(iAvgNum, ORU_FMA_SLOTS);
@@ -192,19 +222,17 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                 for (int i = 0; i < iFrameBufferSize; ++i) copy_front_to_slot(i);
                 g_FMA_Buffered = true;
                 iCurrAvgNum = 1;  // from now on each request waits for one new frame
+                g_iFMA_SumSlots = -1;
             } else {
-                copy_front_to_slot(g_FMA_FrameCount);
+                replace_ring_slot(g_FMA_FrameCount, iFrameBufferSize, frameDataQueue[nextFrame++]);
                 ++g_FMA_FrameCount;
             }
             if (g_FMA_FrameCount >= iFrameBufferSize) g_FMA_FrameCount = 0;
-            std::fill(frameBuf.begin(), frameBuf.end(), 0.0);
-            // Slot by slot: every filter still adds its slots in the order
-            // 0, 1, ..., so the sums are the same, but memory is read in order.
-            for (int s = 0; s < iFrameBufferSize; ++s) {
-                const double* slot = g_FMA_Buffer + static_cast<size_t>(s) * ORU_NUM_FILTERS;
-                for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += static_cast<int>(slot[j]);
-            }
-            frameDataQueue.clear();
+            // The sum over slots 0 .. size-1, each value taken as an integer:
+            // kept from request to request, so a full ring costs one frame.
+            if (g_iFMA_SumSlots != iFrameBufferSize) sum_ring_slots(iFrameBufferSize);
+            for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] = static_cast<double>(g_llFMA_Sum[j]);
+            clear_queued_frames();
             iDivisor = iFrameBufferSize;
         }
         lk.unlock();

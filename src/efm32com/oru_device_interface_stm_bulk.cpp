@@ -94,14 +94,14 @@ void take_frame(unsigned char* buffer) {
     std::lock_guard<std::mutex> lk(exit_cond_lock);
     int iWanted = iCurrAvgNum;
     if (iWanted + numOfThrow <= g_count) return;  // enough counted: dropped untouched
-    std::vector<int> frame(ORU_NUM_FILTERS, 0);
-    if (g_count >= numOfThrow && static_cast<int>(frameDataQueue.size()) < iWanted) {
+    if (g_count >= numOfThrow && queued_frame_count() < iWanted) {
+        int frame[ORU_NUM_FILTERS];
         for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer, i);
-        frameDataQueue.push_back(std::move(frame));
+        queue_frame(frame);
     }
     // A short next transfer must not leave stale samples behind.
     std::memset(buffer, 0, ORU_FRAME_BYTES);
-    if (static_cast<int>(frameDataQueue.size()) == iWanted) exit_cond.notify_all();
+    if (queued_frame_count() == iWanted || queued_frame_lost()) exit_cond.notify_all();
     ++g_count;
 }
 

@@ -8,7 +8,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <new>
 #include <cstdio>
 #include <cstring>
 
@@ -17,6 +19,15 @@
 // consumer, always under exit_cond_lock.
 std::vector<std::vector<int>> frameDataQueue;
 int g_count = 0;
+// Frames of the current request beyond the ones kept whole in frameDataQueue
+// (at most ORU_STORED_FRAMES): only their count and per-filter sum are kept,
+// so that a request for any number of frames takes constant memory. Same
+// writers, readers and lock as frameDataQueue.
+namespace {
+int g_iSummedFrames = 0;
+long long g_llSummedFrames[ORU_NUM_FILTERS] = {};
+bool g_bFrameLost = false;
+}  // namespace
 std::mutex exit_cond_lock;
 std::condition_variable exit_cond;
 // Set by the consumer before it starts streaming; read by the callback.
@@ -45,6 +56,48 @@ constexpr int kAcqBlankTime = 2;
 constexpr useconds_t kStopRepeatPauseUs = 20000;
 
 }  // namespace
+
+// ---- the frames of a request ------------------------------------------------
+
+int queued_frame_count() { return static_cast<int>(frameDataQueue.size()) + g_iSummedFrames; }
+
+void queue_frame(const int* samples) {
+    if (frameDataQueue.size() < ORU_STORED_FRAMES) {
+        try {
+            frameDataQueue.emplace_back(samples, samples + ORU_NUM_FILTERS);
+            return;
+        } catch (const std::bad_alloc&) {
+            // Runs on the event thread: nothing may escape. The request fails.
+            g_bFrameLost = true;
+            return;
+        }
+    }
+    for (int i = 0; i < ORU_NUM_FILTERS; ++i) g_llSummedFrames[i] += samples[i];
+    ++g_iSummedFrames;
+}
+
+bool queued_frame_lost() { return g_bFrameLost; }
+
+void add_queued_frames(double* sums, int nFrames) {
+    // Whole frames first, in queue order, then the summed rest: every value
+    // is a whole number far below 2^53, so the total is exact in any order.
+    const int nStored = std::min(nFrames, static_cast<int>(frameDataQueue.size()));
+    for (int f = 0; f < nStored; ++f) {
+        const std::vector<int>& frame = frameDataQueue[static_cast<size_t>(f)];
+        for (int j = 0; j < ORU_NUM_FILTERS; ++j) sums[j] += frame[j];
+    }
+    if (nFrames > nStored && g_iSummedFrames > 0)
+        for (int j = 0; j < ORU_NUM_FILTERS; ++j) sums[j] += static_cast<double>(g_llSummedFrames[j]);
+}
+
+void clear_queued_frames() {
+    frameDataQueue.clear();
+    // Give back what a long request may have grown, and start the sum anew.
+    if (frameDataQueue.capacity() > ORU_STORED_FRAMES) frameDataQueue.shrink_to_fit();
+    g_iSummedFrames = 0;
+    std::fill(std::begin(g_llSummedFrames), std::end(g_llSummedFrames), 0LL);
+    g_bFrameLost = false;
+}
 
 // ---- conversion --------------------------------------------------------------
 
