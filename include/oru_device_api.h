@@ -15,6 +15,18 @@
 extern "C" {
 #endif
 
+/* Messages. The library prints its lines on standard output (the bulk
+ * transfer status line on standard error); ORU_DEVICE_LOG=stderr sends all of
+ * them to standard error, ORU_DEVICE_LOG=off silences them (read once, at the
+ * first line). duSetLogHandler hands every line to handler instead: level 0
+ * for the normal lines, 1 for errors (the bulk transfer status line, the
+ * exception lines), line without its newline. NULL restores the default. The
+ * handler runs on the thread that prints: the caller's thread, or the
+ * library's event thread for the bulk transfer lines. It must not call
+ * duSetLogHandler itself; once duSetLogHandler returns, the previous handler
+ * is not called any more. */
+ORU_EXPORT void duSetLogHandler(void (*handler)(int level, const char* line, void* user), void* user);
+
 /* Connection and sensor selection */
 ORU_EXPORT int duConnect(void);
 ORU_EXPORT int duDisconnect(void);

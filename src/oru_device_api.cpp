@@ -2,6 +2,8 @@
 // the active one.
 #include "oru_device_api.h"
 
+#include "oru_log.h"
+
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
 #include "stream/oru_frame_stream.h"
@@ -67,7 +69,7 @@ int duConnect(void) {
 
         if (g_total_num_of_sensors != 0) {
             g_current_device_index = 0;
-            std::printf("**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
+            oru_log(kLogNormal, "**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
             return g_total_num_of_sensors;
         }
         g_current_device_index = -1;
@@ -91,7 +93,7 @@ int duDisconnect(void) {
             g_pDeviceInterface[i] = nullptr;
         }
         g_total_num_of_sensors = 0;
-        std::puts("Sensor is disconnected.");
+        oru_log(kLogNormal, "Sensor is disconnected.\n");
         return 1;
     } catch (const oru_base_exception& e) {
         return release_and_report(e);
@@ -118,8 +120,8 @@ char** duGetSensorList(void) {
             filled = i + 1;
         }
 
-        std::printf("[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
-        for (int i = 0; i < filled; ++i) std::printf("[oru_device_api] Sensor ID: %s\n", list[i]);
+        oru_log(kLogNormal, "[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
+        for (int i = 0; i < filled; ++i) oru_log(kLogNormal, "[oru_device_api] Sensor ID: %s\n", list[i]);
         return list;
     } catch (const oru_base_exception& e) {
         free_sensor_list(list, filled);

@@ -1,6 +1,8 @@
 // The per-sensor facade: creates the device object and forwards to it.
 #include "oru_device_interface.h"
 
+#include "oru_log.h"
+
 #include "oru_base_exception.h"
 #include "oru_device_interface_base.h"
 
@@ -185,7 +187,7 @@ int oru_device_interface::get_resolution() { return 1; }
 void oru_device_interface::get_sensor_id(char* lot_char, short* lot_id, short* wafer_id, short* x_coord,
                                          short* y_coord, short* sensor_type, unsigned int iDeviceId) {
     if (m_device_interface_base == nullptr) {
-        std::puts("##### m_device_interface_base is NULL!!");
+        oru_log(kLogError, "##### m_device_interface_base is NULL!!\n");
         return;
     }
     device_of(m_device_interface_base).get_sensor_id(lot_char, lot_id, wafer_id, x_coord, y_coord, sensor_type, iDeviceId);

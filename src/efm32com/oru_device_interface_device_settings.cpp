@@ -2,6 +2,8 @@
 // one-byte commands with the pauses the microcontroller needs between them.
 #include "efm32com/oru_device_interface_device_settings.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_stm.h"
 
 #include <climits>
@@ -180,7 +182,7 @@ ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* 
     *ucADCRange = ucRange;
     *ucGain = (ucGainRes >> 1) & 1;
     *ucRes = ucGainRes & 1;
-    printf("[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
+    oru_log(kLogNormal, "[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
            static_cast<int>(iDeviceId));
     return lu_ec_success;
 }

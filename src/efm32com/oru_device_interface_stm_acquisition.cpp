@@ -2,6 +2,8 @@
 // asks, wait (bounded) for the frames the bulk callback queues, average them
 // plainly or through the frame moving-average ring, and switch streaming off.
 #include "efm32com/oru_device_interface_stm_acquisition.h"
+
+#include "oru_log.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
@@ -62,19 +64,19 @@ constexpr int kThrownFrames = 2;
 long g_lFrameWaitMarginMs = 2000;
 
 void print_separator_twice() {
-    for (int i = 0; i < 2; ++i) puts("@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@");
+    for (int i = 0; i < 2; ++i) oru_log(kLogError, "@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@\n");
 }
 
 void print_wait_exception() {
-    puts("=========== Exception =============!!!");
-    puts("=========== Exception occurs in get_filter_data_from_sensor!!!");
-    puts("=========== Exception =============!!!");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
+    oru_log(kLogError, "=========== Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
 }
 
 void print_averaging_exception() {
-    puts("----------- Exception -------------!!!");
-    puts("----------- Exception occurs in get_filter_data_from_sensor!!!");
-    puts("----------- Exception -------------!!!");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
+    oru_log(kLogError, "----------- Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
 }
 
 // After a failure the stream state is unknown: switch it off for good.
@@ -181,12 +183,12 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
         bool bStop = stops_at_end(useContAcq) && bulkModeStarted;
         if (!bBufferedPath && queued_frame_count() != static_cast<int>(nNeeded)) {
             print_separator_twice();
-            puts("-----------> ERROR: frameDataQueue.size() != iAvgNum");
+            oru_log(kLogError, "-----------> ERROR: frameDataQueue.size() != iAvgNum\n");
             print_separator_twice();
             bStop = false;
         } else if (bBufferedPath && frameDataQueue.size() != 1) {
             print_separator_twice();
-            printf("===========> ERROR: frameDataQueue.size() = %d\n",
+            oru_log(kLogError, "===========> ERROR: frameDataQueue.size() = %d\n",
                    static_cast<int>(frameDataQueue.size()));
             print_separator_twice();
         }

@@ -2,6 +2,8 @@
 // event thread that runs the callbacks, and its end.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_usb.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
 #include "stream/oru_frame_stream.h"
@@ -157,7 +159,7 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
         bool bRequested = end_transfer(transfer);
         // Tear-down cancelled it: nothing went wrong.
         if (status == LIBUSB_TRANSFER_CANCELLED && bRequested) return;
-        fprintf(stderr, "bulk data transfer status %d?\n", status);
+        oru_log_stderr(kLogError, "bulk data transfer status %d?\n", status);
         // Only this sensor stops: the loop goes on serving the others.
         mark_transfer_fault(iSensor, status);
         return;
@@ -173,7 +175,7 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     }
     if (libusb_submit_transfer(transfer) < 0) {
         end_transfer(transfer);
-        puts("===>>>> libusb_submit_transfer fail!!!");
+        oru_log(kLogError, "===>>>> libusb_submit_transfer fail!!!\n");
         mark_transfer_fault(iSensor, LIBUSB_TRANSFER_ERROR);
         return;
     }

@@ -2,6 +2,8 @@
 // decoding, the streaming commands and the control-mode read.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
@@ -166,8 +168,8 @@ int acquire_frame_data_control(int iCommand, unsigned int iDeviceId) {
         }
         usleep(static_cast<useconds_t>(iPauseMs) * 1000);
         if (count == 0 || count == iCurrAvgNum - 1) {
-            printf("Received data Count = %d\n", count);
-            printf("===>>>> curent count : %d\n", count);
+            oru_log(kLogNormal, "Received data Count = %d\n", count);
+            oru_log(kLogNormal, "===>>>> curent count : %d\n", count);
         }
         ++count;
         {

@@ -2,6 +2,8 @@
 // same USB ids) and the process-wide map of open handles.
 #include "efm32com/oru_device_interface_usb.h"
 
+#include "oru_log.h"
+
 #include "lusb_compat/lusb_compat.h"
 
 #include <cstdio>
@@ -28,7 +30,7 @@ constexpr uint8_t kFirstConfiguration = 0;
 bool init_default_context() {
     usb_init();
     if (libusb_init(NULL) < 0) {
-        puts("libusb_init() was failed !!");
+        oru_log(kLogError, "libusb_init() was failed !!\n");
         return false;
     }
     return true;
@@ -40,10 +42,10 @@ bool is_oru_device(const libusb_device_descriptor& desc) {
 
 void report_open_failure(int iError) {
     if (iError == LIBUSB_ERROR_ACCESS) {
-        puts("Device open failed due to a permission denied error.");
-        puts("libusb requires write access to USB device nodes.");
+        oru_log(kLogError, "Device open failed due to a permission denied error.\n");
+        oru_log(kLogError, "libusb requires write access to USB device nodes.\n");
     }
-    printf("could not open device, error %d\n", iError);
+    oru_log(kLogError, "could not open device, error %d\n", iError);
 }
 
 // Map insert that keeps a live handle already stored under the key, but fills
@@ -71,7 +73,7 @@ bool claim_or_forget(int iKey, int iInterface) {
 }
 
 int first_interface_number(libusb_device_handle* pHandle) {
-    puts("[Info] Reading first configuration descriptor:");
+    oru_log(kLogNormal, "[Info] Reading first configuration descriptor:\n");
     libusb_config_descriptor* pConfig = nullptr;
     int nInterfaces = 0;
     int iInterface = kNoInterface;
@@ -82,7 +84,7 @@ int first_interface_number(libusb_device_handle* pHandle) {
             iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
         libusb_free_config_descriptor(pConfig);
     }
-    printf("[Info] nb interfaces: %d\n", nInterfaces);
+    oru_log(kLogNormal, "[Info] nb interfaces: %d\n", nInterfaces);
     return iInterface;
 }
 
@@ -94,7 +96,7 @@ int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
     for (int i = 0; pList[i] != nullptr && !bFound; ++i) {
         libusb_device_descriptor desc;
         if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
-            puts("failed to get device descriptor");
+            oru_log(kLogError, "failed to get device descriptor\n");
             return 0;
         }
         if (!is_oru_device(desc))
@@ -125,7 +127,7 @@ int connect_all_devices(libusb_device** pList) {
     for (int i = 0; pList[i] != nullptr; ++i) {
         libusb_device_descriptor desc;
         if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
-            puts("failed to get device descriptor");
+            oru_log(kLogError, "failed to get device descriptor\n");
             return 0;
         }
         if (!is_oru_device(desc))
