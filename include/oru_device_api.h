@@ -99,6 +99,24 @@ ORU_EXPORT int duStopFrameStream(void);
  * stream. */
 ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int timeout_ms,
                                  duFrameStreamInfo* info);
+/* The same for the stream of sensor sensor_index, active or not (-7 when no
+ * sensor is connected there): threads can read different sensors' streams at
+ * once without activating them. */
+ORU_EXPORT int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
+                                   duFrameStreamInfo* info);
+
+/* Threads. Every function may be called from any thread; each call runs
+ * whole, without another thread's call interleaved. The calls that wait for
+ * frames (duGetFilterData, the shutter-speed searches) hold the others up
+ * while they wait, since all sensors share one frame queue and one
+ * shutter-speed value that times the protocol's pauses; a stream read does
+ * not. Since the other calls act on the active sensor, a thread that
+ * activates a sensor and then calls should hold duLockSensors across both:
+ *     duLockSensors(); duActivateSensorWithIndex(1); duGetFilterData(d, 10);
+ *     duUnlockSensors();
+ * The lock is recursive; the thread that locked it must unlock it. */
+ORU_EXPORT void duLockSensors(void);
+ORU_EXPORT void duUnlockSensors(void);
 
 #ifdef __cplusplus
 }

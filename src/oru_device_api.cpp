@@ -4,6 +4,7 @@
 
 #include "oru_log.h"
 
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
 #include "stream/oru_frame_stream.h"
@@ -53,6 +54,7 @@ void free_sensor_list(char** list, int count) {
 extern "C" {
 
 int duConnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         if (g_total_num_of_sensors > 0) duDisconnect();
         g_total_num_of_sensors = 0;
@@ -82,6 +84,7 @@ int duConnect(void) {
 }
 
 int duDisconnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
             // Its readers wake; tear-down sends the stop commands.
@@ -103,6 +106,7 @@ int duDisconnect(void) {
 }
 
 char** duGetSensorList(void) {
+    const ApiGuard guard(g_apiLock);
     char** list = nullptr;
     int filled = 0;
     try {
@@ -138,6 +142,7 @@ int duGetMaxSensorCount(void) { return 10; }
 
 // Clamps instead of failing.
 int duActivateSensorWithIndex(int sensor_index) {
+    const ApiGuard guard(g_apiLock);
     if (sensor_index < 0)
         g_current_device_index = 0;
     else if (sensor_index < g_total_num_of_sensors)
@@ -148,6 +153,7 @@ int duActivateSensorWithIndex(int sensor_index) {
 }
 
 int duActivateSensorWithID(const char* sensor_id_str) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id_str == nullptr) throw oru_base_exception(lu_ec_sensor_id_is_empty);
         for (int sensor_index = 0; sensor_index < g_total_num_of_sensors; ++sensor_index) {
@@ -162,9 +168,13 @@ int duActivateSensorWithID(const char* sensor_id_str) {
     });
 }
 
-int duGetTotalSensors(void) { return g_total_num_of_sensors; }
+int duGetTotalSensors(void) {
+    const ApiGuard guard(g_apiLock);
+    return g_total_num_of_sensors;
+}
 
 int duGetSensorID(char* sensor_id) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         char text[26];

@@ -2,6 +2,7 @@
 // filter data and ADC parameters.
 #include "oru_device_api.h"
 
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_api_valid_filters.h"
 #include "oru_device_interface.h"
@@ -65,6 +66,7 @@ int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters,
 extern "C" {
 
 int duGetShutterSpeed(void) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([] { return oru_api_active_device().get_shutter_speed(active_index()); });
 }
 
@@ -75,18 +77,21 @@ int duGetShutterSpeedLimits(int* min_limit, int* max_limit) {
 }
 
 int duShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         return oru_api_active_device().shutter_to_exposure_time_ms(master_clock, shutter_speed, exposure_time_val);
     });
 }
 
 int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         return oru_api_active_device().exposure_tim_ms_to_shutter(master_clock, exposure_time_val, shutter_speed);
     });
 }
 
 int duSetShutterSpeed(int shutter) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         refuse_while_streaming();
         int clamped = shutter;
@@ -98,14 +103,17 @@ int duSetShutterSpeed(int shutter) {
 }
 
 int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN) {
+    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, target_DN);
 }
 
 int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters) {
+    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, 3500);
 }
 
 int duGetFilterData(double* output, int number_of_averages) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         refuse_while_streaming();
         const double ret_val = oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0,
@@ -116,6 +124,7 @@ int duGetFilterData(double* output, int number_of_averages) {
 }
 
 int duSetSensorParameters(int _adc_gain, int _adc_range) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         refuse_while_streaming();
         int adc_gain = _adc_gain;
@@ -132,6 +141,7 @@ int duSetSensorParameters(int _adc_gain, int _adc_range) {
 }
 
 int duGetSensorParameters(int* _adc_gain, int* _adc_range) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (_adc_gain == nullptr || _adc_range == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         unsigned char adc_range = 0, adc_gain = 0, adc_res = 0;
