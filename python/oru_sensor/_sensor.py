@@ -2,8 +2,6 @@
 
 import contextlib
 import ctypes
-import os
-import sys
 from collections import namedtuple
 
 from . import _library
@@ -16,40 +14,17 @@ C_INT_MAX = 2**31 - 1
 AdcSettings = namedtuple("AdcSettings", "gain range")
 
 
-@contextlib.contextmanager
-def _quiet(enabled):
-    """The library prints progress lines on standard output; hide them."""
-    if not enabled:
-        yield
-        return
-    sys.stdout.flush()
-    saved = os.dup(1)
-    devnull = os.open(os.devnull, os.O_WRONLY)
-    try:
-        os.dup2(devnull, 1)
-        yield
-    finally:
-        try:
-            ctypes.CDLL(None).fflush(None)
-        except (OSError, AttributeError):
-            pass
-        os.dup2(saved, 1)
-        os.close(saved)
-        os.close(devnull)
-
-
 class Sensor:
-    """One connected sensor. Every call first makes it the active sensor."""
+    """One connected sensor. Every call first makes it the active sensor,
+    holding the library's lock across both, so that threads may share
+    Sensor objects: each call is atomic."""
 
-    def __init__(self, lib, index, quiet):
+    def __init__(self, lib, index):
         self._lib = lib
         self.index = index
-        self._quiet = quiet
 
     def _call(self, fn, *args, what=None):
-        with _quiet(self._quiet):
-            self._lib.duActivateSensorWithIndex(self.index)
-            result = fn(*args)
+        result = self._call_raw(fn, *args)
         return check(result, what) if result <= 0 else result
 
     @property
@@ -164,9 +139,17 @@ class Sensor:
         return result
 
     def _call_raw(self, fn, *args):
-        with _quiet(self._quiet):
+        self._lib.duLockSensors()
+        try:
             self._lib.duActivateSensorWithIndex(self.index)
             return fn(*args)
+        finally:
+            self._lib.duUnlockSensors()
+
+    @property
+    def state(self):
+        """1 usable, 2 failed (transfer error), 3 removed."""
+        return check(self._lib.duGetSensorState(self.index), "reading the sensor state")
 
     def __repr__(self):
         return "<Sensor %d>" % self.index
@@ -176,17 +159,17 @@ class Sensor:
 def connect(virtual=None, quiet=True):
     """Connects every attached sensor and yields the list of Sensor objects;
     disconnects on leaving. `virtual=N` runs on N virtual sensors instead of
-    USB hardware (fixed for the life of the process)."""
+    USB hardware (fixed for the life of the process). The library's lines go
+    to the logger "oru_sensor"; `quiet` is kept for older callers and has no
+    effect."""
     if virtual is not None and (isinstance(virtual, bool) or not isinstance(virtual, int) or virtual < 1):
         raise ValueError("virtual must be a number of sensors (1 or more) or None, got %r" % (virtual,))
     lib = _library.load(virtual)
-    with _quiet(quiet):
-        n = lib.duConnect()
+    n = lib.duConnect()
     if n == -1:  # duConnect's own result for "no sensor"
         raise NoDeviceInSystem(NoDeviceInSystem.code, "no sensor found")
     check(n, "connecting")
     try:
-        yield [Sensor(lib, i, quiet) for i in range(n)]
+        yield [Sensor(lib, i) for i in range(n)]
     finally:
-        with _quiet(quiet):
-            lib.duDisconnect()
+        lib.duDisconnect()

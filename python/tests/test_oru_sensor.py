@@ -134,6 +134,48 @@ class StreamTest(unittest.TestCase):
             self.assertGreater(s.optimal_shutter_speed([1, 1024], target=5000), 0)
 
 
+class ThreadsTest(unittest.TestCase):
+    def test_two_threads_on_two_sensors_each_get_their_own(self):
+        import threading
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            ids = [s.sensor_id for s in sensors]
+            dark = {}
+            results = {}
+
+            def work(s, shutter, rounds):
+                got = []
+                for _ in range(rounds):
+                    s.shutter_speed = shutter
+                    got.append((s.sensor_id, sum(s.read_filter_data(2)) / 1024))
+                    with s.stream(averages=3, count=2) as readings:
+                        got += [(r.sensor_id, sum(r.values) / 1024) for r in readings]
+                results[s.index] = got
+
+            threads = [threading.Thread(target=work, args=(sensors[0], 5, 15)),
+                       threading.Thread(target=work, args=(sensors[1], 300, 15))]
+            for t in threads:
+                t.start()
+            for t in threads:
+                t.join(120)
+            self.assertFalse(any(t.is_alive() for t in threads))
+            # Shutter 5 and shutter 300 lie far apart on the white scene.
+            for index, (low, high) in ((0, (0, 600)), (1, (1500, 4096))):
+                self.assertEqual(len(results[index]), 45)
+                for sensor_id, mean in results[index]:
+                    self.assertEqual(sensor_id, ids[index])
+                    self.assertTrue(low <= mean <= high, (index, mean))
+
+    def test_library_lines_go_to_logging(self):
+        with self.assertLogs("oru_sensor", level="DEBUG") as logs:
+            with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+                s = sensors[0]
+                with self.assertRaises(oru_sensor.IllDefinedInput):  # target 0, refused by the library
+                    s._call(s._lib.duGetOptimalShutterSpeed2, None, 0, 0)
+        self.assertIn("DEBUG:oru_sensor:**** [oru_device_api] Total number of sensors: %d" % N_VIRTUAL, logs.output)
+        self.assertIn("WARNING:oru_sensor:[oru_device_api] ORU_BASE_EXCEPTION happened: ill-defined input",
+                      logs.output)
+
+
 class ErrorMappingTest(unittest.TestCase):
     def test_negative_results_raise_named_exceptions(self):
         from oru_sensor._errors import check
