@@ -6,6 +6,7 @@ set -euo pipefail
 PACKAGES=(
   build-essential cmake pkg-config
   libusb-1.0-0-dev
+  libcli11-dev nlohmann-json3-dev
   umockdev libumockdev-dev
   libgtest-dev googletest libgmock-dev
   libbenchmark-dev

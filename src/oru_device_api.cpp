@@ -3,8 +3,12 @@
 #include "oru_device_api.h"
 
 #include "efm32com/oru_device_interface_device_info.h"
+#include "oru_log.h"
+
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
+#include "stream/oru_frame_stream.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -48,6 +52,7 @@ void free_sensor_list(char** list, int count) {
 extern "C" {
 
 int duConnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         if (g_total_num_of_sensors > 0) duDisconnect();
         g_total_num_of_sensors = 0;
@@ -64,7 +69,7 @@ int duConnect(void) {
 
         if (g_total_num_of_sensors != 0) {
             g_current_device_index = 0;
-            std::printf("**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
+            oru_log(kLogNormal, "**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
             return g_total_num_of_sensors;
         }
         g_current_device_index = -1;
@@ -77,8 +82,11 @@ int duConnect(void) {
 }
 
 int duDisconnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
+            // Its readers wake; tear-down sends the stop commands.
+            oru_stream::close(static_cast<unsigned int>(i));
             if (g_pDeviceInterface[i] != nullptr) {
                 g_pDeviceInterface[i]->finalize(static_cast<unsigned int>(i));
                 delete g_pDeviceInterface[i];
@@ -86,7 +94,7 @@ int duDisconnect(void) {
             g_pDeviceInterface[i] = nullptr;
         }
         g_total_num_of_sensors = 0;
-        std::puts("Sensor is disconnected.");
+        oru_log(kLogNormal, "Sensor is disconnected.\n");
         return 1;
     } catch (const oru_base_exception& e) {
         return release_and_report(e);
@@ -96,6 +104,7 @@ int duDisconnect(void) {
 }
 
 char** duGetSensorList(void) {
+    const ApiGuard guard(g_apiLock);
     char** list = nullptr;
     int filled = 0;
     try {
@@ -113,8 +122,8 @@ char** duGetSensorList(void) {
             filled = i + 1;
         }
 
-        std::printf("[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
-        for (int i = 0; i < filled; ++i) std::printf("[oru_device_api] Sensor ID: %s\n", list[i]);
+        oru_log(kLogNormal, "[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
+        for (int i = 0; i < filled; ++i) oru_log(kLogNormal, "[oru_device_api] Sensor ID: %s\n", list[i]);
         return list;
     } catch (const oru_base_exception& e) {
         free_sensor_list(list, filled);
@@ -131,6 +140,7 @@ int duGetMaxSensorCount(void) { return 10; }
 
 // Clamps instead of failing.
 int duActivateSensorWithIndex(int sensor_index) {
+    const ApiGuard guard(g_apiLock);
     if (sensor_index < 0)
         g_current_device_index = 0;
     else if (sensor_index < g_total_num_of_sensors)
@@ -141,6 +151,7 @@ int duActivateSensorWithIndex(int sensor_index) {
 }
 
 int duActivateSensorWithID(const char* sensor_id_str) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id_str == nullptr) throw oru_base_exception(lu_ec_sensor_id_is_empty);
         for (int sensor_index = 0; sensor_index < g_total_num_of_sensors; ++sensor_index) {
@@ -155,9 +166,13 @@ int duActivateSensorWithID(const char* sensor_id_str) {
     });
 }
 
-int duGetTotalSensors(void) { return g_total_num_of_sensors; }
+int duGetTotalSensors(void) {
+    const ApiGuard guard(g_apiLock);
+    return g_total_num_of_sensors;
+}
 
 int duGetSensorID(char* sensor_id) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         char text[26];

@@ -15,7 +15,6 @@
 using streamtest::all_equal;
 using streamtest::stream_start;
 using streamtest::stream_stop;
-using streamtest::StreamTest;
 using usbtest::Wire;
 
 namespace {
@@ -159,17 +158,6 @@ TEST_F(Acquisition, ProducerThatCannotTakeAFrameFailsTheRequestAtOnce) {
     EXPECT_EQ(read(out, 1, 3), lu_ec_success) << "the next request is served";
 }
 
-TEST_F(StreamTest, WaitIsBoundedByTheReadSensorsOwnShutterSpeedNotTheOneSetLast) {
-    bring_up(2);
-    set_shutter_speed_to_sensor(300, 0);
-    set_shutter_speed_to_sensor(1, 1);
-    // 12 frames of 274 ms in real time: longer than a bound computed from
-    // shutter speed 1 (2 s and 24 ms).
-    vsensor::set_realtime(true);
-    std::vector<double> out;
-    EXPECT_EQ(read(out, 10, 3, 0), lu_ec_success);
-}
-
 TEST(FrameWaitBound, AllowsTwiceTheExposuresOfTheFramesAndTheTwoDroppedOnTopOfTheMargin) {
     set_frame_wait_margin_ms(2000);
     EXPECT_EQ(frame_wait_bound_ms(1, 10), 2000 + 12 * 1 * 2);
@@ -267,14 +255,6 @@ TEST(FrameSum, EqualsTheFrameByFrameDoubleSumUpToTheLimitOfExactDoubles) {
     EXPECT_EQ(sum[0], 9007199254740992.0);
     for (int j = 0; j < 1024; ++j) ASSERT_EQ(sum[j], straightforward[j]) << "filter " << j;
     EXPECT_EQ(running.nFrames, kFrames);
-}
-
-TEST_F(Acquisition, PlainAverageOfManyFramesEqualsTheirFrameByFrameSum) {
-    std::vector<double> out;
-    EXPECT_EQ(read(out, 5000, 3), lu_ec_success);
-    double straightforward = 0.0;
-    for (int f = 2; f < 5002; ++f) straightforward += f % 4096;
-    EXPECT_TRUE(all_equal(out, straightforward / 5000));
 }
 
 TEST_F(Acquisition, MovingAverageRingEqualsTheSumOfItsSlotsOverManyRequests) {

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <atomic>
 #include <new>
 #include <vector>
 
@@ -208,6 +209,8 @@ TEST_F(ApiLifecycle, AllocationFailureInTheSearchGivesMinusOne) {
     EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), 5);
 }
 
+// Memory running out on the event thread fails the one request; nothing
+// escapes the callback and the process goes on.
 TEST_F(ApiLifecycle, AllocationFailureDuringConnectReleasesTheOpenedSensors) {
     add_sensors(2);
     // The second sensor's device object cannot be made.

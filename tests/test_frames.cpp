@@ -3,6 +3,7 @@
 #include "stream_fixture.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_usb.h"
 
@@ -15,12 +16,6 @@ using usbtest::Wire;
 namespace {
 
 class Streaming : public streamtest::StreamTest {};
-
-// Waits (bounded) until the event loop has been asked to end.
-bool wait_for_exit_request() {
-    std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10), [] { return do_exit != 0; });
-}
 
 // Waits (bounded) until the request has taken n frames.
 bool wait_for_frames_taken(size_t n) {
@@ -142,32 +137,38 @@ TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     end_frame_request(0);
 }
 
-TEST_F(Streaming, FailedBulkTransferReportsItsStatusAndEndsTheEventLoop) {
-    bring_up(1);
-    begin_frame_request(1, 1, 0);
+// A failed transfer stops its own sensor only: the event loop goes on.
+TEST_F(Streaming, FailedBulkTransferReportsItsStatusAndMarksOnlyItsSensor) {
+    bring_up(2);
+    vsensor::set_constant_frame(1, 900);
     testing::internal::CaptureStderr();
     vsensor::set_faults(0, vsensor::kFaultBulkError);
     acquire_frame_data_bulk(70, 0);
-    ASSERT_TRUE(wait_for_exit_request());
-    EXPECT_EQ(do_exit, 2);
+    ASSERT_TRUE(streamtest::wait_for_health(0, kSensorFailed));
     acquire_frame_data_bulk(71, 0);
-    // The loop ends within its 1-second cycle; tear-down must not wait on it.
-    EXPECT_EQ(tear_down_index(0), 1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 1?\n");
+    EXPECT_EQ(do_exit, 0);
+    EXPECT_TRUE(usb_event_loop_running());
+    EXPECT_EQ(sensor_health(1), kSensorUsable);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 3, 0, 0), lu_ec_fw_recv_timeout) << "the failed sensor's reads end at once";
+    EXPECT_EQ(read(out, 3, 0, 1), lu_ec_success);
+    EXPECT_TRUE(streamtest::all_equal(out, 900.0));
+    // The loop still ends at tear-down.
+    EXPECT_EQ(tear_down_index(0), 1);
     EXPECT_FALSE(usb_event_loop_running());
-    EXPECT_FALSE(vsensor::is_open(0));
 }
 
-TEST_F(Streaming, UnpluggedSensorEndsTheEventLoopWithNoDeviceStatus) {
+TEST_F(Streaming, UnpluggedSensorIsMarkedRemovedWithNoDeviceStatus) {
     bring_up(1);
     testing::internal::CaptureStderr();
     vsensor::unplug(0);
-    ASSERT_TRUE(wait_for_exit_request());
-    EXPECT_EQ(do_exit, 2);
+    ASSERT_TRUE(streamtest::wait_for_health(0, kSensorRemoved));
+    EXPECT_EQ(do_exit, 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 5?\n");
 }
 
-TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop) {
+TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     connect_sensors(1);
     libusb_transfer* transfer = libusb_alloc_transfer(0);
     unsigned char buffer[2048];
@@ -184,7 +185,7 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop)
     testing::internal::CaptureStdout();
     cb_bulkdata(transfer);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "===>>>> libusb_submit_transfer fail!!!\n");
-    EXPECT_EQ(do_exit, 2);
+    EXPECT_EQ(do_exit, 0) << "the loop goes on for the other sensors";
     ASSERT_EQ(queued_frames(), 1u);
     EXPECT_EQ(kept_value(0, 1), 4);
     EXPECT_EQ(kept_value(0, 1023), 4092);

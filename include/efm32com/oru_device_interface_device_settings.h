@@ -7,15 +7,17 @@
 
 // Last shutter speed requested; the event-thread side reads it for pauses.
 extern std::atomic<int> g_iCurShutterSpeed;
+// The shutter speed last written to this sensor (the process-wide value when
+// none was): what its frames' period follows.
+int sensor_shutter_speed(unsigned int iDeviceId);
+// Tests: forget every sensor's own value.
+void reset_sensor_shutter_speeds();
 extern int iCurBlankTime;
 extern int g_iSleepTime;  // ms after each blank-time / ADC command
 // Statistics of verified writes (nothing reads them back).
 extern int iTotalCount;
 extern int iSuccessCount;
 extern int iFailCount;
-// Shutter speed last set on this sensor (1 before any); the process-wide
-// g_iCurShutterSpeed belongs to whichever sensor was set last.
-int last_shutter_speed_of(unsigned int iDeviceId);
 // One verified write counted in the statistics.
 void count_verified(bool bMatched);
 // Records the blank time last set on a sensor.

@@ -9,8 +9,10 @@
 extern bool bulkModeStarted;
 
 // Returns the dark average (always 0.0). When pErrorCode is given it receives
-// lu_ec_success, or lu_ec_fw_recv_timeout when the frames did not arrive
-// within the bounded wait.
+// lu_ec_success, lu_ec_fw_recv_timeout when the frames did not arrive within
+// the bounded wait (or the sensor failed), or lu_ec_memory_is_null when a
+// frame could not be kept. Memory does not grow with iNumOfAverages: beyond
+// the first frames only a per-filter sum is kept.
 double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages,
                                    int iDarkCorrectionMode, int useContAcq,
                                    unsigned int iDeviceId,

@@ -43,6 +43,8 @@ int acquire_frame_data_control(int iCommand, unsigned int iDeviceId);
 int set_frame_data_acq_mode(unsigned int iAcqMode, unsigned int iDeviceId);
 int get_sleep_time_for_shutter_speed(int iShutterSpeed);
 int get_current_shutter_speed();
+// Streaming on: 71, 20 ms, 70.
+void start_frame_streaming(unsigned int iDeviceId);
 // Streaming off: 71, 20 ms, 71, 20 ms, 71.
 void stop_frame_streaming(unsigned int iDeviceId);
 void convert_2048C_to_1024F(char* inputC, double* outputF);

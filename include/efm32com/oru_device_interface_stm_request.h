@@ -51,10 +51,10 @@ void fail_frame_request() noexcept;
 
 // Consumer, with exit_cond_lock held through `lk`.
 // Waits until nNeeded frames are taken, the request failed, the event loop
-// ended, or the deadline passed. Returns the number of frames taken (0 when
+// ended, the sensor failed or went, or the deadline passed. Returns the number of frames taken (0 when
 // the request failed).
 size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
-                              std::chrono::steady_clock::time_point deadline);
+                              std::chrono::steady_clock::time_point deadline, unsigned int iDeviceId);
 size_t queued_frames();
 // Adds the per-filter sum of the frames taken to sum[].
 void add_queued_frames(double* sum);

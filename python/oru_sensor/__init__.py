@@ -15,11 +15,12 @@ from ._errors import (OruError, Fail, UndefinedFail, MemoryIsNull, NoDeviceInSys
                       FailToCreateDeviceObj, FailToInitializeDevice, DeviceObjectIsNull, SensorIdIsEmpty,
                       FwRecvTimeout, WrongReply, IllDefinedInput, InitializationRequired)
 from ._sensor import AdcSettings, Sensor, connect
+from ._stream import FrameStream, Reading
 
 NUM_FILTERS = 1024
 
 __all__ = [
-    "connect", "Sensor", "AdcSettings", "NUM_FILTERS", "OruError", "Fail", "UndefinedFail", "MemoryIsNull",
+    "connect", "Sensor", "AdcSettings", "FrameStream", "Reading", "NUM_FILTERS", "OruError", "Fail", "UndefinedFail", "MemoryIsNull",
     "NoDeviceInSystem", "FailToConnectDevice", "FailToCreateDeviceObj", "FailToInitializeDevice",
     "DeviceObjectIsNull", "SensorIdIsEmpty", "FwRecvTimeout", "WrongReply", "IllDefinedInput",
     "InitializationRequired",

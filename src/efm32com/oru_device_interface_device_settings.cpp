@@ -2,6 +2,8 @@
 // one-byte commands with the pauses the microcontroller needs between them.
 #include "efm32com/oru_device_interface_device_settings.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_stm.h"
 
 #include <climits>
@@ -19,24 +21,25 @@ int iSuccessCount = 0;
 int iFailCount = 0;
 
 namespace {
-
-// Beside the process-wide value: the shutter speed last set on each sensor,
-// which bounds that sensor's frame wait. Written by set_shutter_speed_to_sensor
-// (caller thread), read by the consumer; atomic, no lock.
-constexpr unsigned int kShutterSlots = 256;
-struct SShutterSlot {
-    std::atomic<int> iSpeed{1};
-};
-SShutterSlot g_iSensorShutterSpeed[kShutterSlots];
-
+// The shutter speed last written to each sensor, beside the one process-wide
+// value above that drives the protocol's pauses. 0: never written. Written
+// by the caller thread that sets it, read by callers; atomic, no lock.
+constexpr unsigned int kMaxSensors = 256;
+std::atomic<int> g_iSensorShutterSpeed[kMaxSensors] = {};
 }  // namespace
 
-int last_shutter_speed_of(unsigned int iDeviceId) {
-    return iDeviceId < kShutterSlots ? g_iSensorShutterSpeed[iDeviceId].iSpeed.load() : g_iCurShutterSpeed.load();
+int sensor_shutter_speed(unsigned int iDeviceId) {
+    const int iShutter = iDeviceId < kMaxSensors ? g_iSensorShutterSpeed[iDeviceId].load() : 0;
+    return iShutter != 0 ? iShutter : g_iCurShutterSpeed.load();
 }
 
+void reset_sensor_shutter_speeds() {
+    for (auto& shutter : g_iSensorShutterSpeed) shutter = 0;
+}
+
+
 void reset_device_settings() {
-    for (SShutterSlot& slot : g_iSensorShutterSpeed) slot.iSpeed = 1;
+    reset_sensor_shutter_speeds();
     g_iCurShutterSpeed = 1;
     iCurBlankTime = 0;
     g_iSleepTime = 30;
@@ -122,7 +125,7 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
 
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
     g_iCurShutterSpeed = iShutterSpeedW;
-    if (iDeviceId < kShutterSlots) g_iSensorShutterSpeed[iDeviceId].iSpeed = iShutterSpeedW;
+    if (iDeviceId < kMaxSensors) g_iSensorShutterSpeed[iDeviceId] = iShutterSpeedW;
     const SBytePair shutterW = split_word(iShutterSpeedW);
 
     iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;
@@ -188,7 +191,7 @@ ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* 
     *ucADCRange = ucRange;
     *ucGain = (ucGainRes >> 1) & 1;
     *ucRes = ucGainRes & 1;
-    printf("[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
+    oru_log(kLogNormal, "[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
            static_cast<int>(iDeviceId));
     return lu_ec_success;
 }

@@ -4,7 +4,10 @@
 // through the frame moving-average ring.
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_usb.h"
 
@@ -22,26 +25,25 @@ namespace {
 
 enum AcqMode { kSingleShot = 0, kContinuous = 1, kContinuousLast = 2, kSingleShotDiscard = 3 };
 
-constexpr useconds_t kRestartPauseUs = 20000;
 constexpr int kThrownFrames = 2;
 constexpr int kKeepWanted = -1;
 // Caller thread only; tests shorten it.
 long g_lFrameWaitMarginMs = 2000;
 
 void print_separator_twice() {
-    for (int i = 0; i < 2; ++i) puts("@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@");
+    for (int i = 0; i < 2; ++i) oru_log(kLogError, "@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@\n");
 }
 
 void print_wait_exception() {
-    puts("=========== Exception =============!!!");
-    puts("=========== Exception occurs in get_filter_data_from_sensor!!!");
-    puts("=========== Exception =============!!!");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
+    oru_log(kLogError, "=========== Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
 }
 
 void print_averaging_exception() {
-    puts("----------- Exception -------------!!!");
-    puts("----------- Exception occurs in get_filter_data_from_sensor!!!");
-    puts("----------- Exception -------------!!!");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
+    oru_log(kLogError, "----------- Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
 }
 
 // After a failure the stream state is unknown: switch it off for good.
@@ -54,9 +56,7 @@ void abandon_streaming(unsigned int iDeviceId) {
 void start_streaming(int iMode, unsigned int iDeviceId) {
     if ((iMode != kContinuous && iMode != kSingleShotDiscard) || bulkModeStarted) return;
     bulkModeStarted = true;
-    acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
-    usleep(kRestartPauseUs);
-    acquire_frame_data_bulk(ORU_CMD_START_STREAMING, iDeviceId);
+    start_frame_streaming(iDeviceId);
 }
 
 // The bounded wait, with exit_cond_lock held. When the frames do not come
@@ -70,8 +70,8 @@ bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBuf
     auto deadline = std::chrono::steady_clock::now();
     if (find_device_handle(iDeviceId) != nullptr)
         deadline += std::chrono::milliseconds(
-            frame_wait_bound_ms(last_shutter_speed_of(iDeviceId), static_cast<int>(nNeeded)));
-    if (wait_for_queued_frames(lk, nNeeded, deadline) >= nNeeded) return true;
+            frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
+    if (wait_for_queued_frames(lk, nNeeded, deadline, iDeviceId) >= nNeeded) return true;
     end_frame_request(0);
     // The ring would otherwise wait for one frame that nobody takes.
     if (bBufferedPath) restart_frame_ring();
@@ -85,13 +85,13 @@ bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBuf
 bool report_queue_size(size_t nQueued, size_t nNeeded, bool bBufferedPath) {
     if (!bBufferedPath && nQueued != nNeeded) {
         print_separator_twice();
-        puts("-----------> ERROR: frameDataQueue.size() != iAvgNum");
+        oru_log(kLogError, "-----------> ERROR: frameDataQueue.size() != iAvgNum\n");
         print_separator_twice();
         return false;
     }
     if (bBufferedPath && nQueued != 1) {
         print_separator_twice();
-        printf("===========> ERROR: frameDataQueue.size() = %d\n", static_cast<int>(nQueued));
+        oru_log(kLogError, "===========> ERROR: frameDataQueue.size() = %d\n", static_cast<int>(nQueued));
         print_separator_twice();
     }
     return true;
@@ -146,6 +146,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                                    unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     if (pErrorCode != nullptr) *pErrorCode = lu_ec_success;
     const double fDarkAverageVal = 0.0;  // dark correction is not done here
+    // A failed or removed sensor sends no frames: fail at once.
+    if (sensor_health(iDeviceId) != kSensorUsable) {
+        if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
+        return fDarkAverageVal;
+    }
     const int iMode = useContAcq == kSingleShot ? kSingleShotDiscard : useContAcq;
     const bool bBufferedPath = frame_ring_buffered();
     const int iAvgNum = iNumOfAverages <= 0 ? 1 : iNumOfAverages;

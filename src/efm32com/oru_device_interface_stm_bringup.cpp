@@ -6,6 +6,7 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_onboard_processings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_stm_init.h"
@@ -55,9 +56,13 @@ int initialize_device_interface(unsigned int iDeviceId) {
         iResult = lu_ec_fail_to_initialize_device;
     }
 
-    // One event thread serves all sensors (one libusb context); sensor 0
-    // starts it, so sensor 0 must be brought up first.
-    if (iDeviceId == 0 && !usb_event_loop_running()) {
+    if (libusb_device_handle* handle = find_device_handle(iDeviceId); bConnected && handle != nullptr)
+        mark_sensor_usable(iDeviceId, libusb_get_device(handle));
+
+    // One event thread serves all sensors (one libusb context); the first
+    // sensor brought up starts it, whatever its index.
+    if (!usb_event_loop_running()) {
+        register_sensor_hotplug();
         start_usb_event_loop();
         open_bulk_transfer_table(maxNumOfDevice);
     }
@@ -92,6 +97,7 @@ int close_device_interface(unsigned int iDeviceId) {
 
     request_exit(1);
     join_usb_event_loop();
+    deregister_sensor_hotplug();
     usleep(kAfterJoinPauseUs);
 
     if (framebuf[0] != nullptr) {

@@ -2,9 +2,13 @@
 // (run by the event thread) and their release at tear-down.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "oru_log.h"
+
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_usb.h"
+#include "stream/oru_frame_stream.h"
 
 #include <chrono>
 #include <cstdio>
@@ -42,16 +46,27 @@ std::mutex g_bulkLock;
 std::condition_variable g_bulkCond;
 std::map<libusb_transfer*, BulkTransferSlot> g_bulkSlots;
 
-// The sensor a transfer serves, and whether tear-down asked for its end.
+// The sensor a transfer serves (-1 when it is not one of ours), and whether
+// tear-down asked for its end.
 struct SSlotView {
-    unsigned int iDeviceId = 0;
+    long iSensor = -1;
     bool bCancelRequested = false;
 };
 SSlotView slot_view(libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
     auto it = g_bulkSlots.find(transfer);
     if (it == g_bulkSlots.end()) return {};
-    return {it->second.iDeviceId, it->second.bCancelRequested};
+    return {static_cast<long>(it->second.iDeviceId), it->second.bCancelRequested};
+}
+
+// A sensor whose transfer ended in error is not resubmitted to; a vanished
+// device is marked removed, anything else failed.
+void mark_transfer_fault(long iSensor, int status) {
+    if (iSensor < 0) return;
+    if (status == LIBUSB_TRANSFER_NO_DEVICE)
+        mark_sensor_removed(static_cast<unsigned int>(iSensor));
+    else
+        mark_sensor_failed(static_cast<unsigned int>(iSensor));
 }
 
 // Records that the transfer is no longer submitted. Frees it when tear-down
@@ -81,9 +96,14 @@ bool end_transfer(libusb_transfer* transfer) {
     return bRequested;
 }
 
-// Everything a decoded frame of a sensor is used for: the pending request.
-// Returns whether the frame was counted there.
-bool receive_frame(unsigned int /*iDeviceId*/, const uint16_t* samples) {
+// Everything a completed frame of a sensor is used for: its stream, when one
+// is on (the frames are then the stream's alone), else the pending request.
+// Returns whether the frame was taken or counted, so that the transfer buffer
+// is zeroed; a frame not counted is left untouched.
+bool receive_frame(long iSensor, const unsigned char* raw) {
+    if (iSensor >= 0 && oru_stream::deliver(static_cast<unsigned int>(iSensor), raw)) return true;
+    uint16_t samples[ORU_NUM_FILTERS];
+    decode_frame(raw, samples);
     return take_bulk_frame(samples);
 }
 
@@ -135,25 +155,23 @@ bool wait_until_ended(libusb_transfer* transfer) {
 namespace {
 
 void complete_bulk_transfer(libusb_transfer* transfer) {
+    const long iSensor = slot_view(transfer).iSensor;
     if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
         int status = transfer->status;
         bool bRequested = end_transfer(transfer);
         // Tear-down cancelled it: nothing went wrong.
         if (status == LIBUSB_TRANSFER_CANCELLED && bRequested) return;
-        fprintf(stderr, "bulk data transfer status %d?\n", status);
-        request_exit(2);
+        oru_log_stderr(kLogError, "bulk data transfer status %d?\n", status);
+        // Only this sensor stops: the loop goes on serving the others.
+        mark_transfer_fault(iSensor, status);
         return;
     }
-    uint16_t samples[ORU_NUM_FILTERS];
-    decode_frame(transfer->buffer, samples);
     // No exception may leave a libusb callback: a frame that cannot be taken
     // fails the request, and the stream goes on.
     bool bCancelRequested = false;
     try {
-        // A short next transfer must not leave stale samples behind; a frame
-        // that was not counted is left untouched.
-        if (receive_frame(slot_view(transfer).iDeviceId, samples))
-            std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
+        // A short next transfer must not leave stale samples behind.
+        if (receive_frame(iSensor, transfer->buffer)) std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
         bCancelRequested = slot_view(transfer).bCancelRequested;
     } catch (...) {
         fail_frame_request();
@@ -164,8 +182,8 @@ void complete_bulk_transfer(libusb_transfer* transfer) {
     }
     if (libusb_submit_transfer(transfer) < 0) {
         end_transfer(transfer);
-        puts("===>>>> libusb_submit_transfer fail!!!");
-        request_exit(2);
+        oru_log(kLogError, "===>>>> libusb_submit_transfer fail!!!\n");
+        mark_transfer_fault(iSensor, LIBUSB_TRANSFER_ERROR);
         return;
     }
     std::lock_guard<std::mutex> lk(g_bulkLock);

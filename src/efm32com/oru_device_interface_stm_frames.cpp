@@ -2,6 +2,8 @@
 // control-mode read.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
@@ -72,6 +74,13 @@ int acquire_frame_data_bulk(int iCommand, unsigned int iDeviceId) {
     return 0;
 }
 
+void start_frame_streaming(unsigned int iDeviceId) {
+    // A stop first, so that the firmware starts a fresh run.
+    acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
+    usleep(kStopRepeatPauseUs);
+    acquire_frame_data_bulk(ORU_CMD_START_STREAMING, iDeviceId);
+}
+
 void stop_frame_streaming(unsigned int iDeviceId) {
     // Repeated, since a stop sent while a frame is on its way can be missed.
     acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
@@ -95,8 +104,8 @@ int acquire_frame_data_control(int iCommand, unsigned int iDeviceId) {
         }
         usleep(static_cast<useconds_t>(iPauseMs) * 1000);
         if (count == 0 || count == iCurrAvgNum - 1) {
-            printf("Received data Count = %d\n", count);
-            printf("===>>>> curent count : %d\n", count);
+            oru_log(kLogNormal, "Received data Count = %d\n", count);
+            oru_log(kLogNormal, "===>>>> curent count : %d\n", count);
         }
         ++count;
         uint16_t samples[ORU_NUM_FILTERS];

@@ -2,6 +2,7 @@
 // and condition its consumer waits on.
 #include "efm32com/oru_device_interface_stm_request.h"
 
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
 #include <algorithm>
@@ -84,9 +85,10 @@ void fail_frame_request() noexcept {
 }
 
 size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
-                              std::chrono::steady_clock::time_point deadline) {
-    exit_cond.wait_until(lk, deadline, [nNeeded] {
-        return static_cast<size_t>(g_frameSum.nFrames) >= nNeeded || g_bFailed || do_exit != 0;
+                              std::chrono::steady_clock::time_point deadline, unsigned int iDeviceId) {
+    exit_cond.wait_until(lk, deadline, [nNeeded, iDeviceId] {
+        return static_cast<size_t>(g_frameSum.nFrames) >= nNeeded || g_bFailed || do_exit != 0 ||
+               sensor_health(iDeviceId) != kSensorUsable;
     });
     return g_bFailed ? 0 : static_cast<size_t>(g_frameSum.nFrames);
 }

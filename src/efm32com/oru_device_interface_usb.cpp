@@ -2,6 +2,8 @@
 // same USB ids) and the process-wide map of open handles.
 #include "efm32com/oru_device_interface_usb.h"
 
+#include "oru_log.h"
+
 #include "lusb_compat/lusb_compat.h"
 
 #include <cstdio>
@@ -42,7 +44,7 @@ constexpr uint8_t kFirstConfiguration = 0;
 bool init_default_context() {
     usb_init();
     if (libusb_init(NULL) < 0) {
-        puts("libusb_init() was failed !!");
+        oru_log(kLogError, "libusb_init() was failed !!\n");
         return false;
     }
     return true;
@@ -68,16 +70,16 @@ int next_oru_device(libusb_device** pList, int iFrom) {
 int next_sensor(libusb_device** pList, int iFrom) {
     const int i = next_oru_device(pList, iFrom);
     if (i == kUnreadable)
-        puts("failed to get device descriptor");
+        oru_log(kLogError, "failed to get device descriptor\n");
     return i;
 }
 
 void report_open_failure(int iError) {
     if (iError == LIBUSB_ERROR_ACCESS) {
-        puts("Device open failed due to a permission denied error.");
-        puts("libusb requires write access to USB device nodes.");
+        oru_log(kLogError, "Device open failed due to a permission denied error.\n");
+        oru_log(kLogError, "libusb requires write access to USB device nodes.\n");
     }
-    printf("could not open device, error %d\n", iError);
+    oru_log(kLogError, "could not open device, error %d\n", iError);
 }
 
 // Opens the device; on failure reports why and gives null.
@@ -128,10 +130,10 @@ int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
 
     libusb_device_handle* pStored = store_handle(iKey, pHandle);
     if (pStored != nullptr) {
-        puts("[Info] Reading first configuration descriptor:");
+        oru_log(kLogNormal, "[Info] Reading first configuration descriptor:\n");
         int nInterfaces = 0;
         const int iInterface = first_interface_number(pStored, &nInterfaces);
-        printf("[Info] nb interfaces: %d\n", nInterfaces);
+        oru_log(kLogNormal, "[Info] nb interfaces: %d\n", nInterfaces);
         claim_or_forget(iKey, iInterface);
     }
     return UsbDevHandle::pDevH.count(iKey) ? 1 : 0;

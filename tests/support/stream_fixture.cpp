@@ -1,5 +1,10 @@
 #include "stream_fixture.h"
 
+#include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+
+#include <chrono>
+
 #include "efm32com/oru_device_interface_ae.h"
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
@@ -36,6 +41,12 @@ std::vector<int> shutter_speeds_written(int dev) {
         }
     }
     return speeds;
+}
+
+bool wait_for_health(unsigned int iDeviceId, int iHealth) {
+    std::unique_lock<std::mutex> lk(exit_cond_lock);
+    return exit_cond.wait_for(lk, std::chrono::seconds(10),
+                              [&] { return sensor_health(iDeviceId) == iHealth; });
 }
 
 ::testing::AssertionResult all_equal(const std::vector<double>& values, double value) {

@@ -1,0 +1,91 @@
+// Frame streams: while a sensor's stream is on, every frame its bulk transfer
+// delivers is stamped on arrival and kept, in order, in a bounded ring of that
+// sensor, from which readers take averages of consecutive frames. A sibling of
+// the request path (get_filter_data_from_sensor): the two share only the bulk
+// callback, which hands a streaming sensor's frames here instead of to the
+// request queue. Internal.
+#ifndef ORU_FRAME_STREAM_H
+#define ORU_FRAME_STREAM_H
+
+#include "oru_device_api.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace oru_stream {
+
+// More than 2 s of frames at the fastest shutter speed (about 930 frames/s).
+constexpr std::size_t kRingFrames = 2048;
+constexpr int kMaxStreams = 10;
+constexpr int kFilters = 1024;
+constexpr int kSaturatedDn = 4095;
+
+// The frames of one sensor's stream. push() runs on the event thread, read()
+// on a caller's thread; everything below is guarded by m_lock, which is never
+// held together with another of the library's locks.
+class FrameRing {
+public:
+    explicit FrameRing(std::size_t capacity);
+
+    // Decodes and stamps one raw 2048-byte frame. A full ring drops its
+    // oldest frame and counts it. Allocates nothing.
+    void push(const unsigned char* raw);
+    // Averages the next `count` frames into `output` (1024 values) and fills
+    // `info`. Returns 1, or -lu_ec_fw_recv_timeout when the frames do not come
+    // by the deadline or the ring is closed or failed meanwhile (the frames
+    // summed so far are consumed).
+    int read(double* output, int count, int timeout_ms, duFrameStreamInfo* info);
+    // Wakes every reader; a read in progress and every later one fail with
+    // -lu_ec_fw_recv_timeout. Used both for a stop and for a transfer fault.
+    void close();
+    bool closed() const;
+
+private:
+    struct Stamp {
+        uint64_t sequence;
+        int64_t realtime_ns;
+        int64_t monotonic_ns;
+    };
+    std::size_t m_capacity;
+    mutable std::mutex m_lock;
+    std::condition_variable m_arrived;
+    std::vector<uint16_t> m_samples;  // m_capacity frames of kFilters samples
+    std::vector<Stamp> m_stamps;
+    std::size_t m_head = 0;   // oldest unread frame
+    std::size_t m_count = 0;  // unread frames
+    uint64_t m_next_sequence = 0;
+    uint64_t m_dropped = 0;
+    bool m_closed = false;
+};
+
+// The stream table, one slot per sensor index. Each slot's state is written by
+// the caller threads that start and stop it and read by the event thread's
+// callback, all under that slot's lock.
+//
+// Starts the ring of `sensor` (a fresh one: sequence 0, nothing dropped) with
+// the shutter speed its readings will report. Returns 1, or
+// -lu_ec_ill_defined_input when it is already on, -lu_ec_memory_is_null when
+// the ring cannot be allocated.
+int open(unsigned int sensor, int shutter_speed);
+// Closes the ring of `sensor`, waking its readers. Returns 1, or
+// -lu_ec_initialization_required when no stream was on.
+int close(unsigned int sensor);
+bool is_on(unsigned int sensor);
+// Called by the bulk callback with each completed frame. Returns true when the
+// sensor's stream took it, and then the request path must not see it.
+bool deliver(unsigned int sensor, const unsigned char* raw);
+// Marks the sensor's stream failed after a transfer fault (no-op when off).
+void fail(unsigned int sensor);
+// Reads from the ring of `sensor`; -lu_ec_initialization_required when its
+// stream is off.
+int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info);
+// Tests: closes and forgets every stream.
+void reset_for_tests();
+
+}  // namespace oru_stream
+
+#endif  // ORU_FRAME_STREAM_H

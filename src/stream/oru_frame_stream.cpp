@@ -1,0 +1,184 @@
+// The rings of the frame streams and the table that finds a sensor's ring.
+#include "stream/oru_frame_stream.h"
+
+#include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_base_exception.h"
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <chrono>
+#include <ctime>
+#include <new>
+
+namespace oru_stream {
+
+namespace {
+
+int64_t clock_ns(clockid_t clock) {
+    timespec ts{};
+    clock_gettime(clock, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+}  // namespace
+
+FrameRing::FrameRing(std::size_t capacity)
+    : m_capacity(capacity), m_samples(capacity * kFilters), m_stamps(capacity) {}
+
+void FrameRing::push(const unsigned char* raw) {
+    const int64_t realtime = clock_ns(CLOCK_REALTIME);
+    const int64_t monotonic = clock_ns(CLOCK_MONOTONIC);
+    {
+        std::lock_guard<std::mutex> lk(m_lock);
+        if (m_closed) return;
+        if (m_count == m_capacity) {  // full: the oldest unread frame gives way
+            m_head = (m_head + 1) % m_capacity;
+            --m_count;
+            ++m_dropped;
+        }
+        const std::size_t slot = (m_head + m_count) % m_capacity;
+        uint16_t* samples = &m_samples[slot * kFilters];
+        decode_frame(raw, samples);
+        m_stamps[slot] = Stamp{m_next_sequence++, realtime, monotonic};
+        ++m_count;
+    }
+    m_arrived.notify_all();
+}
+
+int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    // Integer sums: exact for any count an int can hold (4095 x 2^31 < 2^53).
+    std::array<uint64_t, kFilters> sums{};
+    std::bitset<kFilters> saturated;
+    Stamp first{}, last{};
+    int taken = 0;
+    std::unique_lock<std::mutex> lk(m_lock);
+    while (taken < count) {
+        if (!m_arrived.wait_until(lk, deadline, [this] { return m_count > 0 || m_closed; }))
+            return -lu_ec_fw_recv_timeout;
+        if (m_closed) return -lu_ec_fw_recv_timeout;
+        for (; m_count > 0 && taken < count; ++taken) {
+            const uint16_t* samples = &m_samples[m_head * kFilters];
+            for (int i = 0; i < kFilters; ++i) {
+                sums[i] += samples[i];
+                if (samples[i] >= kSaturatedDn) saturated.set(i);
+            }
+            if (taken == 0) first = m_stamps[m_head];
+            last = m_stamps[m_head];
+            m_head = (m_head + 1) % m_capacity;
+            --m_count;
+        }
+    }
+    const uint64_t dropped = m_dropped;
+    lk.unlock();
+    for (int i = 0; i < kFilters; ++i) output[i] = static_cast<double>(sums[i]) / count;
+    if (info != nullptr) {
+        info->first_sequence = first.sequence;
+        info->last_sequence = last.sequence;
+        info->first_realtime_ns = first.realtime_ns;
+        info->last_realtime_ns = last.realtime_ns;
+        info->first_monotonic_ns = first.monotonic_ns;
+        info->last_monotonic_ns = last.monotonic_ns;
+        info->dropped_frames = dropped;
+        info->saturated_filters = static_cast<int32_t>(saturated.count());
+    }
+    return 1;
+}
+
+void FrameRing::close() {
+    {
+        std::lock_guard<std::mutex> lk(m_lock);
+        m_closed = true;
+    }
+    m_arrived.notify_all();
+}
+
+bool FrameRing::closed() const {
+    std::lock_guard<std::mutex> lk(m_lock);
+    return m_closed;
+}
+
+// ---- the table ------------------------------------------------------------
+
+namespace {
+
+// Slot i: the stream of sensor i. `ring` is set by open() and cleared by
+// close() on callers' threads; the bulk callback (event thread) and readers
+// take a reference under `lock` and then work on the ring without it, so a
+// reader may outlive the slot's ring. `shutter_speed` is written with `ring`.
+struct StreamSlot {
+    std::mutex lock;
+    std::shared_ptr<FrameRing> ring;
+    int shutter_speed = 0;
+};
+StreamSlot g_streams[kMaxStreams];
+
+StreamSlot* slot_of(unsigned int sensor) {
+    return sensor < static_cast<unsigned int>(kMaxStreams) ? &g_streams[sensor] : nullptr;
+}
+
+std::shared_ptr<FrameRing> ring_of(unsigned int sensor, int* shutter_speed = nullptr) {
+    StreamSlot* slot = slot_of(sensor);
+    if (slot == nullptr) return nullptr;
+    std::lock_guard<std::mutex> lk(slot->lock);
+    if (shutter_speed != nullptr) *shutter_speed = slot->shutter_speed;
+    return slot->ring;
+}
+
+}  // namespace
+
+int open(unsigned int sensor, int shutter_speed) {
+    StreamSlot* slot = slot_of(sensor);
+    if (slot == nullptr) return -lu_ec_ill_defined_input;
+    std::lock_guard<std::mutex> lk(slot->lock);
+    if (slot->ring != nullptr) return -lu_ec_ill_defined_input;
+    try {
+        slot->ring = std::make_shared<FrameRing>(kRingFrames);
+    } catch (const std::bad_alloc&) {
+        return -lu_ec_memory_is_null;
+    }
+    slot->shutter_speed = shutter_speed;
+    return 1;
+}
+
+int close(unsigned int sensor) {
+    StreamSlot* slot = slot_of(sensor);
+    std::shared_ptr<FrameRing> ring;
+    if (slot != nullptr) {
+        std::lock_guard<std::mutex> lk(slot->lock);
+        ring.swap(slot->ring);
+    }
+    if (ring == nullptr) return -lu_ec_initialization_required;
+    ring->close();
+    return 1;
+}
+
+bool is_on(unsigned int sensor) { return ring_of(sensor) != nullptr; }
+
+bool deliver(unsigned int sensor, const unsigned char* raw) {
+    std::shared_ptr<FrameRing> ring = ring_of(sensor);
+    if (ring == nullptr) return false;
+    ring->push(raw);
+    return true;
+}
+
+void fail(unsigned int sensor) {
+    std::shared_ptr<FrameRing> ring = ring_of(sensor);
+    if (ring != nullptr) ring->close();
+}
+
+int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
+    int shutter_speed = 0;
+    std::shared_ptr<FrameRing> ring = ring_of(sensor, &shutter_speed);
+    if (ring == nullptr) return -lu_ec_initialization_required;
+    const int result = ring->read(output, count, timeout_ms, info);
+    if (result == 1 && info != nullptr) info->shutter_speed = shutter_speed;
+    return result;
+}
+
+void reset_for_tests() {
+    for (unsigned int i = 0; i < static_cast<unsigned int>(kMaxStreams); ++i) close(i);
+}
+
+}  // namespace oru_stream

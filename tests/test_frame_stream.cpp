@@ -1,0 +1,204 @@
+// Frame streams through the exported functions: every frame in order, with
+// its sequence and arrival time, overflow counted, bounded reads.
+#include "api_test_support.h"
+
+#include "oru_base_exception.h"
+#include "oru_device_api.h"
+
+#include <chrono>
+#include <future>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kTimeoutMs = 5000;
+
+class FrameStream : public VirtualBusTest {
+protected:
+    void connect(int sensors) {
+        add_sensors(sensors);
+        StdoutCapture out;
+        ASSERT_EQ(duConnect(), sensors);
+        vsensor::clear_events();
+    }
+    int read(int averages, duFrameStreamInfo* info, int timeout_ms = kTimeoutMs) {
+        return duReadFrameStream(m_output.data(), averages, timeout_ms, info);
+    }
+    // Waits (bounded) until sensor `dev` has sent `frames` frames in all.
+    static void wait_frames_sent(int dev, uint64_t frames) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (vsensor::frames_sent(dev) < frames && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_GE(vsensor::frames_sent(dev), frames);
+    }
+    std::vector<double> m_output = std::vector<double>(1024, -1.0);
+};
+
+TEST_F(FrameStream, StartAndStopSendTheStreamingCommandsWithTheirPauses) {
+    connect(1);
+    ASSERT_EQ(duStartFrameStream(), 1);
+    EXPECT_EQ(vsensor::transcript(0), "out 71 value 0 index 1, pause 30 ms, pause 20 ms, out 70 value 0 index 1, pause 30 ms");
+    vsensor::clear_events();
+    ASSERT_EQ(duStopFrameStream(), 1);
+    EXPECT_EQ(vsensor::transcript(0),
+              "out 71 value 0 index 1, pause 30 ms, pause 20 ms, out 71 value 0 index 1, pause 30 ms, "
+              "pause 20 ms, out 71 value 0 index 1, pause 30 ms");
+    EXPECT_FALSE(vsensor::streaming(0));
+}
+
+// Every filter of frame n reads n % 4096, and the firmware counts from 0 at
+// the start command, so a frame's value is its sequence number.
+TEST_F(FrameStream, ConsecutiveReadsTakeEveryFrameOnceInOrder) {
+    connect(1);
+    vsensor::use_frame_counter(0);
+    vsensor::set_realtime(true);  // about 1000 frames/s at shutter speed 1
+    ASSERT_EQ(duStartFrameStream(), 1);
+    uint64_t next = 0;
+    int64_t last_realtime = 0, last_monotonic = 0;
+    for (int averages : {1, 10, 3, 7, 1, 25, 2}) {
+        duFrameStreamInfo info{};
+        ASSERT_EQ(read(averages, &info), 1);
+        EXPECT_EQ(info.first_sequence, next);
+        EXPECT_EQ(info.last_sequence, next + static_cast<uint64_t>(averages) - 1);
+        EXPECT_EQ(info.dropped_frames, 0u);
+        EXPECT_EQ(info.shutter_speed, 1);
+        EXPECT_DOUBLE_EQ(m_output[0], (info.first_sequence + info.last_sequence) / 2.0);
+        EXPECT_DOUBLE_EQ(m_output[1023], m_output[0]);
+        EXPECT_LE(info.first_monotonic_ns, info.last_monotonic_ns);
+        EXPECT_LE(last_monotonic, info.first_monotonic_ns);
+        EXPECT_LE(last_realtime, info.last_realtime_ns);
+        EXPECT_GT(info.first_realtime_ns, 1600000000LL * 1000000000LL);  // a wall-clock time, after 2020
+        last_realtime = info.last_realtime_ns;
+        last_monotonic = info.last_monotonic_ns;
+        next = info.last_sequence + 1;
+    }
+    EXPECT_EQ(duStopFrameStream(), 1);
+}
+
+TEST_F(FrameStream, AFullRingDropsItsOldestFramesAndCountsThem) {
+    connect(1);
+    vsensor::use_frame_counter(0);  // unpaced: frames pour in faster than anyone reads
+    ASSERT_EQ(duStartFrameStream(), 1);
+    wait_frames_sent(0, 5000);
+    duFrameStreamInfo info{};
+    ASSERT_EQ(read(1, &info), 1);
+    EXPECT_GT(info.dropped_frames, 0u);
+    // The oldest frame kept is the first one not dropped.
+    EXPECT_EQ(info.first_sequence, info.dropped_frames);
+    EXPECT_DOUBLE_EQ(m_output[7], static_cast<double>(info.first_sequence % 4096));
+    duFrameStreamInfo next{};
+    ASSERT_EQ(read(1, &next), 1);
+    EXPECT_EQ(next.first_sequence, info.first_sequence + 1 + (next.dropped_frames - info.dropped_frames));
+}
+
+TEST_F(FrameStream, CountsFiltersSaturatedInAnyFrame) {
+    connect(1);
+    std::vector<uint16_t> pattern(1024, 100);
+    pattern[3] = 4095;
+    pattern[900] = 4095;
+    pattern[901] = 4094;
+    vsensor::set_pattern(0, pattern);
+    ASSERT_EQ(duStartFrameStream(), 1);
+    duFrameStreamInfo info{};
+    ASSERT_EQ(read(4, &info), 1);
+    EXPECT_EQ(info.saturated_filters, 2);
+    EXPECT_DOUBLE_EQ(m_output[901], 4094.0);
+}
+
+TEST_F(FrameStream, BadCallsGiveClearCodesAndLeaveTheStreamUsable) {
+    connect(1);
+    duFrameStreamInfo info{};
+    EXPECT_EQ(read(1, &info), -lu_ec_initialization_required) << "read with no stream";
+    EXPECT_EQ(duStopFrameStream(), -lu_ec_initialization_required) << "stop with no stream";
+    ASSERT_EQ(duStartFrameStream(), 1);
+    EXPECT_EQ(duStartFrameStream(), -lu_ec_ill_defined_input) << "started twice";
+    EXPECT_EQ(duReadFrameStream(nullptr, 1, 100, &info), -lu_ec_filter_buffer_is_null);
+    EXPECT_EQ(read(0, &info), -lu_ec_ill_defined_input);
+    EXPECT_EQ(read(-3, &info), -lu_ec_ill_defined_input);
+    EXPECT_EQ(read(1, &info, -1), -lu_ec_ill_defined_input);
+    EXPECT_EQ(read(2, nullptr), 1) << "info is optional";
+    // Calls that would mix exposures or take the frames are refused meanwhile.
+    EXPECT_EQ(duGetFilterData(m_output.data(), 1), -lu_ec_ill_defined_input);
+    EXPECT_EQ(duSetShutterSpeed(50), -lu_ec_ill_defined_input);
+    EXPECT_EQ(duSetSensorParameters(1, 100), -lu_ec_ill_defined_input);
+    EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), -lu_ec_ill_defined_input);
+    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+    ASSERT_EQ(read(1, &info), 1);
+    ASSERT_EQ(duStopFrameStream(), 1);
+    EXPECT_EQ(duGetFilterData(m_output.data(), 1), 1);
+    EXPECT_EQ(read(1, &info), -lu_ec_initialization_required);
+}
+
+// Each case: the sensor stops sending in some way; the read must end by
+// itself, at its time-out (stall) or at once (transfer fault, unplug).
+struct StopCase {
+    const char* what;
+    unsigned faults;
+    bool unplug;
+    int timeout_ms;
+};
+
+void PrintTo(const StopCase& c, std::ostream* os) { *os << c.what; }
+
+class FrameStreamFault : public FrameStream, public testing::WithParamInterface<StopCase> {};
+
+TEST_P(FrameStreamFault, EndsTheReadInTime) {
+    const StopCase& c = GetParam();
+    connect(1);
+    vsensor::set_faults(0, c.faults);
+    ASSERT_EQ(duStartFrameStream(), 1);
+    if (c.unplug) vsensor::unplug(0);
+    const auto start = std::chrono::steady_clock::now();
+    duFrameStreamInfo info{};
+    testing::internal::CaptureStderr();
+    const int result = read(3, &info, c.timeout_ms);
+    testing::internal::GetCapturedStderr();
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(result, -lu_ec_fw_recv_timeout);
+    if (c.timeout_ms < 1000) {
+        EXPECT_GE(waited, std::chrono::milliseconds(c.timeout_ms));
+    }
+    EXPECT_LT(waited, std::chrono::seconds(5));
+    StdoutCapture quiet;
+    EXPECT_EQ(duStopFrameStream(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, FrameStreamFault,
+                         // No frame reaches the ring before the fault: a read
+                         // cannot be served from frames already there.
+                         testing::Values(StopCase{"stall", vsensor::kFaultStreamStall, false, 100},
+                                         StopCase{"bulk_error", vsensor::kFaultBulkError, false, 60000},
+                                         StopCase{"unplug", vsensor::kFaultStreamStall, true, 60000}),
+                         [](const testing::TestParamInfo<StopCase>& info) { return std::string(info.param.what); });
+
+TEST_F(FrameStream, StopFromAnotherThreadEndsAWaitingRead) {
+    connect(1);
+    vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    ASSERT_EQ(duStartFrameStream(), 1);
+    auto reading = std::async(std::launch::async, [this] { return read(5, nullptr, 60000); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it wait
+    ASSERT_EQ(duStopFrameStream(), 1);
+    ASSERT_EQ(reading.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(reading.get(), -lu_ec_fw_recv_timeout);
+}
+
+// A streaming sensor's frames go to its stream only: a request on another
+// sensor meanwhile averages that sensor's frames alone.
+TEST_F(FrameStream, ARequestOnAnotherSensorSeesOnlyItsOwnFrames) {
+    connect(2);
+    vsensor::set_constant_frame(0, 4000);
+    vsensor::set_constant_frame(1, 10);
+    ASSERT_EQ(duStartFrameStream(), 1);
+    ASSERT_EQ(duActivateSensorWithIndex(1), 1);
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(duGetFilterData(m_output.data(), 20), 1);
+        ASSERT_DOUBLE_EQ(m_output[100], 10.0);
+    }
+    ASSERT_EQ(duActivateSensorWithIndex(0), 1);
+    duFrameStreamInfo info{};
+    ASSERT_EQ(read(50, &info), 1);
+    EXPECT_DOUBLE_EQ(m_output[100], 4000.0);
+}
+
+}  // namespace
