@@ -11,6 +11,7 @@
 #include "efm32com/oru_device_interface_stm_bringup.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_device_interface_base.h"
+#include "stream/oru_frame_stream.h"
 
 #include <algorithm>
 
@@ -69,6 +70,8 @@ void StreamTest::SetUp() {
     reset_acquisition();
     reset_ae_parameters();
     reset_device_object_state();
+    reset_sensor_health();
+    oru_stream::reset_for_tests();
 }
 
 void StreamTest::TearDown() {
