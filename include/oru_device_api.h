@@ -74,14 +74,15 @@ ORU_EXPORT int duGetSensorState(int sensor_index);
  * duGetFilterData, the shutter-speed search, duSetShutterSpeed and
  * duSetSensorParameters refuse that sensor with -24, so that a reading never
  * mixes exposures: stop the stream, change, start it again. */
-typedef struct duFrameStreamInfo {
-    uint64_t first_sequence, last_sequence; /* of the frames averaged; 0 = first frame after the start */
-    int64_t first_realtime_ns, last_realtime_ns;   /* CLOCK_REALTIME on arrival of those frames */
-    int64_t first_monotonic_ns, last_monotonic_ns; /* CLOCK_MONOTONIC on arrival of those frames */
-    uint64_t dropped_frames;  /* frames lost to a full ring since the stream started */
-    int32_t shutter_speed;    /* shutter speed of the sensor while the stream runs */
-    int32_t saturated_filters; /* filters at 4095 DN or more in any frame of the average */
-} duFrameStreamInfo;
+/* What a stream read took:
+ *   first_sequence, last_sequence: sequence numbers of the first and last
+ *     frame averaged (0 is the first frame after the stream's start);
+ *   first_realtime_ns, last_realtime_ns: CLOCK_REALTIME when those frames
+ *     arrived, in ns; first_monotonic_ns, last_monotonic_ns: CLOCK_MONOTONIC;
+ *   dropped_frames: frames lost to a full ring since the stream started;
+ *   shutter_speed: the sensor's shutter speed while the stream runs;
+ *   saturated_filters: filters at 4095 DN or more in any frame averaged. */
+typedef struct duFrameStreamInfo { uint64_t first_sequence, last_sequence; int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns; uint64_t dropped_frames; int32_t shutter_speed; int32_t saturated_filters; } duFrameStreamInfo;
 
 /* Starts the active sensor's stream (stop and start streaming commands, with
  * their pauses). 1, -24 when it is already on, -9 when the sensor has failed
