@@ -218,29 +218,6 @@ TEST_F(Acquisition, MovingAverageRingWrapsAfterItsLastSlot) {
     EXPECT_TRUE(all_equal(out, 400.0));
 }
 
-// The ring's running sum gives, request after request, exactly what adding
-// up slots 0 .. size-1 (each as an integer) gives, also when the request
-// size changes and the ring holds slots of an earlier, larger size.
-TEST_F(Acquisition, MovingAverageRunningSumIsBitIdenticalToSummingTheRing) {
-    set_frame_moving_average(true);
-    vsensor::set_frame_source(0, [](uint64_t frame_no, uint16_t* out) {
-        for (int i = 0; i < 1024; ++i) out[i] = static_cast<uint16_t>((frame_no * 2654435761u + i * 40503u) % 4096);
-    });
-    std::vector<double> out;
-    int request = 0;
-    for (int size : {100, 37, 100, 1}) {
-        for (int k = 0; k < 150; ++k, ++request) {
-            ASSERT_EQ(read(out, size, 3), lu_ec_success) << "request " << request;
-            for (int j = 0; j < 1024; ++j) {
-                double sum = 0.0;
-                for (int slot = 0; slot < size; ++slot)
-                    sum += static_cast<int>(g_FMA_Buffer[static_cast<size_t>(slot) * 1024 + static_cast<size_t>(j)]);
-                ASSERT_EQ(out[static_cast<size_t>(j)], sum / size) << "request " << request << ", filter " << j;
-            }
-        }
-    }
-}
-
 TEST_F(Acquisition, StalledStreamRestartsTheMovingAverageRing) {
     set_frame_moving_average(true);
     std::vector<double> out;

@@ -180,10 +180,11 @@ void complete_bulk_transfer(libusb_transfer* transfer) {
         end_transfer(transfer);
         return;
     }
-    if (libusb_submit_transfer(transfer) < 0) {
+    if (const int iSubmit = libusb_submit_transfer(transfer); iSubmit < 0) {
         end_transfer(transfer);
         oru_log(kLogError, "===>>>> libusb_submit_transfer fail!!!\n");
-        mark_transfer_fault(iSensor, LIBUSB_TRANSFER_ERROR);
+        // Refused because the device is gone: the same as a removal.
+        mark_transfer_fault(iSensor, iSubmit == LIBUSB_ERROR_NO_DEVICE ? LIBUSB_TRANSFER_NO_DEVICE : LIBUSB_TRANSFER_ERROR);
         return;
     }
     std::lock_guard<std::mutex> lk(g_bulkLock);
