@@ -34,7 +34,8 @@ def main(argv):
         failed += f
         if not totals_only:
             print("%-24s %6d passed, %d failed" % (name.rsplit(".", 1)[0], p, f))
-    print("%d passed, %d failed" % (passed, failed))
+    if totals_only:
+        print("%d passed, %d failed" % (passed, failed))
 
 
 if __name__ == "__main__":
