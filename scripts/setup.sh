@@ -12,6 +12,7 @@ PACKAGES=(
   python3
   clang libclang-rt-14-dev
   valgrind
+  chromium chromium-driver python3-selenium
 )
 
 missing=()

@@ -178,5 +178,6 @@ class Acquisition:
                 "shutter_speed": ss, "shutter_limits": [lo, hi], "exposure_ms": s.exposure_time(1, ss),
                 "averages": self.averages, "paused": self.paused, "rate": round(self.rate, 1),
                 "dropped": self.latest.dropped if self.latest is not None else 0, "error": self.error,
+                "pages": self.client_count(),
             }
         return self.call(read)

@@ -9,6 +9,7 @@
   let dark = null;          // {values, shutter_speed} of the dark reading
   let status = {};
   let pending = false;      // a frame is requested
+  const edited = new Set(); // fields the user typed in: readings do not overwrite them
 
   function showError(text) {
     const m = $("message");
@@ -36,8 +37,8 @@
     }
     if (status.sensor != null && document.activeElement !== sel) sel.value = String(status.sensor);
     if (status.shutter_limits) { $("shutter").min = status.shutter_limits[0]; $("shutter").max = status.shutter_limits[1]; }
-    if (document.activeElement !== $("shutter") && status.shutter_speed != null) $("shutter").value = status.shutter_speed;
-    if (document.activeElement !== $("averages") && status.averages != null) $("averages").value = status.averages;
+    if (!edited.has("shutter") && status.shutter_speed != null) $("shutter").value = status.shutter_speed;
+    if (!edited.has("averages") && status.averages != null) $("averages").value = status.averages;
     if (status.error) showError(status.error);
     checkDark();
   }
@@ -130,9 +131,17 @@
     }
   }
 
-  $("set-shutter").addEventListener("click", () => post("api/shutter", { shutter_speed: $("shutter").value }));
+  const shown = { shutter: "shutter_speed", averages: "averages" };
+  for (const id of ["shutter", "averages"]) {
+    for (const ev of ["focus", "input"]) $(id).addEventListener(ev, () => edited.add(id));
+    $(id).addEventListener("blur", () => { if ($(id).value === String(status[shown[id]])) edited.delete(id); });
+  }
+  async function setField(id, path, key) {
+    if (await post(path, { [key]: $(id).value })) { edited.delete(id); showStatus({}); }
+  }
+  $("set-shutter").addEventListener("click", () => setField("shutter", "api/shutter", "shutter_speed"));
   $("shutter").addEventListener("keydown", (e) => { if (e.key === "Enter") { e.preventDefault(); $("set-shutter").click(); } });
-  $("set-averages").addEventListener("click", () => post("api/averages", { averages: $("averages").value }));
+  $("set-averages").addEventListener("click", () => setField("averages", "api/averages", "averages"));
   $("averages").addEventListener("keydown", (e) => { if (e.key === "Enter") { e.preventDefault(); $("set-averages").click(); } });
   $("sensor").addEventListener("change", () => post("api/sensor", { sensor: $("sensor").value }));
   $("pause").addEventListener("click", () => post("api/pause", { paused: !status.paused }));
