@@ -19,12 +19,12 @@ class Access(unittest.TestCase):
         self.assertIn("without --token", p.stderr)
 
     def test_token_once_in_the_query_then_the_cookie(self):
-        srv = LiveServer("--virtual", "1", "--token", "s3cret")
+        srv = LiveServer("--virtual", "1", "--token", "s3 cret;x")
         try:
             self.assertEqual(srv.request("api/status")[0], 403)
             self.assertEqual(srv.request("api/status?token=wrong")[0], 403)
             self.assertEqual(srv.request("api/shutter", '{"shutter_speed": 5}')[0], 403)
-            status, headers, _ = srv.request("?token=s3cret")
+            status, headers, _ = srv.request("?token=s3%20cret%3Bx")
             self.assertEqual(status, 200)
             cookie = headers["Set-Cookie"].split(";")[0]
             self.assertEqual(srv.request("api/status", headers={"Cookie": cookie})[0], 200)

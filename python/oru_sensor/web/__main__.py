@@ -5,6 +5,7 @@ import ipaddress
 import signal
 import sys
 import threading
+import urllib.parse
 
 from .. import connect
 from ._acquisition import Acquisition
@@ -54,7 +55,7 @@ def main(argv=None):
         server = Server((args.host, args.port), acq, token=args.token, quiet=args.quiet)
         host, port = server.server_address[:2]
         shown = "[%s]" % host if ":" in host else host
-        query = "/?token=%s" % args.token if args.token else "/"
+        query = "/?token=%s" % urllib.parse.quote(args.token, safe="") if args.token else "/"
         print("Live view of %d sensor(s) on http://%s:%d%s  (Ctrl-C stops)" % (len(sensors), shown, port, query),
               flush=True)
         acq.start()

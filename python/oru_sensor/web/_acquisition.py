@@ -8,7 +8,7 @@ import time
 
 from .._errors import OruError
 
-READ_TIMEOUT_S = 1.0   # one stream read; bounds how long a control waits for the lock
+READ_TIMEOUT_S = 1.0   # one stream read beyond its frames' time; bounds how long a control waits
 CLIENT_QUEUE = 4       # readings waiting per page; a slow page loses the oldest ones
 
 
@@ -119,7 +119,10 @@ class Acquisition:
             if self.paused:
                 return None
             if self._stream is None:
-                self._stream = self.sensor.stream(self.averages, timeout=READ_TIMEOUT_S)
+                # Long exposures times many averages need longer than one second per reading.
+                s = self.sensor
+                frames_s = self.averages * s.exposure_time(1, s.shutter_speed) / 1000.0
+                self._stream = s.stream(self.averages, timeout=READ_TIMEOUT_S + 1.5 * frames_s)
             reading = next(self._stream)
             self.latest = reading
             self.error = None
@@ -134,7 +137,7 @@ class Acquisition:
                 reading = self._read_one()
             except StopIteration:
                 continue
-            except OruError as e:
+            except Exception as e:  # shown on the page; the next read starts the stream again
                 with self.lock:
                     self._stream = None
                     self.error = str(e)

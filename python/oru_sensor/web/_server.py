@@ -76,10 +76,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return True, ()
         given = query.get("token", [None])[0]
         if given is not None and hmac.compare_digest(given.encode(), token.encode()):
-            return True, (("Set-Cookie", "%s=%s; Path=/; HttpOnly; SameSite=Strict" % (COOKIE, token)),)
+            cookie = "%s=%s; Path=/; HttpOnly; SameSite=Strict" % (COOKIE, urllib.parse.quote(token, safe=""))
+            return True, (("Set-Cookie", cookie),)
         for part in self.headers.get("Cookie", "").split(";"):
             name, _, value = part.strip().partition("=")
-            if name == COOKIE and hmac.compare_digest(value.encode(), token.encode()):
+            if name == COOKIE and hmac.compare_digest(urllib.parse.unquote(value).encode(), token.encode()):
                 return True, ()
         return False, ()
 
