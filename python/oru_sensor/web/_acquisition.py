@@ -148,6 +148,8 @@ class Acquisition:
                 self._stop.wait(0.1)
                 continue
             now = time.monotonic()
+            if reading.first_sequence == 0:  # a new stream: the pause before it is no rate
+                last_count_time, count = now, 0
             count += 1
             if now - last_count_time >= 1.0:
                 self.rate = count / (now - last_count_time)
