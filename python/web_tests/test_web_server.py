@@ -102,15 +102,18 @@ class Controls(unittest.TestCase):
             while b"event: status" not in got:
                 got += s.recv(4096)
             s.close()
-        # Each one is dropped at its next write; then a new page still gets readings.
+        # Each one is dropped at its next write; two new pages both get readings.
         time.sleep(1.0)
-        s = socket.create_connection((host, int(port)), timeout=5)
-        s.sendall(b"GET /api/events HTTP/1.1\r\nHost: x\r\n\r\n")
-        got = b""
-        while b"event: reading" not in got:
-            got += s.recv(65536)
-        self.assertEqual(json.loads(self.srv.request("api/status")[2])["pages"], 1)
-        s.close()
+        pages = [socket.create_connection((host, int(port)), timeout=5) for _ in range(2)]
+        for s in pages:
+            s.sendall(b"GET /api/events HTTP/1.1\r\nHost: x\r\n\r\n")
+        for s in pages:
+            got = b""
+            while got.count(b"event: reading") < 2:
+                got += s.recv(65536)
+        self.assertEqual(json.loads(self.srv.request("api/status")[2])["pages"], 2)
+        for s in pages:
+            s.close()
 
 
 if __name__ == "__main__":
