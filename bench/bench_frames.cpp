@@ -1,12 +1,14 @@
 // Decoding one 2048-byte frame and averaging n decoded frames, without USB:
-// the averaging runs through get_filter_data_from_sensor on a queue filled
-// beforehand, for a sensor index without handle (its streaming commands send
-// nothing). Throughput is counted in raw frame bytes (2048 per frame).
+// the frames are taken by the request as a producer takes them, and the
+// averaging runs through get_filter_data_from_sensor, for a sensor index
+// without handle (its streaming commands send nothing). Throughput is counted
+// in raw frame bytes (2048 per frame).
 #include "bench_support.h"
 
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <vector>
@@ -27,16 +29,17 @@ std::vector<unsigned char> raw_frame() {
     return raw;
 }
 
-std::vector<int> decoded_frame() {
+std::vector<uint16_t> decoded_frame() {
     const std::vector<unsigned char> raw = raw_frame();
-    std::vector<int> frame(ORU_NUM_FILTERS);
-    for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(raw.data(), i);
-    return frame;
+    std::vector<uint16_t> samples(ORU_NUM_FILTERS);
+    decode_frame(raw.data(), samples.data());
+    return samples;
 }
 
-void queue_frames(int count, const std::vector<int>& frame) {
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    frameDataQueue.assign(static_cast<size_t>(count), frame);
+// The request takes `count` frames (the first ones whole, for the ring).
+void queue_frames(int count, const std::vector<uint16_t>& frame) {
+    begin_frame_request(kContinuous, count, g_enable_FMA ? std::min(count, ORU_FMA_SLOTS) : 0);
+    for (int i = 0; i < count; ++i) take_control_frame(frame.data());
 }
 
 void count_frames(benchmark::State& state, int64_t frames_per_iteration) {
@@ -61,33 +64,32 @@ void BM_Convert2048To1024(benchmark::State& state) {
 }
 BENCHMARK(BM_Convert2048To1024);
 
-// The bulk callback's work per queued frame: a new 1024-value frame, each
-// sample through decode_raw_sample, the transfer buffer zeroed for the next.
+// The bulk callback's decoding per frame: the one decoder into a frame on the
+// stack, the transfer buffer zeroed for the next.
 void BM_CallbackDecode(benchmark::State& state) {
     const std::vector<unsigned char> raw = raw_frame();
     std::vector<unsigned char> buffer(ORU_FRAME_BYTES);
     for (auto _ : state) {
         std::memcpy(buffer.data(), raw.data(), ORU_FRAME_BYTES);
-        std::vector<int> frame(ORU_NUM_FILTERS, 0);
-        for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer.data(), i);
+        uint16_t frame[ORU_NUM_FILTERS];
+        decode_frame(buffer.data(), frame);
         std::memset(buffer.data(), 0, ORU_FRAME_BYTES);
-        benchmark::DoNotOptimize(frame.data());
+        benchmark::DoNotOptimize(frame);
         benchmark::ClobberMemory();
     }
     count_frames(state, 1);
 }
 BENCHMARK(BM_CallbackDecode);
 
-// Plain average of n queued frames (moving average off).
+// Plain average of n frames (moving average off): taking each frame into the
+// running sum, then the average.
 void BM_AveragePlain(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<int> frame = decoded_frame();
+    const std::vector<uint16_t> frame = decoded_frame();
     std::vector<double> output(ORU_NUM_FILTERS);
     set_frame_moving_average(false);
     for (auto _ : state) {
-        state.PauseTiming();
         queue_frames(n, frame);
-        state.ResumeTiming();
         get_filter_data_from_sensor(output.data(), n, 0, kContinuous, kSensorWithoutHandle);
         benchmark::DoNotOptimize(output.data());
     }
@@ -99,7 +101,7 @@ BENCHMARK(BM_AveragePlain)->Arg(1)->Arg(10)->Arg(100)->Arg(1000);
 // the ring is averaged.
 void BM_AverageMovingFill(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<int> frame = decoded_frame();
+    const std::vector<uint16_t> frame = decoded_frame();
     std::vector<double> output(ORU_NUM_FILTERS);
     for (auto _ : state) {
         state.PauseTiming();
@@ -119,7 +121,7 @@ BENCHMARK(BM_AverageMovingFill)->Arg(10)->Arg(100);
 // in new frames: the raw data a request actually brings.
 void BM_AverageMovingBuffered(benchmark::State& state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<int> frame = decoded_frame();
+    const std::vector<uint16_t> frame = decoded_frame();
     std::vector<double> output(ORU_NUM_FILTERS);
     set_frame_moving_average(true);
     queue_frames(n, frame);

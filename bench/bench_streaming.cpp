@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <map>
@@ -129,6 +130,76 @@ BENCHMARK(BM_ContinuousAcquisition)
     ->Iterations(1)
     ->UseRealTime()
     ->Unit(benchmark::kSecond);
+
+long rss_kb() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    return -1;
+}
+
+// The frame stream for ORU_BENCH_STREAM_SECONDS (default 10; 600 for the
+// soak figures), reading averages of n frames back to back: every frame must
+// arrive once, in order (sequence numbers, and the one-hot frames show which
+// frames each reading took), none dropped, memory flat after the first minute.
+void BM_FrameStream(benchmark::State& state) {
+    const int n = static_cast<int>(state.range(0));
+    const char* env = std::getenv("ORU_BENCH_STREAM_SECONDS");
+    const auto run_time = std::chrono::seconds(env != nullptr ? std::atol(env) : 10);
+    if (!connect_virtual_sensors(state, 1)) return;
+    vsensor::set_frame_source(0, one_hot_frame);
+    vsensor::set_realtime(true);
+    std::vector<double> average(kFilters);
+    long readings = 0, failed = 0, skipped = 0, wrong_frames = 0;
+    uint64_t dropped = 0, frames = 0;
+    long rss_at_minute = -1, rss_end = 0;
+    double seconds = 0.0, cpu = 0.0;
+    for (auto _ : state) {
+        const double cpu_before = process_cpu_seconds();
+        const auto start = std::chrono::steady_clock::now();
+        if (duStartFrameStream() != 1) {
+            state.SkipWithError("duStartFrameStream failed");
+            break;
+        }
+        uint64_t next = 0;
+        while (std::chrono::steady_clock::now() - start < run_time) {
+            duFrameStreamInfo info{};
+            if (duReadFrameStream(average.data(), n, 2000, &info) != 1) {
+                ++failed;
+                continue;
+            }
+            ++readings;
+            frames += static_cast<uint64_t>(n);
+            if (info.first_sequence != next) ++skipped;
+            next = info.last_sequence + 1;
+            dropped = info.dropped_frames;
+            int first = 0;
+            if (!consecutive_frames(average, n, &first) ||
+                static_cast<uint64_t>(first) != info.first_sequence % kFilters)
+                ++wrong_frames;
+            if (rss_at_minute < 0 && std::chrono::steady_clock::now() - start >= std::chrono::minutes(1))
+                rss_at_minute = rss_kb();
+        }
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        cpu = process_cpu_seconds() - cpu_before;
+        rss_end = rss_kb();
+        QuietStdout quiet;
+        duStopFrameStream();
+    }
+    vsensor::set_realtime(false);
+    state.counters["fps"] = static_cast<double>(frames) / seconds;
+    state.counters["readings"] = static_cast<double>(readings);
+    state.counters["failed"] = static_cast<double>(failed);
+    state.counters["skipped"] = static_cast<double>(skipped);
+    state.counters["wrong_frames"] = static_cast<double>(wrong_frames);
+    state.counters["dropped"] = static_cast<double>(dropped);
+    state.counters["cpu_%"] = 100.0 * cpu / seconds;
+    state.counters["rss_kb"] = static_cast<double>(rss_end);
+    state.counters["rss_growth_kb"] = rss_at_minute < 0 ? 0.0 : static_cast<double>(rss_end - rss_at_minute);
+    disconnect_sensors();
+}
+BENCHMARK(BM_FrameStream)->ArgName("n")->Arg(1)->Arg(10)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
 
 // Context switches (each wake-up of a sleeping thread is one) per thread id.
 std::map<int, long> thread_switches() {

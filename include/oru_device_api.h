@@ -15,6 +15,18 @@
 extern "C" {
 #endif
 
+/* Messages. The library prints its lines on standard output (the bulk
+ * transfer status line on standard error); ORU_DEVICE_LOG=stderr sends all of
+ * them to standard error, ORU_DEVICE_LOG=off silences them (read once, at the
+ * first line). duSetLogHandler hands every line to handler instead: level 0
+ * for the normal lines, 1 for errors (the bulk transfer status line, the
+ * exception lines), line without its newline. NULL restores the default. The
+ * handler runs on the thread that prints: the caller's thread, or the
+ * library's event thread for the bulk transfer lines. It must not call
+ * duSetLogHandler itself; once duSetLogHandler returns, the previous handler
+ * is not called any more. */
+ORU_EXPORT void duSetLogHandler(void (*handler)(int level, const char* line, void* user), void* user);
+
 /* Connection and sensor selection */
 ORU_EXPORT int duConnect(void);
 ORU_EXPORT int duDisconnect(void);
@@ -34,13 +46,25 @@ ORU_EXPORT int duGetShutterSpeedLimits(int* min_limit, int* max_limit);
 ORU_EXPORT int duShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val);
 ORU_EXPORT int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed);
 ORU_EXPORT int duSetShutterSpeed(int shutter);
-/* Filter indices in valid_filters_in are 1-based; NULL means the default set. */
+/* Filter numbers in valid_filters_in are 1-based; NULL (or a count of 0)
+ * means the default set. -24, before any USB traffic, for a number outside
+ * 1..1024, a list longer than 1024 or a target_DN of 0 or less. */
 ORU_EXPORT int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN);
 ORU_EXPORT int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters);
 /* output must hold 1024 values. */
 ORU_EXPORT int duGetFilterData(double* output, int number_of_averages);
 ORU_EXPORT int duSetSensorParameters(int _adc_gain, int _adc_range);
 ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
+
+/* State of the connected sensor sensor_index (it need not be active):
+ *   1  usable;
+ *   2  failed: its bulk transfer ended in error; its reads and stream return
+ *      -9 at once until duDisconnect and duConnect bring it up again;
+ *   3  removed: unplugged (seen through hotplug where libusb has it, or when
+ *      its transfer reports the device gone); reads and stream return -9.
+ * -24 for an index outside 0..duGetMaxSensorCount()-1, -7 for an index with
+ * no connected sensor. A fault on one sensor leaves the others streaming. */
+ORU_EXPORT int duGetSensorState(int sensor_index);
 
 /* Frame streams. While the active sensor's stream is on, every frame it sends
  * is kept, in order, in a ring of that sensor (about 2 s of frames at the
@@ -50,17 +74,19 @@ ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
  * duGetFilterData, the shutter-speed search, duSetShutterSpeed and
  * duSetSensorParameters refuse that sensor with -24, so that a reading never
  * mixes exposures: stop the stream, change, start it again. */
-typedef struct duFrameStreamInfo {
-    uint64_t first_sequence, last_sequence; /* of the frames averaged; 0 = first frame after the start */
-    int64_t first_realtime_ns, last_realtime_ns;   /* CLOCK_REALTIME on arrival of those frames */
-    int64_t first_monotonic_ns, last_monotonic_ns; /* CLOCK_MONOTONIC on arrival of those frames */
-    uint64_t dropped_frames;  /* frames lost to a full ring since the stream started */
-    int32_t shutter_speed;    /* shutter speed of the sensor while the stream runs */
-    int32_t saturated_filters; /* filters at 4095 DN or more in any frame of the average */
-} duFrameStreamInfo;
+/* What a stream read took:
+ *   first_sequence, last_sequence: sequence numbers of the first and last
+ *     frame averaged (0 is the first frame after the stream's start);
+ *   first_realtime_ns, last_realtime_ns: CLOCK_REALTIME when those frames
+ *     arrived, in ns; first_monotonic_ns, last_monotonic_ns: CLOCK_MONOTONIC;
+ *   dropped_frames: frames lost to a full ring since the stream started;
+ *   shutter_speed: the sensor's shutter speed while the stream runs;
+ *   saturated_filters: filters at 4095 DN or more in any frame averaged. */
+typedef struct duFrameStreamInfo { uint64_t first_sequence, last_sequence; int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns; uint64_t dropped_frames; int32_t shutter_speed; int32_t saturated_filters; } duFrameStreamInfo;
 
 /* Starts the active sensor's stream (stop and start streaming commands, with
- * their pauses). 1, or -24 when it is already on. */
+ * their pauses). 1, -24 when it is already on, -9 when the sensor has failed
+ * or was removed. */
 ORU_EXPORT int duStartFrameStream(void);
 /* Stops it (three stop commands) and wakes its readers. 1, or -26 when no
  * stream is on. */
@@ -74,6 +100,24 @@ ORU_EXPORT int duStopFrameStream(void);
  * stream. */
 ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int timeout_ms,
                                  duFrameStreamInfo* info);
+/* The same for the stream of sensor sensor_index, active or not (-7 when no
+ * sensor is connected there): threads can read different sensors' streams at
+ * once without activating them. */
+ORU_EXPORT int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
+                                   duFrameStreamInfo* info);
+
+/* Threads. Every function may be called from any thread; each call runs
+ * whole, without another thread's call interleaved. The calls that wait for
+ * frames (duGetFilterData, the shutter-speed searches) hold the others up
+ * while they wait, since all sensors share one frame queue and one
+ * shutter-speed value that times the protocol's pauses; a stream read does
+ * not. Since the other calls act on the active sensor, a thread that
+ * activates a sensor and then calls should hold duLockSensors across both:
+ *     duLockSensors(); duActivateSensorWithIndex(1); duGetFilterData(d, 10);
+ *     duUnlockSensors();
+ * The lock is recursive; the thread that locked it must unlock it. */
+ORU_EXPORT void duLockSensors(void);
+ORU_EXPORT void duUnlockSensors(void);
 
 #ifdef __cplusplus
 }

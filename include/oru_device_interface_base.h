@@ -21,6 +21,8 @@ typedef double FLOAT64_TYPE;
 extern int g_current_shutter_speed;        // last value given to set_shutter_speed
 extern bool g_bEnableSpatialFiltering;     // stored only; no filtering is applied
 extern int g_iSpatialFilterSize;
+// Puts the three back to their start values (tests).
+void reset_device_object_state();
 
 class oru_device_interface_base {
 public:

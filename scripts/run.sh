@@ -5,9 +5,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-./scripts/setup.sh
+./scripts/setup.sh build
 JOBS=$(nproc 2>/dev/null || echo 2)
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORU_BUILD_TESTS=OFF >/dev/null
 cmake --build build -j"$JOBS" --target oru-sensor oru_device vsensor_dropin >/dev/null
 
 attached=0

@@ -1,25 +1,43 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the project needs. Does nothing when they are
-# all present, so it is safe to run before every build.
+# Installs the Debian packages the project needs, for a profile:
+#   scripts/setup.sh build   what building the library and oru-sensor needs (scripts/run.sh)
+#   scripts/setup.sh test    all of it: the test tiers' tools too (the default; scripts/test.sh)
+# Does nothing when they are all present for this machine's own
+# architecture, so it is safe to run before every build. (A cross tier that
+# installed, say, libusb-1.0-0-dev:arm64 does not count for the native build.)
 set -euo pipefail
 
-PACKAGES=(
+profile=${1:-test}
+BUILD_PACKAGES=(
   build-essential cmake pkg-config
   libusb-1.0-0-dev
+  libcli11-dev nlohmann-json3-dev
+  python3
+)
+TEST_PACKAGES=(
   umockdev libumockdev-dev
   libgtest-dev googletest libgmock-dev
   libbenchmark-dev
-  python3
   clang libclang-rt-14-dev
   valgrind
   chromium chromium-driver python3-selenium
 )
+case "$profile" in
+  build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;
+  test) PACKAGES=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
+  *) echo "setup: unknown profile '$profile' (build or test)" >&2; exit 2 ;;
+esac
+
+native=$(dpkg --print-architecture)
+# Installed for the native architecture, or architecture-independent.
+installed() {
+  dpkg-query -W -f='${db:Status-Status} ${Architecture}\n' "$1" 2>/dev/null |
+    grep -q -E "^installed ($native|all)$"
+}
 
 missing=()
 for p in "${PACKAGES[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
-    missing+=("$p")
-  fi
+  installed "$p" || missing+=("$p")
 done
 
 if [ ${#missing[@]} -eq 0 ]; then

@@ -18,5 +18,5 @@ for t in "${targets[@]}"; do
   JOBS=$(nproc 2>/dev/null || echo 2)
   cmake -S . -B "build-$t" -DCMAKE_TOOLCHAIN_FILE="$tc" -DCMAKE_BUILD_TYPE=RelWithDebInfo
   cmake --build "build-$t" -j"$JOBS"
-  ctest --test-dir "build-$t" --output-on-failure -j"$JOBS"
+  ctest --test-dir "build-$t" --output-on-failure -j"$JOBS" ${ORU_RESULTS_DIR:+--output-junit "$ORU_RESULTS_DIR/$t.xml"}
 done

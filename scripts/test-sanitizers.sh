@@ -3,9 +3,10 @@
 #   scripts/test-sanitizers.sh [thread|address]...
 # thread:  ThreadSanitizer over the whole in-process suite.
 # address: AddressSanitizer + UndefinedBehaviorSanitizer.
-# Tests that load the library into another program (Python, the CLI, the C
-# smoke test) are left to the normal build: an uninstrumented interpreter
-# cannot load instrumented libraries.
+# Tests labelled "external" load the library into another program (Python,
+# the CLI, the C smoke test, the drop-in client) and are left to the normal
+# build: an uninstrumented interpreter cannot load instrumented libraries.
+# With ORU_RESULTS_DIR set, each run leaves its JUnit file there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 kinds=("$@")
@@ -23,5 +24,6 @@ for k in "${kinds[@]}"; do
   cmake --build "$dir" -j"$JOBS"
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$PWD/scripts/tsan.supp" \
   ASAN_OPTIONS="detect_leaks=0:abort_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1" \
-    ctest --test-dir "$dir" --output-on-failure -j"$JOBS" -E '^(python_binding|cli|c_api.*|vsensor_dropin.*)$'
+    ctest --test-dir "$dir" --output-on-failure -j"$JOBS" -LE external \
+      ${ORU_RESULTS_DIR:+--output-junit "$ORU_RESULTS_DIR/$k-sanitizer.xml"}
 done

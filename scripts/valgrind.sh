@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Runs valgrind memcheck over the integration tests (exported functions,
-# bring-up and tear-down, faults, acquisition), one process per test case as
-# ctest does. Fails on any invalid access, use of uninitialised memory, or a
-# definite or indirect leak not listed in scripts/valgrind.supp.
-#   scripts/valgrind.sh [TEST_EXECUTABLE...]      (default: the list below)
+# Runs valgrind memcheck over the tests labelled "memcheck" (exported
+# functions, bring-up and tear-down, faults, acquisition, streams), one
+# process per test case as ctest does. Fails on any invalid access, use of
+# uninitialised memory, or a definite or indirect leak not listed in
+# scripts/valgrind.supp.   Usage: scripts/valgrind.sh [LABEL] (default memcheck)
+# With ORU_RESULTS_DIR set, it leaves its counts there.
 # BUILD_DIR (default build-valgrind) and JOBS (default: number of cores) can
 # be set in the environment.
 set -euo pipefail
@@ -11,19 +12,17 @@ cd "$(dirname "$0")/.."
 ROOT=$PWD
 BUILD_DIR=${BUILD_DIR:-build-valgrind}
 JOBS=${JOBS:-$(nproc 2>/dev/null || echo 2)}
-TESTS=("$@")
-[ ${#TESTS[@]} -eq 0 ] && TESTS=(test_api_connect test_api_exposure test_api_filter_data test_api_lifecycle
-                                 test_bringup test_lifecycle test_faults test_acquisition)
+LABEL=${1:-memcheck}
 
-./scripts/setup.sh
+./scripts/setup.sh test
 if ! command -v valgrind >/dev/null; then
   SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO="sudo"
   $SUDO apt-get update -qq || true
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends valgrind
 fi
 
-cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$BUILD_DIR" -j"$JOBS" --target "${TESTS[@]}" >"$BUILD_DIR/valgrind-build.log" 2>&1 ||
+cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORU_BUILD_TESTS=ON >/dev/null
+cmake --build "$BUILD_DIR" -j"$JOBS" >"$BUILD_DIR/valgrind-build.log" 2>&1 ||
   { cat "$BUILD_DIR/valgrind-build.log"; exit 1; }
 
 # One log per test case, kept for reading after a failure.
@@ -32,12 +31,14 @@ rm -rf "$LOGS"
 mkdir -p "$LOGS"
 CASES="$LOGS/cases"
 : >"$CASES"
-for t in "${TESTS[@]}"; do
-  exe="$ROOT/$BUILD_DIR/tests/$t"
-  "$exe" --gtest_list_tests | awk -v exe="$exe" '
-    /^[^ ]/ { suite = $1 }
-    /^  /   { print exe " " suite $1 }' >>"$CASES"
-done
+# The test cases carrying the label, as ctest would run them: program and
+# test name.
+ctest --test-dir "$BUILD_DIR" -L "$LABEL" --show-only=json-v1 | python3 -c '
+import json, sys
+for test in json.load(sys.stdin)["tests"]:
+    command = test["command"]
+    name = next(a.split("=", 1)[1] for a in command if a.startswith("--gtest_filter="))
+    print(command[0], name)' >"$CASES"
 
 run_case() {
   local exe=$1 name=$2 log
@@ -73,4 +74,5 @@ done
 passed=$(grep -c '^ok ' "$LOGS/results" || true)
 bad=$(grep -c '^FAIL ' "$LOGS/results" || true)
 echo "valgrind: $passed passed, $bad failed"
+[ -n "${ORU_RESULTS_DIR:-}" ] && echo "$passed $bad" >"$ORU_RESULTS_DIR/valgrind.count"
 [ "$failed" -eq 0 ] && [ "$bad" -eq 0 ]

@@ -2,6 +2,10 @@
 // the active one.
 #include "oru_device_api.h"
 
+#include "efm32com/oru_device_interface_device_info.h"
+#include "oru_log.h"
+
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
 #include "stream/oru_frame_stream.h"
@@ -16,17 +20,14 @@
 namespace {
 
 // Sensor-ID text of the sensor in a slot, in a 26-byte buffer.
-void format_sensor_id(oru_device_interface& device, int sensor_index, char (&text)[26]) {
-    char lot_char = 0;
-    short lot_id = 0, wafer_id = 0, x_coord = 0, y_coord = 0, sensor_type = 0;
-    device.get_sensor_id(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type,
+void sensor_id_text(oru_device_interface& device, int sensor_index, char (&text)[26]) {
+    SSensorIdFields f{0, 0, 0, 0, 0, 0};
+    device.get_sensor_id(&f.lot_char, &f.lot_id, &f.wafer_id, &f.x_coord, &f.y_coord, &f.sensor_type,
                          static_cast<unsigned int>(sensor_index));
-    char formatted[64];
-    const int length = std::snprintf(formatted, sizeof formatted, "%c%d-%d-%d-%d-%d", lot_char, lot_id,
-                                     wafer_id, x_coord, y_coord, sensor_type);
+    const std::string formatted = format_sensor_id(f);
     // An ID never reaches 26 characters; one that did is cut, not overrun.
     std::memset(text, 0, sizeof text);
-    std::memcpy(text, formatted, static_cast<std::size_t>(std::clamp(length, 0, 25)));
+    std::memcpy(text, formatted.c_str(), std::min<std::size_t>(formatted.size(), 25));
 }
 
 // Error path of connect and disconnect: empty the table, then report.
@@ -51,6 +52,7 @@ void free_sensor_list(char** list, int count) {
 extern "C" {
 
 int duConnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         if (g_total_num_of_sensors > 0) duDisconnect();
         g_total_num_of_sensors = 0;
@@ -67,7 +69,7 @@ int duConnect(void) {
 
         if (g_total_num_of_sensors != 0) {
             g_current_device_index = 0;
-            std::printf("**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
+            oru_log(kLogNormal, "**** [oru_device_api] Total number of sensors: %d\n", g_total_num_of_sensors);
             return g_total_num_of_sensors;
         }
         g_current_device_index = -1;
@@ -80,6 +82,7 @@ int duConnect(void) {
 }
 
 int duDisconnect(void) {
+    const ApiGuard guard(g_apiLock);
     try {
         for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
             // Its readers wake; tear-down sends the stop commands.
@@ -91,7 +94,7 @@ int duDisconnect(void) {
             g_pDeviceInterface[i] = nullptr;
         }
         g_total_num_of_sensors = 0;
-        std::puts("Sensor is disconnected.");
+        oru_log(kLogNormal, "Sensor is disconnected.\n");
         return 1;
     } catch (const oru_base_exception& e) {
         return release_and_report(e);
@@ -101,6 +104,7 @@ int duDisconnect(void) {
 }
 
 char** duGetSensorList(void) {
+    const ApiGuard guard(g_apiLock);
     char** list = nullptr;
     int filled = 0;
     try {
@@ -118,8 +122,8 @@ char** duGetSensorList(void) {
             filled = i + 1;
         }
 
-        std::printf("[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
-        for (int i = 0; i < filled; ++i) std::printf("[oru_device_api] Sensor ID: %s\n", list[i]);
+        oru_log(kLogNormal, "[oru_device_api] Total sensors in your system = %d).\n", total_num_of_sensors);
+        for (int i = 0; i < filled; ++i) oru_log(kLogNormal, "[oru_device_api] Sensor ID: %s\n", list[i]);
         return list;
     } catch (const oru_base_exception& e) {
         free_sensor_list(list, filled);
@@ -136,6 +140,7 @@ int duGetMaxSensorCount(void) { return 10; }
 
 // Clamps instead of failing.
 int duActivateSensorWithIndex(int sensor_index) {
+    const ApiGuard guard(g_apiLock);
     if (sensor_index < 0)
         g_current_device_index = 0;
     else if (sensor_index < g_total_num_of_sensors)
@@ -146,11 +151,12 @@ int duActivateSensorWithIndex(int sensor_index) {
 }
 
 int duActivateSensorWithID(const char* sensor_id_str) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id_str == nullptr) throw oru_base_exception(lu_ec_sensor_id_is_empty);
         for (int sensor_index = 0; sensor_index < g_total_num_of_sensors; ++sensor_index) {
             char text[26];
-            format_sensor_id(oru_api_device_at(sensor_index), sensor_index, text);
+            sensor_id_text(oru_api_device_at(sensor_index), sensor_index, text);
             if (std::strcmp(text, sensor_id_str) == 0) {
                 g_current_device_index = sensor_index;
                 return sensor_index;
@@ -160,13 +166,17 @@ int duActivateSensorWithID(const char* sensor_id_str) {
     });
 }
 
-int duGetTotalSensors(void) { return g_total_num_of_sensors; }
+int duGetTotalSensors(void) {
+    const ApiGuard guard(g_apiLock);
+    return g_total_num_of_sensors;
+}
 
 int duGetSensorID(char* sensor_id) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (sensor_id == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         char text[26];
-        format_sensor_id(oru_api_active_device(), g_current_device_index, text);
+        sensor_id_text(oru_api_active_device(), g_current_device_index, text);
         std::memcpy(sensor_id, text, sizeof text);
         return 1;
     });

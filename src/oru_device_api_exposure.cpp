@@ -2,6 +2,7 @@
 // filter data and ADC parameters.
 #include "oru_device_api.h"
 
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_api_valid_filters.h"
 #include "oru_device_interface.h"
@@ -15,17 +16,32 @@ namespace {
 constexpr int kMinShutterSpeed = 1;
 constexpr int kMaxShutterSpeed = 3000;
 constexpr int kDefaultAdcRange = 132;
+constexpr int kNumFilters = 1024;
 
 unsigned int active_index() { return static_cast<unsigned int>(g_current_device_index); }
 
 // While the active sensor's frame stream is on, calls that stream or change
 // the exposure are refused, so that no reading mixes two exposures.
-constexpr int kRefusedWhileStreaming = -lu_ec_ill_defined_input;
-bool streaming() { return oru_stream::is_on(active_index()); }
+void refuse_while_streaming() {
+    if (oru_stream::is_on(active_index())) throw oru_base_exception(lu_ec_ill_defined_input);
+}
+
+// The search indexes the frame with the caller's 1-based filter numbers, so
+// each must name one of the 1024 filters. A null list or a count of 0 or
+// less means the default set. The target must leave a window above 0 DN.
+void check_exposure_search_input(const int* valid_filters_in, int num_of_valid_filters, int target_DN) {
+    if (target_DN <= 0) throw oru_base_exception(lu_ec_ill_defined_input);
+    if (valid_filters_in == nullptr || num_of_valid_filters <= 0) return;
+    if (num_of_valid_filters > kNumFilters) throw oru_base_exception(lu_ec_ill_defined_input);
+    for (int i = 0; i < num_of_valid_filters; ++i)
+        if (valid_filters_in[i] < 1 || valid_filters_in[i] > kNumFilters)
+            throw oru_base_exception(lu_ec_ill_defined_input);
+}
 
 int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters, int target_DN) {
     return oru_api_call([&] {
-        if (streaming()) return kRefusedWhileStreaming;
+        check_exposure_search_input(valid_filters_in, num_of_valid_filters, target_DN);
+        refuse_while_streaming();
         oru_device_interface& device = oru_api_active_device();
         const std::array<int, num_valid_filters> valid_filters = g_default_valid_filters;
         const int saturation_value = target_DN;
@@ -50,6 +66,7 @@ int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters,
 extern "C" {
 
 int duGetShutterSpeed(void) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([] { return oru_api_active_device().get_shutter_speed(active_index()); });
 }
 
@@ -60,20 +77,23 @@ int duGetShutterSpeedLimits(int* min_limit, int* max_limit) {
 }
 
 int duShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         return oru_api_active_device().shutter_to_exposure_time_ms(master_clock, shutter_speed, exposure_time_val);
     });
 }
 
 int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         return oru_api_active_device().exposure_tim_ms_to_shutter(master_clock, exposure_time_val, shutter_speed);
     });
 }
 
 int duSetShutterSpeed(int shutter) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
-        if (streaming()) return kRefusedWhileStreaming;
+        refuse_while_streaming();
         int clamped = shutter;
         if (clamped < kMinShutterSpeed) clamped = kMinShutterSpeed;
         if (clamped > kMaxShutterSpeed) clamped = kMaxShutterSpeed;
@@ -83,16 +103,19 @@ int duSetShutterSpeed(int shutter) {
 }
 
 int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN) {
+    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, target_DN);
 }
 
 int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters) {
+    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, 3500);
 }
 
 int duGetFilterData(double* output, int number_of_averages) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
-        if (streaming()) return kRefusedWhileStreaming;
+        refuse_while_streaming();
         const double ret_val = oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0,
                                                                         active_index());
         (void)ret_val;  // the device's own result carries nothing for the caller
@@ -101,8 +124,9 @@ int duGetFilterData(double* output, int number_of_averages) {
 }
 
 int duSetSensorParameters(int _adc_gain, int _adc_range) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
-        if (streaming()) return kRefusedWhileStreaming;
+        refuse_while_streaming();
         int adc_gain = _adc_gain;
         if (adc_gain < 0 || adc_gain > 1) adc_gain = 0;
         int adc_range = _adc_range;
@@ -117,6 +141,7 @@ int duSetSensorParameters(int _adc_gain, int _adc_range) {
 }
 
 int duGetSensorParameters(int* _adc_gain, int* _adc_range) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         if (_adc_gain == nullptr || _adc_range == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
         unsigned char adc_range = 0, adc_gain = 0, adc_res = 0;

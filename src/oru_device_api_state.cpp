@@ -1,6 +1,8 @@
 // Module state of the exported functions.
 #include "oru_device_api_state.h"
 
+#include "oru_log.h"
+
 #include "oru_device_interface.h"
 
 #include <cstdio>
@@ -25,11 +27,11 @@ void oru_api_release_sensor_slots() {
 }
 
 int oru_api_report(const oru_base_exception& e) {
-    std::printf("[oru_device_api] ORU_BASE_EXCEPTION happened: %s\n", e.what());
+    oru_log(kLogError, "[oru_device_api] ORU_BASE_EXCEPTION happened: %s\n", e.what());
     return -e.error_code;
 }
 
 int oru_api_report_unknown() {
-    std::puts("[oru_device_api] std::exception happed !!");
+    oru_log(kLogError, "[oru_device_api] std::exception happed !!\n");
     return -1;
 }

@@ -2,7 +2,9 @@
 #include "oru_device_api.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "stream/oru_frame_stream.h"
 
@@ -18,9 +20,11 @@ unsigned int active_sensor() {
 extern "C" {
 
 int duStartFrameStream(void) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([] {
         const unsigned int sensor = active_sensor();
-        const int result = oru_stream::open(sensor, g_iCurShutterSpeed);
+        if (sensor_health(sensor) != kSensorUsable) return -lu_ec_fw_recv_timeout;
+        const int result = oru_stream::open(sensor, sensor_shutter_speed(sensor));
         if (result != 1) return result;
         start_frame_streaming(sensor);
         return 1;
@@ -28,6 +32,7 @@ int duStartFrameStream(void) {
 }
 
 int duStopFrameStream(void) {
+    const ApiGuard guard(g_apiLock);
     return oru_api_call([] {
         const unsigned int sensor = active_sensor();
         if (!oru_stream::is_on(sensor)) return -lu_ec_initialization_required;
@@ -37,10 +42,26 @@ int duStopFrameStream(void) {
 }
 
 int duReadFrameStream(double* output, int number_of_averages, int timeout_ms, duFrameStreamInfo* info) {
+    int sensor = -1;
+    {
+        const ApiGuard guard(g_apiLock);
+        sensor = g_current_device_index;
+    }
+    return duReadFrameStreamOf(sensor, output, number_of_averages, timeout_ms, info);
+}
+
+int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
+                        duFrameStreamInfo* info) {
     return oru_api_call([&] {
         if (output == nullptr) return -lu_ec_filter_buffer_is_null;
         if (number_of_averages < 1 || timeout_ms < 0) return -lu_ec_ill_defined_input;
-        return oru_stream::read(active_sensor(), output, number_of_averages, timeout_ms, info);
+        {
+            // Only to find the sensor; the wait below holds up nobody.
+            const ApiGuard guard(g_apiLock);
+            oru_api_device_at(sensor_index);
+        }
+        return oru_stream::read(static_cast<unsigned int>(sensor_index), output, number_of_averages, timeout_ms,
+                                info);
     });
 }
 

@@ -17,9 +17,16 @@
 #include <limits>
 #include <numeric>
 
+// Written only here, by the device objects on the caller thread; no lock.
 int g_current_shutter_speed = 1;  // the shutter speed every bring-up leaves on the sensor
 bool g_bEnableSpatialFiltering = false;
 int g_iSpatialFilterSize = 0;
+
+void reset_device_object_state() {
+    g_current_shutter_speed = 1;
+    g_bEnableSpatialFiltering = false;
+    g_iSpatialFilterSize = 0;
+}
 
 void oru_throw_on_failure(int code) {
     if (code != lu_ec_success) throw oru_base_exception(static_cast<ORU_ERROR_CODE>(code));
@@ -34,7 +41,7 @@ oru_device_interface_base::oru_device_interface_base(unsigned int /*iReserved*/)
       m_adc_res(0),
       m_bEnableOBDC(false),
       m_bFilterDataAtSS1IsReady(false) {
-    std::fill(std::begin(g_FMA_Buffer), std::end(g_FMA_Buffer), 0.0);
+    clear_frame_ring();
 }
 
 // Always device 0, whatever sensor this object served.
@@ -224,14 +231,10 @@ void oru_device_interface_base::get_sensor_id(char* lot_char, short* lot_id, sho
 }
 
 std::string oru_device_interface_base::get_sensor_id(unsigned int iDeviceId) {
-    char lot_char = 'A';
-    short lot_id = 0, wafer_id = 0, x_coord = 0, y_coord = 0, sensor_type = 0;
-    oru_throw_on_failure(
-        get_sensor_id_with_index(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type, iDeviceId));
-    char text[128];
-    std::snprintf(text, sizeof text, "%c%d-%d-%d-%d-%d", lot_char, lot_id, wafer_id, x_coord, y_coord,
-                  sensor_type);
-    return text;
+    SSensorIdFields f{'A', 0, 0, 0, 0, 0};
+    oru_throw_on_failure(get_sensor_id_with_index(&f.lot_char, &f.lot_id, &f.wafer_id, &f.x_coord, &f.y_coord,
+                                                  &f.sensor_type, iDeviceId));
+    return format_sensor_id(f);
 }
 
 std::string oru_device_interface_base::decode_sensor_id(char* sensor_id, unsigned int iDeviceId) {

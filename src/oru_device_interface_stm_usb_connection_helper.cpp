@@ -1,6 +1,8 @@
 // Registry of sensors by USB device index for the class interface.
 #include "oru_device_interface_stm_usb_connection_helper.h"
 
+#include "oru_log.h"
+
 #include "oru_base_exception.h"
 
 #include <cstdio>
@@ -39,7 +41,7 @@ int oru_device_usb_connection_helper::connect_multiple_devices(bool multi, int d
 bool oru_device_usb_connection_helper::connect_device(int deviceId) {
     const unsigned char adcValue = 132;
     if (!sensorConnectionStatus.empty() && is_sensor_connected(deviceId)) {
-        std::puts(">>>>>>>>>>>>>>>> Sensor device is already connected!!");
+        oru_log(kLogNormal, ">>>>>>>>>>>>>>>> Sensor device is already connected!!\n");
         return false;
     }
 
@@ -82,7 +84,7 @@ bool oru_device_usb_connection_helper::connect_device(int deviceId) {
         m_pSpecDevice[deviceId]->set_adc_settings(adcValue, 1, 0, device);
         return true;
     } catch (const oru_base_exception& e) {
-        std::printf("Exception, error: %d\n", e.error_code);
+        oru_log(kLogError, "Exception, error: %d\n", e.error_code);
         DestroySensorObject(deviceId);
         return false;
     }
@@ -109,7 +111,7 @@ bool oru_device_usb_connection_helper::disconnect_device(int deviceId) {
         set_sensor_connection_status(false, deviceId);
         return true;
     } catch (...) {
-        std::puts("[Exception] Fail to disconnect device !");
+        oru_log(kLogError, "[Exception] Fail to disconnect device !\n");
         return false;
     }
 }

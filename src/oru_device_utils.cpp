@@ -6,10 +6,7 @@ _SOneADCInfo::_SOneADCInfo() { reset(); }
 
 void _SOneADCInfo::reset() {
     adc_index = 0;
-    vrt = 0.0f;
-    vrb = 0.0f;
-    range = 0.0f;
-    resolution = 0.0f;
+    vrt = vrb = range = resolution = 0.0f;
 }
 
 oru_device_utils::oru_device_utils() : m_iDebugLevel(0) {}

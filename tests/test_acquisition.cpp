@@ -6,7 +6,11 @@
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include <atomic>
+#include <chrono>
+#include <climits>
 #include <cmath>
+#include <thread>
 
 using streamtest::all_equal;
 using streamtest::stream_start;
@@ -23,9 +27,19 @@ protected:
         vsensor::use_frame_counter(0);
     }
 
-    static void push_frame(int value) {
+    // Frames taken and left for the next request, which only an injection
+    // like this one can do; the first is kept whole.
+    static void leave_frames(const std::vector<int>& values) {
+        begin_frame_request(0, static_cast<int>(values.size()), 1);
+        for (int value : values) {
+            const std::vector<uint16_t> frame(1024, static_cast<uint16_t>(value));
+            take_control_frame(frame.data());
+        }
+    }
+
+    static size_t frames_taken() {
         std::lock_guard<std::mutex> lk(exit_cond_lock);
-        frameDataQueue.push_back(std::vector<int>(1024, value));
+        return queued_frames();
     }
 };
 
@@ -49,8 +63,7 @@ TEST_P(SingleShot, RestartsStreamingAveragesFramesThreeToSixAndStopsThreeTimes) 
     EXPECT_FALSE(vsensor::streaming(0));
     EXPECT_FALSE(bulkModeStarted);
     EXPECT_EQ(iCurrAvgNum, 0);
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    EXPECT_TRUE(frameDataQueue.empty());
+    EXPECT_EQ(frames_taken(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes0And3, SingleShot, testing::Values(0, 3));
@@ -92,8 +105,7 @@ TEST_F(Acquisition, StalledStreamEndsWithTheTimeoutCodeAndStreamingOff) {
     EXPECT_EQ(vsensor::transcript(), Wire().then(stream_start()).then(stream_stop()).str());
     EXPECT_FALSE(bulkModeStarted);
     EXPECT_EQ(iCurrAvgNum, 0);
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    EXPECT_TRUE(frameDataQueue.empty());
+    EXPECT_EQ(frames_taken(), 0u);
 }
 
 TEST_F(Acquisition, StalledContinuousSeriesIsStoppedSoTheNextRequestRestartsIt) {
@@ -124,6 +136,26 @@ TEST_F(Acquisition, EndedEventLoopFailsTheRequestWithoutWaiting) {
     std::vector<double> out;
     EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
     EXPECT_FALSE(bulkModeStarted);
+}
+
+TEST_F(Acquisition, ProducerThatCannotTakeAFrameFailsTheRequestAtOnce) {
+    // A wait for the bound would outlast the test's time limit.
+    set_frame_wait_margin_ms(600000);
+    vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    std::atomic<bool> bDone{false};
+    std::thread producer([&bDone] {
+        while (!bDone) {
+            fail_frame_request();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
+    bDone = true;
+    producer.join();
+    EXPECT_FALSE(bulkModeStarted);
+    vsensor::set_faults(0, vsensor::kFaultNone);
+    EXPECT_EQ(read(out, 1, 3), lu_ec_success) << "the next request is served";
 }
 
 TEST(FrameWaitBound, AllowsTwiceTheExposuresOfTheFramesAndTheTwoDroppedOnTopOfTheMargin) {
@@ -197,21 +229,65 @@ TEST_F(Acquisition, StalledStreamRestartsTheMovingAverageRing) {
     EXPECT_FALSE(g_FMA_Buffered);
 }
 
+// ---- running sums ----
+
+TEST(FrameSum, EqualsTheFrameByFrameDoubleSumUpToTheLimitOfExactDoubles) {
+    // A request takes at most INT_MAX frames of at most 4095: far below 2^53.
+    static_assert(static_cast<long double>(INT_MAX) * 4095 < 9007199254740992.0L, "sums stay exact");
+    const int64_t kLimit = int64_t{1} << 53;
+    SFrameSum running;
+    running.clear();
+    std::vector<double> straightforward(1024);
+    const int kFrames = 500;
+    for (int j = 0; j < 1024; ++j) {
+        // Sums that end exactly at 2^53, or a little below it.
+        running.llSum[j] = kLimit - int64_t{4095} * kFrames - j;
+        straightforward[j] = static_cast<double>(running.llSum[j]);
+    }
+    uint16_t frame[1024];
+    for (int f = 0; f < kFrames; ++f) {
+        for (int j = 0; j < 1024; ++j) frame[j] = static_cast<uint16_t>(j == 0 ? 4095 : (f * 37 + j * 11) % 4096);
+        running.add(frame);
+        for (int j = 0; j < 1024; ++j) straightforward[j] += frame[j];
+    }
+    std::vector<double> sum(1024, 0.0);
+    running.add_to(sum.data());
+    EXPECT_EQ(sum[0], 9007199254740992.0);
+    for (int j = 0; j < 1024; ++j) ASSERT_EQ(sum[j], straightforward[j]) << "filter " << j;
+    EXPECT_EQ(running.nFrames, kFrames);
+}
+
+TEST_F(Acquisition, MovingAverageRingEqualsTheSumOfItsSlotsOverManyRequests) {
+    vsensor::set_frame_source(0, [](uint64_t n, uint16_t* frame) {
+        for (int i = 0; i < 1024; ++i) frame[i] = static_cast<uint16_t>((n * 37 + static_cast<uint64_t>(i) * 11) % 4096);
+    });
+    set_frame_moving_average(true);
+    std::vector<double> out;
+    for (int r = 0; r < 300; ++r) {
+        // The ring size changes now and then; the sum follows it.
+        const int iSlots = (r / 70) % 2 == 0 ? 100 : 60;
+        ASSERT_EQ(read(out, iSlots, 1), lu_ec_success) << "request " << r;
+        for (int j = 0; j < 1024; ++j) {
+            double straightforward = 0.0;
+            for (int s = 0; s < iSlots; ++s) straightforward += static_cast<int>(g_FMA_Buffer[s * 1024 + j]);
+            ASSERT_EQ(out[static_cast<size_t>(j)], straightforward / iSlots) << "request " << r << ", filter " << j;
+        }
+    }
+    EXPECT_EQ(read(out, 60, 2), lu_ec_success);
+}
+
 // ---- short queue reports ----
 
-TEST_F(Acquisition, QueueLongerThanRequestedIsReportedAndAveragedFromItsFront) {
-    push_frame(10);
-    push_frame(20);
-    push_frame(30);
+TEST_F(Acquisition, MoreFramesThanRequestedAreReportedAndAllAveraged) {
+    leave_frames({10, 20, 30});
     std::vector<double> out;
     testing::internal::CaptureStdout();
     EXPECT_EQ(read(out, 2, 2), lu_ec_success);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               separator_twice() + "-----------> ERROR: frameDataQueue.size() != iAvgNum\n" + separator_twice());
-    EXPECT_TRUE(all_equal(out, 15.0));
+    EXPECT_TRUE(all_equal(out, 60 / 2.0)) << "a running sum cannot leave frames out";
     EXPECT_EQ(vsensor::transcript(), "") << "mode 2 does not start, and the report skips the stop";
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    EXPECT_TRUE(frameDataQueue.empty());
+    EXPECT_EQ(frames_taken(), 0u);
 }
 
 TEST_F(Acquisition, BufferedRequestFindingTwoFramesReportsTheSizeAndStillStops) {
@@ -220,12 +296,7 @@ TEST_F(Acquisition, BufferedRequestFindingTwoFramesReportsTheSizeAndStillStops) 
     vsensor::set_constant_frame(0, 100);
     EXPECT_EQ(read(out, 2, 1), lu_ec_success);  // ring filled, streaming stays on
     vsensor::set_faults(0, vsensor::kFaultStreamStall);
-    {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        frameDataQueue.clear();
-    }
-    push_frame(1000);
-    push_frame(2000);
+    leave_frames({1000, 2000});
     vsensor::clear_events();
     testing::internal::CaptureStdout();
     EXPECT_EQ(read(out, 2, 2), lu_ec_success);

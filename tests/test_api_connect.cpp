@@ -1,8 +1,14 @@
 // Exported functions that find, list and select sensors.
 #include "api_test_support.h"
 
+#include "oru_base_exception.h"
 #include "oru_device_api.h"
 #include "oru_device_api_state.h"
+#include "oru_log.h"
+
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +56,69 @@ TEST_F(ApiConnect, TwoSensorsArePrintedAndCounted) {
     EXPECT_EQ(g_current_device_index, 0);
     EXPECT_TRUE(vsensor::is_claimed(0));
     EXPECT_TRUE(vsensor::is_claimed(1));
+}
+
+// ---- where the lines go ----
+
+struct Logged {
+    std::mutex lock;
+    std::vector<std::pair<int, std::string>> lines;
+};
+
+void collect(int level, const char* line, void* user) {
+    auto* logged = static_cast<Logged*>(user);
+    std::lock_guard<std::mutex> lk(logged->lock);
+    logged->lines.emplace_back(level, line);
+}
+
+// The handler gets the same lines, in order, one by one without their
+// newline, errors at level 1 (the event thread's too), and nothing is printed.
+TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
+    add_sensors(2);
+    vsensor::set_faults(1, vsensor::kFaultBulkError);
+    Logged logged;
+    duSetLogHandler(collect, &logged);
+    testing::internal::CaptureStderr();
+    StdoutCapture out;
+    EXPECT_EQ(duConnect(), 2);
+    EXPECT_EQ(duGetFilterData(nullptr, 1), -lu_ec_filter_buffer_is_null);
+    ASSERT_EQ(duActivateSensorWithIndex(1), 1);
+    std::vector<double> data(1024);
+    EXPECT_EQ(duGetFilterData(data.data(), 1), -lu_ec_fw_recv_timeout);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    using Line = std::pair<int, std::string>;
+    const std::vector<Line> expected = {
+        {0, "[Info] Reading first configuration descriptor:"}, {0, "[Info] nb interfaces: 1"},
+        {0, "[Info] Reading first configuration descriptor:"}, {0, "[Info] nb interfaces: 1"},
+        {0, "**** [oru_device_api] Total number of sensors: 2"},
+        {1, api_exception_line(lu_ec_filter_buffer_is_null).substr(0, api_exception_line(lu_ec_filter_buffer_is_null).size() - 1)},
+        {1, "bulk data transfer status 1?"},
+        {1, api_exception_line(lu_ec_fw_recv_timeout).substr(0, api_exception_line(lu_ec_fw_recv_timeout).size() - 1)},
+    };
+    {
+        std::lock_guard<std::mutex> lk(logged.lock);
+        EXPECT_EQ(logged.lines, expected);
+    }
+    duSetLogHandler(nullptr, nullptr);
+    StdoutCapture again;
+    EXPECT_EQ(duDisconnect(), 1);
+    EXPECT_EQ(again.text(), "Sensor is disconnected.\n");
+}
+
+TEST_F(ApiConnect, LogOffPrintsNothing) {
+    reset_log_sink();
+    setenv("ORU_DEVICE_LOG", "off", 1);
+    add_sensors(1);
+    testing::internal::CaptureStderr();
+    StdoutCapture out;
+    EXPECT_EQ(duConnect(), 1);
+    EXPECT_EQ(duGetFilterData(nullptr, 1), -lu_ec_filter_buffer_is_null);
+    EXPECT_EQ(duDisconnect(), 1);
+    unsetenv("ORU_DEVICE_LOG");
+    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    reset_log_sink();
 }
 
 TEST_F(ApiConnect, TwelveSensorsOpenOnlyTheFirstTen) {

@@ -2,6 +2,8 @@
 // parameters and the search for the optimal shutter speed.
 #include "api_test_support.h"
 
+#include <climits>
+
 #include "efm32com/oru_device_interface_ae.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
@@ -161,6 +163,44 @@ TEST_F(ApiExposure, OptimalShutterSpeedTakesAOneBasedList) {
     int list[] = {1, 2, 3};
     EXPECT_EQ(duGetOptimalShutterSpeed(list, 3), 5);
     EXPECT_EQ(vsensor::shutter_speed(0), 5);
+}
+
+// Lists the search would index outside the frame with, and targets that leave
+// no window, are refused before any USB traffic.
+TEST_F(ApiExposure, OptimalShutterSpeedRejectsBadListsAndTargetsBeforeAnyTraffic) {
+    connect(1);
+    std::vector<int> too_long(1025, 5);
+    std::vector<int> full(1024);
+    for (int i = 0; i < 1024; ++i) full[static_cast<size_t>(i)] = i + 1;
+    full[1023] = 1025;  // the last of 1024 entries is out of range
+    struct Case {
+        const char* what;
+        std::vector<int> list;
+        int target;
+    };
+    for (const Case& c : {Case{"zero", {1, 0, 3}, 3500}, Case{"negative", {-5}, 3500},
+                          Case{"far negative", {-100000000}, 3500}, Case{"above 1024", {1025}, 3500},
+                          Case{"1025 entries", too_long, 3500}, Case{"last of 1024 bad", full, 3500},
+                          Case{"target 0", {1, 2}, 0}, Case{"target INT_MIN", {1, 2}, INT_MIN}}) {
+        vsensor::clear_events();
+        std::vector<int> list = c.list;
+        StdoutCapture out;
+        const int result = duGetOptimalShutterSpeed2(list.data(), static_cast<int>(list.size()), c.target);
+        EXPECT_EQ(out.text(), api_exception_line(lu_ec_ill_defined_input)) << c.what;
+        EXPECT_EQ(result, -lu_ec_ill_defined_input) << c.what;
+        EXPECT_EQ(vsensor::transcript(0), "") << c.what;
+    }
+    int result = 0;
+    {
+        StdoutCapture out;
+        result = duGetOptimalShutterSpeed2(nullptr, 0, -1);
+    }
+    EXPECT_EQ(result, -lu_ec_ill_defined_input) << "target checked without a list";
+    // The edges themselves are searched: filters 1 and 1024, a count of 0
+    // with a list (the default set), and a target above 4095.
+    int edges[] = {1, 1024};
+    EXPECT_GT(duGetOptimalShutterSpeed2(edges, 2, 5000), 0);
+    EXPECT_GT(duGetOptimalShutterSpeed(edges, 0), 0);
 }
 
 TEST_F(ApiExposure, OptimalShutterSpeedTargetAboveFourThousandSearchesAtFourThousand) {

@@ -2,6 +2,8 @@
 #include "api_test_support.h"
 
 #include "oru_base_exception.h"
+#include "efm32com/oru_device_interface_stm_acquisition.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_device_api.h"
 
 #include <vector>
@@ -50,6 +52,38 @@ TEST_F(ApiFilterData, AveragesTheRequestedNumberOfFrames) {
     EXPECT_DOUBLE_EQ(output[1023], (2 + 3 + 4 + 5) / 4.0);
     EXPECT_EQ(duGetFilterData(output.data(), 1), 1);
     EXPECT_DOUBLE_EQ(output[512], 2.0);
+}
+
+// Only a per-filter sum is kept: memory stays small for any count, and the
+// mean is exactly that of every frame.
+TEST_F(ApiFilterData, LargeAveragesTakeConstantMemoryAndAverageEveryFrame) {
+    connect(1);
+    vsensor::use_frame_counter(0);
+    std::vector<double> output(1024, -1.0);
+    const int n = 5000;
+    ASSERT_EQ(duGetFilterData(output.data(), n), 1);
+    // Frames 2 .. n+1 (a single shot drops two), each value its number % 4096.
+    double sum = 0.0;
+    for (int k = 2; k < n + 2; ++k) sum += k % 4096;
+    EXPECT_EQ(output[0], sum / n);
+    EXPECT_EQ(output[1023], sum / n);
+    ASSERT_EQ(duGetFilterData(output.data(), 3), 1) << "and the next request starts afresh";
+    EXPECT_EQ(output[0], 3.0);
+}
+
+// The bound of the wait follows the active sensor's own shutter speed, not
+// the one set last on any sensor.
+TEST_F(ApiFilterData, WaitBoundFollowsTheActiveSensorsShutterSpeed) {
+    connect(2);
+    set_frame_wait_margin_ms(0);  // the bound is then the frames' own time, doubled
+    vsensor::set_realtime(true);
+    ASSERT_EQ(duSetShutterSpeed(20), 1);  // 18.4 ms a frame on sensor 0
+    ASSERT_EQ(duActivateSensorWithIndex(1), 1);
+    ASSERT_EQ(duSetShutterSpeed(1), 1);   // set last, on the other sensor
+    ASSERT_EQ(duActivateSensorWithIndex(0), 1);
+    std::vector<double> output(1024, -1.0);
+    EXPECT_EQ(duGetFilterData(output.data(), 10), 1);
+    vsensor::set_realtime(false);
 }
 
 TEST_F(ApiFilterData, ReadsTheActiveSensor) {

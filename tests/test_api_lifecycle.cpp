@@ -8,7 +8,11 @@
 #include "oru_device_interface.h"
 #include "oru_device_interface_base.h"
 
+#include <malloc.h>
+
+#include <atomic>
 #include <cstdlib>
+#include <atomic>
 #include <new>
 #include <vector>
 
@@ -21,6 +25,22 @@ thread_local int t_fail_skip = 0;
 void fail_allocation_of(std::size_t size, int skip) {
     t_fail_skip = skip;
     t_fail_size = size;
+}
+
+// Heap bytes held through new, on every thread, and their peak.
+std::atomic<long long> g_live_bytes{0};
+std::atomic<long long> g_peak_bytes{0};
+
+void count_allocation(void* p) {
+    const long long live = g_live_bytes += static_cast<long long>(malloc_usable_size(p));
+    long long peak = g_peak_bytes;
+    while (live > peak && !g_peak_bytes.compare_exchange_weak(peak, live)) {
+    }
+}
+
+void count_release(void* p) {
+    if (p != nullptr) g_live_bytes -= static_cast<long long>(malloc_usable_size(p));
+    std::free(p);
 }
 }  // namespace
 
@@ -36,7 +56,10 @@ void* operator new(std::size_t size) {
         }
         --t_fail_skip;
     }
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+    if (void* p = std::malloc(size == 0 ? 1 : size)) {
+        count_allocation(p);
+        return p;
+    }
     throw std::bad_alloc();
 }
 // The library allocates with new (std::nothrow): route it here too, so every
@@ -48,9 +71,9 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
         return nullptr;
     }
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p) noexcept { count_release(p); }
+void operator delete(void* p, std::size_t) noexcept { count_release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { count_release(p); }
 #pragma GCC diagnostic pop
 
 namespace {
@@ -156,6 +179,21 @@ TEST_F(ApiLifecycle, NoSensorLeftAfterDisconnect) {
                               api_exception_line(lu_ec_device_object_is_null));
 }
 
+TEST_F(ApiLifecycle, AveragingManyFramesHoldsNoFramesOnTheHeap) {
+    add_sensors(1);
+    {
+        StdoutCapture out;
+        ASSERT_EQ(duConnect(), 1);
+    }
+    vsensor::set_constant_frame(0, 1234);
+    std::vector<double> output(1024, -1.0);
+    const long long before = g_live_bytes;
+    g_peak_bytes = before;
+    EXPECT_EQ(duGetFilterData(output.data(), 20000), 1);
+    EXPECT_LT(g_peak_bytes - before, 1 << 20) << "20000 whole frames would hold 80 MB";
+    EXPECT_EQ(output[512], 1234.0);
+}
+
 TEST_F(ApiLifecycle, AllocationFailureInTheSearchGivesMinusOne) {
     add_sensors(1);
     {
@@ -171,6 +209,8 @@ TEST_F(ApiLifecycle, AllocationFailureInTheSearchGivesMinusOne) {
     EXPECT_EQ(duGetOptimalShutterSpeed(nullptr, 0), 5);
 }
 
+// Memory running out on the event thread fails the one request; nothing
+// escapes the callback and the process goes on.
 TEST_F(ApiLifecycle, AllocationFailureDuringConnectReleasesTheOpenedSensors) {
     add_sensors(2);
     // The second sensor's device object cannot be made.

@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <chrono>
+#include <future>
+
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -80,6 +85,20 @@ TEST_F(AeLookUpTables, MissingOrEmptyFilesAreSkipped) {
     EXPECT_EQ(g_aeLUTSize, 4) << "an empty shutter file leaves the size of the intensity file";
     EXPECT_EQ(g_intensityLUT[3], 7.0);
     EXPECT_EQ(g_ssLUT, nullptr);
+
+    // Not regular files: a FIFO (opening it would block until a writer
+    // came) and a directory count as missing.
+    fs::remove(kShutter);
+    ASSERT_EQ(mkfifo(kShutter, 0600), 0);
+    fs::remove(kIntensity);
+    fs::create_directory(kIntensity);
+    auto loading = std::async(std::launch::async, [] { return initialize_ae_module(kIntensity, kShutter); });
+    ASSERT_EQ(loading.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "blocked on the FIFO";
+    EXPECT_EQ(loading.get(), 1);
+    EXPECT_EQ(g_aeLUTSize, 4);
+    EXPECT_EQ(g_ssLUT, nullptr);
+    fs::remove(kShutter);
+    fs::remove(kIntensity);
 }
 
 TEST_F(AeLookUpTables, LoadingAgainReplacesTheTablesAndAFailedLoadKeepsThem) {

@@ -7,6 +7,7 @@
 #include "oru_device_interface.h"
 #include "oru_device_interface_base.h"
 
+#include <functional>
 #include <vector>
 
 namespace {
@@ -38,6 +39,32 @@ TEST_F(Facade, SensorIdWithoutDeviceObjectPrintsAndLeavesOutputsAlone) {
     EXPECT_EQ(x_coord, 13);
     EXPECT_EQ(y_coord, 14);
     EXPECT_EQ(sensor_type, 15);
+}
+
+// A facade whose initialize never ran has no device object: its operations
+// report that, instead of dereferencing null.
+TEST_F(Facade, OperationsBeforeInitializeThrowInitializationRequired) {
+    oru_device_interface facade;
+    std::vector<double> data(1024, 0.0);
+    unsigned char range = 0, gain = 0, res = 0;
+    const std::vector<std::function<void()>> operations = {
+        [&] { facade.get_shutter_speed(0); },
+        [&] { facade.set_shutter_speed(10, 0); },
+        [&] { facade.get_filter_data(data.data(), 1, 0, 0, 0); },
+        [&] { facade.get_adcsettings(&range, &gain, &res, 0); },
+        [&] { facade.finalize(0); },
+        [&] { facade.get_total_devices(); },
+    };
+    for (size_t i = 0; i < operations.size(); ++i) {
+        try {
+            operations[i]();
+            ADD_FAILURE() << "operation " << i << " did not throw";
+        } catch (const oru_base_exception& e) {
+            EXPECT_EQ(e.error_code, lu_ec_initialization_required) << "operation " << i;
+        }
+    }
+    // Those that report a caught code report this one.
+    EXPECT_EQ(facade.get_onboard_frame_average(0), lu_ec_initialization_required);
 }
 
 TEST_F(Facade, OnboardOperationsReturnTheCaughtCodePositive) {

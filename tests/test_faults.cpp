@@ -153,24 +153,110 @@ TEST_F(Faults, StalledStreamEndsTheShutterSearchWithTheTimeoutCode) {
 
 // ---- a failed bulk completion ---------------------------------------------------
 
-TEST_F(Faults, BulkErrorEndsTheEventLoopForEverySensorUntilTheNextConnect) {
+TEST_F(Faults, BulkErrorStopsThatSensorAloneUntilTheNextConnect) {
     ASSERT_EQ(connect_sensors(2, vsensor::kFaultBulkError), 2);
     testing::internal::CaptureStderr();
     EXPECT_TRUE(read_times_out(0));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), bulk_status_line(LIBUSB_TRANSFER_ERROR));
-    // One event thread serves all sensors; it has ended, so no frame reaches
-    // the library from any sensor now.
-    EXPECT_TRUE(read_times_out(1));
+    EXPECT_EQ(duGetSensorState(0), 2);
+    EXPECT_EQ(duGetSensorState(1), 1);
+    EXPECT_TRUE(reads_its_level(1, 1)) << "the other sensor goes on";
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(read_times_out(0));
-    // Control requests do not need the event thread.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250)) << "fails at once";
+    // Control requests still reach it.
     EXPECT_EQ(call_in_time("duSetShutterSpeed", [] { return duSetShutterSpeed(20); }).result, 1);
     EXPECT_EQ(vsensor::shutter_speed(0), 20);
-    EXPECT_EQ(sensor_id_(), default_sensor_id(0));
     EXPECT_EQ(disconnect_().result, 1);
     EXPECT_EQ(connect_().result, 2);
+    EXPECT_EQ(duGetSensorState(0), 1);
     EXPECT_TRUE(reads_its_level(0, 0));
     EXPECT_TRUE(reads_its_level(1, 1));
 }
+
+TEST_F(Faults, SensorStateRejectsBadIndices) {
+    ASSERT_EQ(connect_sensors(2), 2);
+    EXPECT_EQ(duGetSensorState(-1), -lu_ec_ill_defined_input);
+    EXPECT_EQ(duGetSensorState(10), -lu_ec_ill_defined_input);
+    EXPECT_EQ(duGetSensorState(2), -lu_ec_device_object_is_null);
+    EXPECT_EQ(duGetSensorState(1), 1);
+}
+
+// A fault on sensor 1 of 3 while all three stream: sensors 0 and 2 go on
+// without a gap (every frame carries its number), sensor 1 reports its state
+// and its reads end.
+struct IsolationCase {
+    const char* what;
+    unsigned faults;
+    bool unplug;
+    int state;        // of sensor 1 afterwards
+    int timeout_ms;   // of its read
+};
+void PrintTo(const IsolationCase& c, std::ostream* os) { *os << c.what; }
+
+class FaultIsolation : public Faults, public testing::WithParamInterface<IsolationCase> {
+protected:
+    // Reads `readings` readings of 5 frames from sensor `index`'s stream:
+    // consecutive, none dropped, each frame's value its own number.
+    static ::testing::AssertionResult streams_without_gap(int index, uint64_t* next, int readings) {
+        duActivateSensorWithIndex(index);
+        std::vector<double> output(1024);
+        for (int i = 0; i < readings; ++i) {
+            duFrameStreamInfo info{};
+            const int result = duReadFrameStream(output.data(), 5, 5000, &info);
+            if (result != 1) return ::testing::AssertionFailure() << "sensor " << index << " read gave " << result;
+            if (info.first_sequence != *next || info.dropped_frames != 0)
+                return ::testing::AssertionFailure() << "sensor " << index << " gap: expected " << *next << ", got "
+                                                     << info.first_sequence << ", dropped " << info.dropped_frames;
+            if (output[0] != (info.first_sequence + info.last_sequence) / 2.0)
+                return ::testing::AssertionFailure() << "sensor " << index << " frames out of order";
+            *next = info.last_sequence + 1;
+        }
+        return ::testing::AssertionSuccess();
+    }
+};
+
+TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
+    const IsolationCase& c = GetParam();
+    ASSERT_EQ(connect_sensors(3), 3);
+    vsensor::set_realtime(true);
+    uint64_t next[3] = {0, 0, 0};
+    for (int i = 0; i < 3; ++i) {
+        vsensor::use_frame_counter(i);
+        duActivateSensorWithIndex(i);
+        ASSERT_EQ(call_in_time("duStartFrameStream", [] { return duStartFrameStream(); }).result, 1);
+    }
+    ASSERT_TRUE(streams_without_gap(0, &next[0], 3));
+    ASSERT_TRUE(streams_without_gap(2, &next[2], 3));
+    testing::internal::CaptureStderr();
+    vsensor::set_faults(1, c.faults);
+    if (c.unplug) vsensor::unplug(1);
+    duActivateSensorWithIndex(1);
+    std::vector<double> output(1024);
+    for (int i = 0; i < 2; ++i) {
+        const Outcome got = call_in_time("duReadFrameStream", [&] {
+            return duReadFrameStream(output.data(), 2000, c.timeout_ms, nullptr);
+        });
+        EXPECT_EQ(got.result, -lu_ec_fw_recv_timeout);
+    }
+    EXPECT_TRUE(streams_without_gap(0, &next[0], 20));
+    EXPECT_TRUE(streams_without_gap(2, &next[2], 20));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(duGetSensorState(1), c.state);
+    EXPECT_EQ(duGetSensorState(0), 1);
+    EXPECT_EQ(duGetSensorState(2), 1);
+    for (int i = 0; i < 3; ++i) {
+        duActivateSensorWithIndex(i);
+        EXPECT_EQ(call_in_time("duStopFrameStream", [] { return duStopFrameStream(); }).result, 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OnSensorOneOfThree, FaultIsolation,
+    testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, 1, 100},
+                    IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, 2, 60000},
+                    IsolationCase{"unplug", vsensor::kFaultNone, true, 3, 60000}),
+    [](const testing::TestParamInfo<IsolationCase>& info) { return std::string(info.param.what); });
 
 // ---- a sensor unplugged ----------------------------------------------------------
 
@@ -230,11 +316,12 @@ TEST_F(Faults, SecondConnectAfterASensorVanishedOpensTheOthers) {
     ASSERT_EQ(connect_sensors(3), 3);
     testing::internal::CaptureStderr();
     vsensor::unplug(1);
-    // Its pending transfer ends with "no device", which ends the event loop:
-    // until the next connect no sensor gets frames.
-    EXPECT_TRUE(read_times_out(0));
-    EXPECT_TRUE(read_times_out(2));
+    // Its pending transfer ends with "no device": that sensor alone is gone.
+    EXPECT_TRUE(read_times_out(1));
+    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_TRUE(reads_its_level(2, 2));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), bulk_status_line(LIBUSB_TRANSFER_NO_DEVICE));
+    EXPECT_EQ(duGetSensorState(1), 3);
     const Outcome again = connect_();
     EXPECT_EQ(again.result, 2);
     EXPECT_EQ(again.printed, "Sensor is disconnected.\n" + kOpenedLines + kOpenedLines +

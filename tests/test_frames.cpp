@@ -3,6 +3,7 @@
 #include "stream_fixture.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_usb.h"
 
@@ -16,16 +17,17 @@ namespace {
 
 class Streaming : public streamtest::StreamTest {};
 
-// Waits (bounded) until the event loop has been asked to end.
-bool wait_for_exit_request() {
+// Waits (bounded) until the request has taken n frames.
+bool wait_for_frames_taken(size_t n) {
     std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10), [] { return do_exit != 0; });
+    return exit_cond.wait_for(lk, std::chrono::seconds(10), [n] { return queued_frames() >= n; });
 }
 
-// Waits (bounded) until the queue holds n frames.
-bool wait_for_queue(size_t n) {
-    std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10), [n] { return frameDataQueue.size() >= n; });
+// Filter j of the frame the request kept in place i.
+double kept_value(size_t i, int j) {
+    double frame[1024];
+    copy_queued_frame(i, frame);
+    return frame[j];
 }
 
 }  // namespace
@@ -118,48 +120,55 @@ TEST_F(Streaming, AcquisitionPreparationSetsBlankTimeTwoAndRetriesOnce) {
 TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     bring_up(1);
     vsensor::use_frame_counter(0);
-    iCurrAcqMode = 3;
-    iCurrAvgNum = 4;
+    begin_frame_request(3, 4, 4);
     acquire_frame_data_bulk(70, 0);
-    ASSERT_TRUE(wait_for_queue(4));
+    ASSERT_TRUE(wait_for_frames_taken(4));
     acquire_frame_data_bulk(71, 0);
     std::lock_guard<std::mutex> lk(exit_cond_lock);
-    ASSERT_EQ(frameDataQueue.size(), 4u);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(frameDataQueue[i].size(), 1024u);
-        EXPECT_EQ(frameDataQueue[i][0], i + 2) << "frames 0 and 1 are thrown away";
-        EXPECT_EQ(frameDataQueue[i][1023], i + 2);
+    ASSERT_EQ(queued_frames(), 4u);
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(kept_value(i, 0), i + 2.0) << "frames 0 and 1 are thrown away";
+        EXPECT_EQ(kept_value(i, 1023), i + 2.0);
     }
+    double sum[1024] = {};
+    add_queued_frames(sum);
+    EXPECT_EQ(sum[500], 2 + 3 + 4 + 5);
     EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
-    frameDataQueue.clear();
+    end_frame_request(0);
 }
 
-TEST_F(Streaming, FailedBulkTransferReportsItsStatusAndEndsTheEventLoop) {
-    bring_up(1);
-    iCurrAvgNum = 1;
+// A failed transfer stops its own sensor only: the event loop goes on.
+TEST_F(Streaming, FailedBulkTransferReportsItsStatusAndMarksOnlyItsSensor) {
+    bring_up(2);
+    vsensor::set_constant_frame(1, 900);
     testing::internal::CaptureStderr();
     vsensor::set_faults(0, vsensor::kFaultBulkError);
     acquire_frame_data_bulk(70, 0);
-    ASSERT_TRUE(wait_for_exit_request());
-    EXPECT_EQ(do_exit, 2);
+    ASSERT_TRUE(streamtest::wait_for_health(0, kSensorFailed));
     acquire_frame_data_bulk(71, 0);
-    // The loop ends within its 1-second cycle; tear-down must not wait on it.
-    EXPECT_EQ(tear_down_index(0), 1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 1?\n");
+    EXPECT_EQ(do_exit, 0);
+    EXPECT_TRUE(usb_event_loop_running());
+    EXPECT_EQ(sensor_health(1), kSensorUsable);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 3, 0, 0), lu_ec_fw_recv_timeout) << "the failed sensor's reads end at once";
+    EXPECT_EQ(read(out, 3, 0, 1), lu_ec_success);
+    EXPECT_TRUE(streamtest::all_equal(out, 900.0));
+    // The loop still ends at tear-down.
+    EXPECT_EQ(tear_down_index(0), 1);
     EXPECT_FALSE(usb_event_loop_running());
-    EXPECT_FALSE(vsensor::is_open(0));
 }
 
-TEST_F(Streaming, UnpluggedSensorEndsTheEventLoopWithNoDeviceStatus) {
+TEST_F(Streaming, UnpluggedSensorIsMarkedRemovedWithNoDeviceStatus) {
     bring_up(1);
     testing::internal::CaptureStderr();
     vsensor::unplug(0);
-    ASSERT_TRUE(wait_for_exit_request());
-    EXPECT_EQ(do_exit, 2);
+    ASSERT_TRUE(streamtest::wait_for_health(0, kSensorRemoved));
+    EXPECT_EQ(do_exit, 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 5?\n");
 }
 
-TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop) {
+TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     connect_sensors(1);
     libusb_transfer* transfer = libusb_alloc_transfer(0);
     unsigned char buffer[2048];
@@ -170,17 +179,16 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop)
     libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata, nullptr, 0);
     transfer->status = LIBUSB_TRANSFER_COMPLETED;
     transfer->actual_length = 2048;
-    iCurrAcqMode = 1;
-    iCurrAvgNum = 1;
+    begin_frame_request(1, 1, 1);
     vsensor::unplug(0);
 
     testing::internal::CaptureStdout();
     cb_bulkdata(transfer);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "===>>>> libusb_submit_transfer fail!!!\n");
-    EXPECT_EQ(do_exit, 2);
-    ASSERT_EQ(frameDataQueue.size(), 1u);
-    EXPECT_EQ(frameDataQueue[0][1], 4);
-    EXPECT_EQ(frameDataQueue[0][1023], 4092);
+    EXPECT_EQ(do_exit, 0) << "the loop goes on for the other sensors";
+    ASSERT_EQ(queued_frames(), 1u);
+    EXPECT_EQ(kept_value(0, 1), 4);
+    EXPECT_EQ(kept_value(0, 1023), 4092);
     EXPECT_EQ(g_count, 1);
     unsigned char zeros[2048] = {};
     EXPECT_EQ(std::memcmp(buffer, zeros, sizeof buffer), 0) << "the buffer is zeroed after each frame";
@@ -191,13 +199,13 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionEndsTheEventLoop)
 
 TEST_F(Streaming, ControlModeReadQueuesTheRequestedFramesAndReportsFirstAndLast) {
     connect_sensors(1);
-    iCurrAvgNum = 3;
+    begin_frame_request(0, 3, 0);
     testing::internal::CaptureStdout();
     EXPECT_EQ(acquire_frame_data_control(2, 0), 1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Received data Count = 0\n===>>>> curent count : 0\n"
               "Received data Count = 2\n===>>>> curent count : 2\n");
-    EXPECT_EQ(frameDataQueue.size(), 3u);
+    EXPECT_EQ(queued_frames(), 3u);
     std::vector<vsensor::Event> controls = usbtest::control_events();
     ASSERT_EQ(controls.size(), 3u);
     for (const vsensor::Event& e : controls) {
@@ -209,14 +217,13 @@ TEST_F(Streaming, ControlModeReadQueuesTheRequestedFramesAndReportsFirstAndLast)
         EXPECT_EQ(e.timeout, 2000u);
     }
     EXPECT_EQ(vsensor::total_pause_us(), 3u * 30000u);
-    frameDataQueue.clear();
 }
 
 TEST_F(Streaming, ControlModeReadStopsAtOnceWhenAskedTo) {
     connect_sensors(1);
-    iCurrAvgNum = 3;
+    begin_frame_request(0, 3, 0);
     stopFlag = true;
     EXPECT_EQ(acquire_frame_data_control(2, 0), 1);
     EXPECT_EQ(vsensor::transcript(), "");
-    EXPECT_TRUE(frameDataQueue.empty());
+    EXPECT_EQ(queued_frames(), 0u);
 }

@@ -1,17 +1,15 @@
 #include "cli_format.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
+#include <charconv>
+#include <ctime>
 #include <numeric>
 
-bool parse_format(const std::string& text, OutputFormat& out) {
-    if (text == "table") out = OutputFormat::Table;
-    else if (text == "csv") out = OutputFormat::Csv;
-    else if (text == "json") out = OutputFormat::Json;
-    else return false;
-    return true;
-}
-
 namespace {
+
+constexpr int kDecimals = 4;
 
 struct Summary {
     double min, max, mean;
@@ -29,50 +27,159 @@ Summary summarize(const std::vector<double>& v) {
     return s;
 }
 
-std::string json_escape(const std::string& in) {
-    std::string out;
-    for (char c : in) {
-        if (c == '"' || c == '\\') out += '\\';
-        if (static_cast<unsigned char>(c) < 0x20) continue;
-        out += c;
-    }
-    return out;
+// Appends a value with four decimals, as printf("%.4f") would, but without
+// the locale and format parsing: the CSV rows are mostly this.
+void append_fixed(std::string& out, double value) {
+    char buf[64];
+    const auto result = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, kDecimals);
+    out.append(buf, result.ptr);
+}
+
+template <typename Int>
+void append_int(std::string& out, Int value) {
+    char buf[24];
+    const auto result = std::to_chars(buf, buf + sizeof buf, value);
+    out.append(buf, result.ptr);
+}
+
+// Values rounded to four decimals, as the CSV has them.
+nlohmann::json rounded_values(const std::vector<double>& values) {
+    nlohmann::json array = nlohmann::json::array();
+    for (double v : values) array.push_back(std::round(v * 1e4) / 1e4);
+    return array;
+}
+
+nlohmann::json sequence_or_null(int64_t sequence) {
+    return sequence < 0 ? nlohmann::json(nullptr) : nlohmann::json(sequence);
 }
 
 }  // namespace
 
-// The table is a summary per measurement; the full data goes to csv/json.
-void write_table(FILE* out, const std::vector<Measurement>& series) {
-    std::fprintf(out, "%-4s %-18s %8s %5s %9s %9s %9s %8s\n", "#", "sensor", "shutter", "avg", "min DN",
-                 "mean DN", "max DN", "peak at");
-    for (size_t i = 0; i < series.size(); ++i) {
-        const Measurement& m = series[i];
-        Summary s = summarize(m.values);
-        std::fprintf(out, "%-4zu %-18s %8d %5d %9.1f %9.1f %9.1f %8zu\n", i, m.sensor_id.c_str(), m.shutter_speed,
-                     m.averages, s.min, s.mean, s.max, s.argmax);
+const std::vector<std::string>& format_names() {
+    static const std::vector<std::string> names = {"table", "csv", "jsonl", "json", "csv-columns"};
+    return names;
+}
+
+OutputFormat format_from_name(const std::string& name) {
+    const auto& names = format_names();
+    return static_cast<OutputFormat>(std::find(names.begin(), names.end(), name) - names.begin());
+}
+
+bool format_streams(OutputFormat format) {
+    return format == OutputFormat::Table || format == OutputFormat::Csv || format == OutputFormat::JsonLines;
+}
+
+std::string iso8601_local(int64_t realtime_ns) {
+    const time_t seconds = static_cast<time_t>(realtime_ns / 1000000000);
+    const int millis = static_cast<int>((realtime_ns % 1000000000) / 1000000);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char date[32], offset[8];
+    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+    std::strftime(offset, sizeof offset, "%z", &local);  // +hhmm
+    char text[48];
+    std::snprintf(text, sizeof text, "%s.%03d%.3s:%.2s", date, millis, offset, offset + 3);
+    return text;
+}
+
+std::string format_header(OutputFormat format) {
+    switch (format) {
+    case OutputFormat::Table: {
+        char line[128];
+        std::snprintf(line, sizeof line, "%-4s %-18s %8s %5s %9s %9s %9s %8s\n", "#", "sensor", "shutter", "avg",
+                      "min DN", "mean DN", "max DN", "peak at");
+        return line;
+    }
+    case OutputFormat::Csv: {
+        std::string header = "time,sensor_id,first_sequence,last_sequence,shutter_speed,averages,saturated";
+        for (int f = 0; f < 1024; ++f) {
+            header += ",f";
+            append_int(header, f);
+        }
+        return header + "\n";
+    }
+    default: return "";
     }
 }
 
-void write_csv(FILE* out, const std::vector<Measurement>& series) {
-    std::fprintf(out, "filter");
-    for (size_t i = 0; i < series.size(); ++i) std::fprintf(out, ",m%zu", i);
-    std::fprintf(out, "\n");
-    size_t n = series.empty() ? 0 : series.front().values.size();
+void format_reading(OutputFormat format, const Measurement& m, std::size_t index, std::string& out) {
+    switch (format) {
+    case OutputFormat::Table: {
+        const Summary s = summarize(m.values);
+        char line[160];
+        std::snprintf(line, sizeof line, "%-4zu %-18s %8d %5d %9.1f %9.1f %9.1f %8zu\n", index, m.sensor_id.c_str(),
+                      m.shutter_speed, m.averages, s.min, s.mean, s.max, s.argmax);
+        out += line;
+        return;
+    }
+    case OutputFormat::Csv: {
+        out += iso8601_local(m.realtime_ns);
+        out += ',';
+        out += m.sensor_id;  // letters, digits and dashes: nothing to quote
+        out += ',';
+        if (m.first_sequence >= 0) append_int(out, m.first_sequence);
+        out += ',';
+        if (m.last_sequence >= 0) append_int(out, m.last_sequence);
+        out += ',';
+        append_int(out, m.shutter_speed);
+        out += ',';
+        append_int(out, m.averages);
+        out += ',';
+        append_int(out, m.saturated);
+        for (double v : m.values) {
+            out += ',';
+            append_fixed(out, v);
+        }
+        out += '\n';
+        return;
+    }
+    case OutputFormat::JsonLines: {
+        const nlohmann::json row = {
+            {"time", iso8601_local(m.realtime_ns)},
+            {"sensor_id", m.sensor_id},
+            {"first_sequence", sequence_or_null(m.first_sequence)},
+            {"last_sequence", sequence_or_null(m.last_sequence)},
+            {"shutter_speed", m.shutter_speed},
+            {"averages", m.averages},
+            {"saturated", m.saturated},
+            {"values", rounded_values(m.values)},
+        };
+        out += row.dump();
+        out += '\n';
+        return;
+    }
+    default: return;
+    }
+}
+
+std::string format_csv_columns(const std::vector<Measurement>& series) {
+    std::string out = "filter";
+    for (size_t i = 0; i < series.size(); ++i) {
+        out += ",m";
+        append_int(out, i);
+    }
+    out += '\n';
+    const size_t n = series.empty() ? 0 : series.front().values.size();
     for (size_t f = 0; f < n; ++f) {
-        std::fprintf(out, "%zu", f);
-        for (const auto& m : series) std::fprintf(out, ",%.4f", f < m.values.size() ? m.values[f] : 0.0);
-        std::fprintf(out, "\n");
+        append_int(out, f);
+        for (const auto& m : series) {
+            out += ',';
+            append_fixed(out, f < m.values.size() ? m.values[f] : 0.0);
+        }
+        out += '\n';
     }
+    return out;
 }
 
-void write_json(FILE* out, const std::vector<Measurement>& series) {
-    std::fprintf(out, "{\"measurements\": [");
-    for (size_t i = 0; i < series.size(); ++i) {
-        const Measurement& m = series[i];
-        std::fprintf(out, "%s\n  {\"sensor_id\": \"%s\", \"shutter_speed\": %d, \"averages\": %d, \"time_s\": %.3f,\n   \"values\": [",
-                     i ? "," : "", json_escape(m.sensor_id).c_str(), m.shutter_speed, m.averages, m.timestamp);
-        for (size_t f = 0; f < m.values.size(); ++f) std::fprintf(out, "%s%.4f", f ? ", " : "", m.values[f]);
-        std::fprintf(out, "]}");
+std::string format_json_document(const std::vector<Measurement>& series) {
+    nlohmann::json measurements = nlohmann::json::array();
+    for (const Measurement& m : series) {
+        measurements.push_back({{"sensor_id", m.sensor_id},
+                                {"shutter_speed", m.shutter_speed},
+                                {"averages", m.averages},
+                                {"time_s", std::round(m.timestamp * 1e3) / 1e3},
+                                {"time", iso8601_local(m.realtime_ns)},
+                                {"values", rounded_values(m.values)}});
     }
-    std::fprintf(out, "\n]}\n");
+    return nlohmann::json{{"measurements", measurements}}.dump(1) + "\n";
 }

@@ -91,5 +91,10 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duGetOptimalShutterSpeed", api.duGetOptimalShutterSpeed, error) &&
            bind(lib, "duGetFilterData", api.duGetFilterData, error) &&
            bind(lib, "duSetSensorParameters", api.duSetSensorParameters, error) &&
-           bind(lib, "duGetSensorParameters", api.duGetSensorParameters, error);
+           bind(lib, "duGetSensorParameters", api.duGetSensorParameters, error) &&
+           bind(lib, "duStartFrameStream", api.duStartFrameStream, error) &&
+           bind(lib, "duStopFrameStream", api.duStopFrameStream, error) &&
+           bind(lib, "duReadFrameStreamOf", api.duReadFrameStreamOf, error) &&
+           bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
+           bind(lib, "duSetLogHandler", api.duSetLogHandler, error);
 }

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "oru_device_api.h"
+
 struct OruApi {
     int (*duConnect)();
     int (*duDisconnect)();
@@ -24,6 +26,11 @@ struct OruApi {
     int (*duGetFilterData)(double*, int);
     int (*duSetSensorParameters)(int, int);
     int (*duGetSensorParameters)(int*, int*);
+    int (*duStartFrameStream)();
+    int (*duStopFrameStream)();
+    int (*duReadFrameStreamOf)(int, double*, int, int, duFrameStreamInfo*);
+    int (*duGetSensorState)(int);
+    void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
 };
 
 // virtual_sensors < 0: use the real USB library; otherwise load the virtual

@@ -20,6 +20,8 @@ struct _oru_def_auto_exposure_parameters {
 };
 
 extern _oru_def_auto_exposure_parameters m_gAEParams;
+// Back to the default parameters (tests).
+void reset_ae_parameters();
 extern double* g_intensityLUT;
 extern double* g_ssLUT;
 extern int g_aeLUTSize;

@@ -7,12 +7,23 @@
 
 // Last shutter speed requested; the event-thread side reads it for pauses.
 extern std::atomic<int> g_iCurShutterSpeed;
+// The shutter speed last written to this sensor (the process-wide value when
+// none was): what its frames' period follows.
+int sensor_shutter_speed(unsigned int iDeviceId);
+// Tests: forget every sensor's own value.
+void reset_sensor_shutter_speeds();
 extern int iCurBlankTime;
 extern int g_iSleepTime;  // ms after each blank-time / ADC command
 // Statistics of verified writes (nothing reads them back).
 extern int iTotalCount;
 extern int iSuccessCount;
 extern int iFailCount;
+// One verified write counted in the statistics.
+void count_verified(bool bMatched);
+// Records the blank time last set on a sensor.
+void note_blank_time(int iBlankTime);
+// Puts the variables above back to their start values (tests).
+void reset_device_settings();
 
 // A setting written as two one-byte commands and read back by two more.
 struct SCommandPair {
@@ -22,6 +33,14 @@ struct SBytePair {
     unsigned char ucFirst, ucSecond;
     bool operator==(const SBytePair& o) const { return ucFirst == o.ucFirst && ucSecond == o.ucSecond; }
 };
+
+// The command pairs of the verified settings: upper (or first) byte first.
+constexpr SCommandPair ORU_WRITE_SHUTTER = {37, 5};
+constexpr SCommandPair ORU_READ_SHUTTER = {36, 4};
+constexpr SCommandPair ORU_WRITE_BLANK_TIME = {34, 33};
+constexpr SCommandPair ORU_READ_BLANK_TIME = {39, 38};
+constexpr SCommandPair ORU_WRITE_ADC = {19, 20};  // range byte, gain/resolution byte
+constexpr SCommandPair ORU_READ_ADC = {35, 40};
 // Writes `value`, reads it back, pausing iPauseUs after every command, and
 // repeats both once when the read-back differs. Returns the last read-back.
 SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair value, unsigned int iPauseUs,

@@ -3,6 +3,10 @@
 #ifndef ORU_DEVICE_INTERFACE_STM_H
 #define ORU_DEVICE_INTERFACE_STM_H
 
+// bmRequestType of every command: IN, class, interface (0xA1). Even "write"
+// commands carry their value in wValue and are answered with a reply.
+#define ORU_REQUEST_TYPE_CLASS_IN 0xA1
+
 unsigned char do_control_transfer(int iCommand, int wValue, unsigned int iDeviceId);
 int start_sensor(unsigned int iDeviceId);  // always 1
 int stop_sensor(unsigned int iDeviceId);   // always 1

@@ -2,13 +2,10 @@
 #ifndef ORU_DEVICE_INTERFACE_STM_BRINGUP_H
 #define ORU_DEVICE_INTERFACE_STM_BRINGUP_H
 
-#include <map>
-#include <thread>
+#include "efm32com/oru_device_interface_stm_event_loop.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
 
-extern std::map<int, bool> allocTransferBulkMap;
 extern int maxNumOfDevice;
-extern int asyncTransferInitialized;
-extern std::thread usbEventLoop_thread;
 
 int initialize_device_interface(unsigned int iDeviceId);  // lu_ec_success or lu_ec_fail_to_initialize_device
 int close_device_interface(unsigned int iDeviceId);       // always 1

@@ -31,6 +31,20 @@ int connect_LED_device();
 int disconnect_device(unsigned int iDeviceId);
 int reconnect_device(unsigned int& iDeviceId, libusb_device* pDev, libusb_context* lctx, bool detach);
 
+// Number of the first interface of configuration 0, the one a sensor's
+// connection claims; -1 when there is none or the descriptor cannot be read.
+// pnInterfaces, when given, receives the number of interfaces (0 then).
+int first_interface_number(libusb_device_handle* pHandle, int* pnInterfaces = nullptr);
+
+// The dispatcher's lookup: like find_device_handle, but an unknown index is
+// entered with a null handle.
+libusb_device_handle* device_handle_entry(unsigned int iDeviceId);
+// Records the index chosen by set_device_index.
+void remember_device_index(unsigned int iDeviceId);
+
+// Closes every stored handle and empties the maps (tests).
+void reset_usb_handles();
+
 // Handle stored for a sensor index, or null. Unlike a subscript of the map it
 // never inserts an entry.
 libusb_device_handle* find_device_handle(unsigned int iDeviceId);

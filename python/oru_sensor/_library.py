@@ -1,8 +1,12 @@
 """Finding and loading liboru_device (and, for virtual sensors, the drop-in
-USB library that must be in the process before it)."""
+USB library that must be in the process before it). The library's own lines
+go to the `logging` module, logger "oru_sensor": errors at WARNING, the rest
+at DEBUG."""
 
+import atexit
 import ctypes
 import ctypes.util
+import logging
 import os
 
 _HERE = os.path.dirname(os.path.abspath(__file__))
@@ -76,12 +80,36 @@ def _declare(lib):
         "duStartFrameStream": ([], c_int),
         "duStopFrameStream": ([], c_int),
         "duReadFrameStream": ([p_double, c_int, c_int, ctypes.c_void_p], c_int),
+        "duReadFrameStreamOf": ([c_int, p_double, c_int, c_int, ctypes.c_void_p], c_int),
+        "duGetSensorState": ([c_int], c_int),
+        "duLockSensors": ([], None),
+        "duUnlockSensors": ([], None),
+        "duSetLogHandler": ([_LOG_HANDLER, ctypes.c_void_p], None),
     }
     for name, (args, res) in sigs.items():
         fn = getattr(lib, name)
         fn.argtypes = args
         fn.restype = res
     return lib
+
+
+_LOG_HANDLER = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ctypes.c_void_p)
+_logger = logging.getLogger("oru_sensor")
+
+
+def _forward_line(level, line, _user):
+    # Called from the library's threads too (its event thread for the bulk
+    # transfer lines); ctypes takes the GIL for us.
+    _logger.log(logging.WARNING if level else logging.DEBUG, "%s", line.decode("latin-1", "replace"))
+
+
+_forward = _LOG_HANDLER(_forward_line)  # kept alive for as long as the library may call it
+
+
+def _route_lines_to_logging(lib):
+    lib.duSetLogHandler(_forward, None)
+    # Before the interpreter goes away, hand the lines back to the library.
+    atexit.register(lib.duSetLogHandler, _LOG_HANDLER(), None)
 
 
 def load(virtual=None):
@@ -93,8 +121,9 @@ def load(virtual=None):
         if (virtual is None) != (_loaded_virtual is None):
             raise RuntimeError("liboru_device is already loaded %s; start a new process to switch"
                                % ("for virtual sensors" if _loaded_virtual is not None else "for USB hardware"))
-        if virtual is not None:
-            os.environ["ORU_VSENSOR_COUNT"] = str(virtual)
+        if virtual is not None and virtual != _loaded_virtual:
+            raise RuntimeError("liboru_device is already loaded for %d virtual sensors; start a new process "
+                               "for %d" % (_loaded_virtual, virtual))
         return _loaded
     if virtual is not None:
         os.environ["ORU_VSENSOR_COUNT"] = str(virtual)
@@ -102,4 +131,5 @@ def load(virtual=None):
         _first(_candidates_dropin(hint), ctypes.RTLD_GLOBAL)
     lib, _ = _first(_candidates_library(), ctypes.RTLD_GLOBAL)
     _loaded, _loaded_virtual = _declare(lib), virtual
+    _route_lines_to_logging(_loaded)
     return _loaded

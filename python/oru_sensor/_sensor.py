@@ -2,53 +2,29 @@
 
 import contextlib
 import ctypes
-import os
-import sys
 from collections import namedtuple
 
 from . import _library
-from ._errors import NoDeviceInSystem, OruError, check
+from ._errors import Fail, NoDeviceInSystem, check
 from ._stream import FrameStream, Reading, values_of
 
 NUM_FILTERS = 1024
+C_INT_MAX = 2**31 - 1
 
 AdcSettings = namedtuple("AdcSettings", "gain range")
 
 
-@contextlib.contextmanager
-def _quiet(enabled):
-    """The library prints progress lines on standard output; hide them."""
-    if not enabled:
-        yield
-        return
-    sys.stdout.flush()
-    saved = os.dup(1)
-    devnull = os.open(os.devnull, os.O_WRONLY)
-    try:
-        os.dup2(devnull, 1)
-        yield
-    finally:
-        try:
-            ctypes.CDLL(None).fflush(None)
-        except (OSError, AttributeError):
-            pass
-        os.dup2(saved, 1)
-        os.close(saved)
-        os.close(devnull)
-
-
 class Sensor:
-    """One connected sensor. Every call first makes it the active sensor."""
+    """One connected sensor. Every call first makes it the active sensor,
+    holding the library's lock across both, so that threads may share
+    Sensor objects: each call is atomic."""
 
-    def __init__(self, lib, index, quiet):
+    def __init__(self, lib, index):
         self._lib = lib
         self.index = index
-        self._quiet = quiet
 
     def _call(self, fn, *args, what=None):
-        with _quiet(self._quiet):
-            self._lib.duActivateSensorWithIndex(self.index)
-            result = fn(*args)
+        result = self._call_raw(fn, *args)
         return check(result, what) if result <= 0 else result
 
     @property
@@ -108,10 +84,11 @@ class Sensor:
 
     def read_filter_data(self, averages=10):
         """1024 filter outputs in DN, each the mean of `averages` frames."""
-        if int(averages) < 1:
-            raise ValueError("averages must be at least 1")
+        averages = int(averages)
+        if not 1 <= averages <= C_INT_MAX:
+            raise ValueError("averages must be 1..%d, got %d" % (C_INT_MAX, averages))
         buf = (ctypes.c_double * NUM_FILTERS)()
-        self._call(self._lib.duGetFilterData, buf, int(averages), what="reading filter data")
+        self._call(self._lib.duGetFilterData, buf, averages, what="reading filter data")
         return values_of(buf)
 
     def read(self, averages=10):
@@ -141,16 +118,20 @@ class Sensor:
             filters = [int(f) for f in filters]
             if not filters or min(filters) < 1 or max(filters) > NUM_FILTERS:
                 raise ValueError("filters must be 1-based numbers 1..%d" % NUM_FILTERS)
+            if len(filters) > NUM_FILTERS:
+                raise ValueError("at most %d filters, got %d" % (NUM_FILTERS, len(filters)))
             arr = (ctypes.c_int * len(filters))(*filters)
             ptr, count = arr, len(filters)
         else:
             ptr, count = None, 0
+        if target is not None and not 1 <= int(target) <= C_INT_MAX:
+            raise ValueError("target must be 1..%d DN, got %r" % (C_INT_MAX, target))
         if target is None:
             result = self._call_raw(self._lib.duGetOptimalShutterSpeed, ptr, count)
         else:
             result = self._call_raw(self._lib.duGetOptimalShutterSpeed2, ptr, count, int(target))
         if result == -1:
-            raise OruError(-1, "auto exposure failed: saturated even at shutter speed 1, or the search failed "
+            raise Fail(-1, "auto exposure failed: saturated even at shutter speed 1, or the search failed "
                                "(code -1)")
         check(result, "auto exposure")
         # The search leaves the sensor at this speed; make the cached value agree.
@@ -158,9 +139,17 @@ class Sensor:
         return result
 
     def _call_raw(self, fn, *args):
-        with _quiet(self._quiet):
+        self._lib.duLockSensors()
+        try:
             self._lib.duActivateSensorWithIndex(self.index)
             return fn(*args)
+        finally:
+            self._lib.duUnlockSensors()
+
+    @property
+    def state(self):
+        """1 usable, 2 failed (transfer error), 3 removed."""
+        return check(self._lib.duGetSensorState(self.index), "reading the sensor state")
 
     def __repr__(self):
         return "<Sensor %d>" % self.index
@@ -170,15 +159,17 @@ class Sensor:
 def connect(virtual=None, quiet=True):
     """Connects every attached sensor and yields the list of Sensor objects;
     disconnects on leaving. `virtual=N` runs on N virtual sensors instead of
-    USB hardware (fixed for the life of the process)."""
+    USB hardware (fixed for the life of the process). The library's lines go
+    to the logger "oru_sensor"; `quiet` is kept for older callers and has no
+    effect."""
+    if virtual is not None and (isinstance(virtual, bool) or not isinstance(virtual, int) or virtual < 1):
+        raise ValueError("virtual must be a number of sensors (1 or more) or None, got %r" % (virtual,))
     lib = _library.load(virtual)
-    with _quiet(quiet):
-        n = lib.duConnect()
-    if n == -1:
-        raise NoDeviceInSystem(-1, "no sensor found (code -1)")
+    n = lib.duConnect()
+    if n == -1:  # duConnect's own result for "no sensor"
+        raise NoDeviceInSystem(NoDeviceInSystem.code, "no sensor found")
     check(n, "connecting")
     try:
-        yield [Sensor(lib, i, quiet) for i in range(n)]
+        yield [Sensor(lib, i) for i in range(n)]
     finally:
-        with _quiet(quiet):
-            lib.duDisconnect()
+        lib.duDisconnect()

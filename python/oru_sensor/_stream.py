@@ -137,8 +137,10 @@ class FrameStream:
             raise StopIteration
         self.start()
         try:
-            result = self._sensor._call_raw(self._sensor._lib.duReadFrameStream, self._buf, self._averages,
-                                            self._timeout_ms, ctypes.byref(self._info))
+            # By index, without the library's lock: other threads' calls go on
+            # while this one waits for its frames.
+            result = self._sensor._lib.duReadFrameStreamOf(self._sensor.index, self._buf, self._averages,
+                                                           self._timeout_ms, ctypes.byref(self._info))
             check(result, "reading the frame stream")
         except BaseException:
             self.stop()

@@ -109,12 +109,71 @@ class StreamTest(unittest.TestCase):
                 break
             self.assertEqual(s.read().averages, 10)
 
-    def test_bad_stream_arguments_raise_before_calling(self):
+    def test_bad_arguments_raise_before_calling(self):
         with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
-            for kwargs in ({"averages": 0}, {"averages": 2**31}, {"count": -1}, {"timeout": -1},
-                           {"timeout": float("nan")}):
-                with self.subTest(**kwargs), self.assertRaises(ValueError):
-                    sensors[0].stream(**kwargs)
+            s = sensors[0]
+            cases = [
+                ("stream averages 0", lambda: s.stream(averages=0)),
+                ("stream averages 2**31", lambda: s.stream(averages=2**31)),
+                ("stream count -1", lambda: s.stream(count=-1)),
+                ("stream timeout -1", lambda: s.stream(timeout=-1)),
+                ("stream timeout nan", lambda: s.stream(timeout=float("nan"))),
+                ("read averages 2**32", lambda: s.read_filter_data(2**32)),
+                ("read averages 0", lambda: s.read_filter_data(0)),
+                ("filter 0", lambda: s.optimal_shutter_speed([1, 0])),
+                ("filter -5", lambda: s.optimal_shutter_speed([-5])),
+                ("filter 1025", lambda: s.optimal_shutter_speed([1025])),
+                ("1025 filters", lambda: s.optimal_shutter_speed([1] * 1025)),
+                ("target 0", lambda: s.optimal_shutter_speed(target=0)),
+                ("target INT_MIN", lambda: s.optimal_shutter_speed(target=-2**31)),
+                ("virtual 0", lambda: oru_sensor.connect(virtual=0).__enter__()),
+            ]
+            for what, call in cases:
+                with self.subTest(what), self.assertRaises(ValueError):
+                    call()
+            self.assertGreater(s.optimal_shutter_speed([1, 1024], target=5000), 0)
+
+
+class ThreadsTest(unittest.TestCase):
+    def test_two_threads_on_two_sensors_each_get_their_own(self):
+        import threading
+        with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+            ids = [s.sensor_id for s in sensors]
+            dark = {}
+            results = {}
+
+            def work(s, shutter, rounds):
+                got = []
+                for _ in range(rounds):
+                    s.shutter_speed = shutter
+                    got.append((s.sensor_id, sum(s.read_filter_data(2)) / 1024))
+                    with s.stream(averages=3, count=2) as readings:
+                        got += [(r.sensor_id, sum(r.values) / 1024) for r in readings]
+                results[s.index] = got
+
+            threads = [threading.Thread(target=work, args=(sensors[0], 5, 15)),
+                       threading.Thread(target=work, args=(sensors[1], 300, 15))]
+            for t in threads:
+                t.start()
+            for t in threads:
+                t.join(120)
+            self.assertFalse(any(t.is_alive() for t in threads))
+            # Shutter 5 and shutter 300 lie far apart on the white scene.
+            for index, (low, high) in ((0, (0, 600)), (1, (1500, 4096))):
+                self.assertEqual(len(results[index]), 45)
+                for sensor_id, mean in results[index]:
+                    self.assertEqual(sensor_id, ids[index])
+                    self.assertTrue(low <= mean <= high, (index, mean))
+
+    def test_library_lines_go_to_logging(self):
+        with self.assertLogs("oru_sensor", level="DEBUG") as logs:
+            with oru_sensor.connect(virtual=N_VIRTUAL) as sensors:
+                s = sensors[0]
+                with self.assertRaises(oru_sensor.IllDefinedInput):  # target 0, refused by the library
+                    s._call(s._lib.duGetOptimalShutterSpeed2, None, 0, 0)
+        self.assertIn("DEBUG:oru_sensor:**** [oru_device_api] Total number of sensors: %d" % N_VIRTUAL, logs.output)
+        self.assertIn("WARNING:oru_sensor:[oru_device_api] ORU_BASE_EXCEPTION happened: ill-defined input",
+                      logs.output)
 
 
 class ErrorMappingTest(unittest.TestCase):
@@ -128,12 +187,16 @@ class ErrorMappingTest(unittest.TestCase):
             check(-8)
         with self.assertRaises(oru_sensor.OruError):
             check(-31)
+        with self.assertRaises(oru_sensor.Fail):
+            check(-1)
         self.assertEqual(check(5), 5)
 
     def test_switching_between_virtual_and_hardware_is_refused(self):
         oru_sensor._library.load(N_VIRTUAL)
         with self.assertRaises(RuntimeError):
             oru_sensor._library.load(None)
+        with self.assertRaises(RuntimeError):  # the drop-in has made its sensors already
+            oru_sensor._library.load(N_VIRTUAL + 1)
 
 
 if __name__ == "__main__":

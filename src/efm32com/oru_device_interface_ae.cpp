@@ -13,7 +13,13 @@
 #include <climits>
 #include <cmath>
 
+// Caller thread only; written by the setters below and by the device object's
+// parameter calls through them.
 _oru_def_auto_exposure_parameters m_gAEParams;
+
+void reset_ae_parameters() {
+    m_gAEParams.init();
+}
 
 void _oru_def_auto_exposure_parameters::init() {
     initial_ss = 5;

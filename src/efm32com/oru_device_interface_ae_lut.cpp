@@ -5,6 +5,7 @@
 #include "utils/oru_utils_interface.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -17,8 +18,11 @@ int g_aeLUTSize = 0;
 namespace {
 
 // Only the first non-empty line of the file is the table. A missing or empty
-// file leaves the table as it was.
+// file leaves the table as it was. So does anything that is not a regular
+// file: opening a FIFO would block the bring-up until a writer comes.
 void load_lut(const char* strFileName, double*& pTable) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(strFileName, error)) return;
     std::ifstream file(strFileName);
     if (!file.is_open()) return;
     std::string line;

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int kCmdIdentity = 1;
-constexpr int kRequestTypeClassIn = LIBUSB_ENDPOINT_IN | LIBUSB_REQUEST_TYPE_CLASS | LIBUSB_RECIPIENT_INTERFACE;
 constexpr int kIdentityBytes = 5;
 constexpr int kIdentityTimeoutMs = 2000;
 constexpr unsigned int kCommandPauseUs = 1000;
@@ -32,7 +31,7 @@ bool is_special_lot(int iLot) {
 void read_identity(unsigned char* buf, unsigned int iDeviceId) {
     libusb_device_handle* pHandle = find_device_handle(iDeviceId);
     if (pHandle != nullptr)
-        usb_control_msg(pHandle, kRequestTypeClassIn, kCmdIdentity, 0, 0, reinterpret_cast<char*>(buf),
+        usb_control_msg(pHandle, ORU_REQUEST_TYPE_CLASS_IN, kCmdIdentity, 0, 0, reinterpret_cast<char*>(buf),
                         kIdentityBytes, kIdentityTimeoutMs);
 }
 

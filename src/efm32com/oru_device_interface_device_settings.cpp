@@ -2,12 +2,17 @@
 // one-byte commands with the pauses the microcontroller needs between them.
 #include "efm32com/oru_device_interface_device_settings.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_stm.h"
 
 #include <climits>
 #include <cstdio>
 #include <unistd.h>
 
+// Written only here (initialize_sensor goes through count_verified and
+// note_blank_time). Caller thread; no lock.
+// g_iCurShutterSpeed is atomic: the consumer's wait bound and the pauses read it.
 std::atomic<int> g_iCurShutterSpeed{1};
 int iCurBlankTime = 0;
 int g_iSleepTime = 30;
@@ -16,13 +21,32 @@ int iSuccessCount = 0;
 int iFailCount = 0;
 
 namespace {
+// The shutter speed last written to each sensor, beside the one process-wide
+// value above that drives the protocol's pauses. 0: never written. Written
+// by the caller thread that sets it, read by callers; atomic, no lock.
+constexpr unsigned int kMaxSensors = 256;
+std::atomic<int> g_iSensorShutterSpeed[kMaxSensors] = {};
+}  // namespace
 
-constexpr SCommandPair kWriteShutter = {37, 5};  // upper byte first
-constexpr SCommandPair kReadShutter = {36, 4};
-constexpr SCommandPair kWriteBlankTime = {34, 33};
-constexpr SCommandPair kReadBlankTime = {39, 38};
-constexpr SCommandPair kWriteAdc = {19, 20};     // range byte, gain/resolution byte
-constexpr SCommandPair kReadAdc = {35, 40};
+int sensor_shutter_speed(unsigned int iDeviceId) {
+    const int iShutter = iDeviceId < kMaxSensors ? g_iSensorShutterSpeed[iDeviceId].load() : 0;
+    return iShutter != 0 ? iShutter : g_iCurShutterSpeed.load();
+}
+
+void reset_sensor_shutter_speeds() {
+    for (auto& shutter : g_iSensorShutterSpeed) shutter = 0;
+}
+
+
+void reset_device_settings() {
+    reset_sensor_shutter_speeds();
+    g_iCurShutterSpeed = 1;
+    iCurBlankTime = 0;
+    g_iSleepTime = 30;
+    iTotalCount = iSuccessCount = iFailCount = 0;
+}
+
+namespace {
 
 // The shutter commands run back to back with a short fixed pause.
 constexpr unsigned int kShutterPauseUs = 5000;
@@ -71,6 +95,8 @@ void settle_signed(int iUnits) {
     usleep(static_cast<unsigned int>(iMs) * 1000u);
 }
 
+}  // namespace
+
 void count_verified(bool bMatched) {
     ++iTotalCount;
     if (bMatched)
@@ -79,7 +105,9 @@ void count_verified(bool bMatched) {
         ++iFailCount;
 }
 
-}  // namespace
+void note_blank_time(int iBlankTime) {
+    iCurBlankTime = iBlankTime;
+}
 
 SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair value, unsigned int iPauseUs,
                               unsigned int iDeviceId) {
@@ -97,14 +125,15 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
 
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
     g_iCurShutterSpeed = iShutterSpeedW;
+    if (iDeviceId < kMaxSensors) g_iSensorShutterSpeed[iDeviceId] = iShutterSpeedW;
     const SBytePair shutterW = split_word(iShutterSpeedW);
 
     iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;
     const SBytePair blankW = split_word(iCurBlankTime);
-    command(kWriteBlankTime.iFirst, blankW.ucFirst, kShutterPauseUs, iDeviceId);
-    command(kWriteBlankTime.iSecond, blankW.ucSecond, kShutterPauseUs, iDeviceId);
+    command(ORU_WRITE_BLANK_TIME.iFirst, blankW.ucFirst, kShutterPauseUs, iDeviceId);
+    command(ORU_WRITE_BLANK_TIME.iSecond, blankW.ucSecond, kShutterPauseUs, iDeviceId);
 
-    const SBytePair shutterR = write_verified_pair(kWriteShutter, kReadShutter, shutterW, kShutterPauseUs, iDeviceId);
+    const SBytePair shutterR = write_verified_pair(ORU_WRITE_SHUTTER, ORU_READ_SHUTTER, shutterW, kShutterPauseUs, iDeviceId);
     // The whole int must come back: a value beyond 16 bits always counts as failed.
     count_verified(shutterR == shutterW && join_word(shutterR) == iShutterSpeedW);
 
@@ -115,8 +144,8 @@ ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDev
 
 ORU_ERROR_CODE get_shutter_speed_from_sensor(int* iCurSS, unsigned int iDeviceId) {
     SBytePair shutterR;
-    shutterR.ucFirst = command(kReadShutter.iFirst, 0, kShutterReadPauseUs, iDeviceId);
-    shutterR.ucSecond = do_control_transfer(kReadShutter.iSecond, 0, iDeviceId);
+    shutterR.ucFirst = command(ORU_READ_SHUTTER.iFirst, 0, kShutterReadPauseUs, iDeviceId);
+    shutterR.ucSecond = do_control_transfer(ORU_READ_SHUTTER.iSecond, 0, iDeviceId);
     const int iValue = join_word(shutterR);
     // Settles on the shutter value read, not on the blank time as the setter does.
     settle_signed(iValue);
@@ -130,8 +159,8 @@ ORU_ERROR_CODE get_current_shutter_speed(int* iShutterSpeed, unsigned int iDevic
 
 ORU_ERROR_CODE set_blank_time_to_sensor(int iBlankTime, unsigned int iDeviceId) {
     const SBytePair blankW = split_word(iBlankTime);
-    command(kWriteBlankTime.iFirst, blankW.ucFirst, sleep_time_us(), iDeviceId);
-    command(kWriteBlankTime.iSecond, blankW.ucSecond, sleep_time_us(), iDeviceId);
+    command(ORU_WRITE_BLANK_TIME.iFirst, blankW.ucFirst, sleep_time_us(), iDeviceId);
+    command(ORU_WRITE_BLANK_TIME.iSecond, blankW.ucSecond, sleep_time_us(), iDeviceId);
     iCurBlankTime = iBlankTime;
     settle_unsigned(iCurBlankTime);
     return lu_ec_success;
@@ -139,8 +168,8 @@ ORU_ERROR_CODE set_blank_time_to_sensor(int iBlankTime, unsigned int iDeviceId) 
 
 ORU_ERROR_CODE get_blank_time_from_sensor(int* iBlankTime, unsigned int iDeviceId) {
     SBytePair blankR;
-    blankR.ucFirst = command(kReadBlankTime.iFirst, 0, sleep_time_us(), iDeviceId);
-    blankR.ucSecond = command(kReadBlankTime.iSecond, 0, sleep_time_us(), iDeviceId);
+    blankR.ucFirst = command(ORU_READ_BLANK_TIME.iFirst, 0, sleep_time_us(), iDeviceId);
+    blankR.ucSecond = command(ORU_READ_BLANK_TIME.iSecond, 0, sleep_time_us(), iDeviceId);
     *iBlankTime = join_word(blankR);
     iCurBlankTime = *iBlankTime;
     return lu_ec_success;
@@ -150,19 +179,19 @@ ORU_ERROR_CODE set_adc_setting_values(unsigned char ucADCRangeIndex, unsigned ch
                                       unsigned int iDeviceId) {
     // The resolution is not masked to one bit: larger values set higher bits.
     const SBytePair adcW = {ucADCRangeIndex, static_cast<unsigned char>((ucGain << 1) | ucRes)};
-    const SBytePair adcR = write_verified_pair(kWriteAdc, kReadAdc, adcW, sleep_time_us(), iDeviceId);
+    const SBytePair adcR = write_verified_pair(ORU_WRITE_ADC, ORU_READ_ADC, adcW, sleep_time_us(), iDeviceId);
     count_verified(adcR == adcW);
     return lu_ec_success;
 }
 
 ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* ucGain, unsigned char* ucRes,
                                       unsigned int iDeviceId) {
-    const unsigned char ucRange = command(kReadAdc.iFirst, 0, sleep_time_us(), iDeviceId);
-    const unsigned char ucGainRes = command(kReadAdc.iSecond, 0, sleep_time_us(), iDeviceId);
+    const unsigned char ucRange = command(ORU_READ_ADC.iFirst, 0, sleep_time_us(), iDeviceId);
+    const unsigned char ucGainRes = command(ORU_READ_ADC.iSecond, 0, sleep_time_us(), iDeviceId);
     *ucADCRange = ucRange;
     *ucGain = (ucGainRes >> 1) & 1;
     *ucRes = ucGainRes & 1;
-    printf("[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
+    oru_log(kLogNormal, "[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
            static_cast<int>(iDeviceId));
     return lu_ec_success;
 }

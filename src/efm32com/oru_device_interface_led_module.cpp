@@ -2,6 +2,8 @@
 // microcontroller.
 #include "efm32com/oru_device_interface_led_module.h"
 
+#include "oru_log.h"
+
 #include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
@@ -41,7 +43,7 @@ int make_led_state_word(const bool* OnArray, int nNumOfLED, int intensity, int* 
 ORU_ERROR_CODE set_led_state_values(bool* OnArray, int nNumOfLED, int intensity, unsigned int iDeviceId) {
     int iState = 0;
     const int wValue = make_led_state_word(OnArray, nNumOfLED, intensity, &iState);
-    printf("[LED] set LED status(%d), intensity: %d, value: %d\n", iState, intensity, wValue);
+    oru_log(kLogNormal, "[LED] set LED status(%d), intensity: %d, value: %d\n", iState, intensity, wValue);
     convert_number_to_binary(wValue);
     libusb_device_handle* pHandle = find_device_handle(iDeviceId);
     if (pHandle != nullptr)
@@ -56,8 +58,8 @@ ORU_ERROR_CODE set_led_op_mode_values(int, int, unsigned int) {
 void convert_number_to_binary(int n) {
     if (n > 1) {
         convert_number_to_binary(n >> 1);
-        printf("%d", n % 2);
+        oru_log(kLogNormal, "%d", n % 2);
     } else {
-        printf("%d", n);
+        oru_log(kLogNormal, "%d", n);
     }
 }

@@ -11,9 +11,6 @@
 
 namespace {
 
-// IN, class, interface: even "write" commands carry their value in wValue
-// and are answered with at least one byte.
-constexpr int kRequestTypeClassIn = LIBUSB_ENDPOINT_IN | LIBUSB_REQUEST_TYPE_CLASS | LIBUSB_RECIPIENT_INTERFACE;
 constexpr int kIndex = 0;
 constexpr int kLongTimeoutMs = 2000;  // identity and block reads
 constexpr int kTimeoutMs = 1000;
@@ -65,8 +62,7 @@ constexpr int kWriteRegisterCodes[] = {37, 5, 34, 33, 49, 50, 51, 52, 19, 20};
 }  // namespace
 
 unsigned char do_control_transfer(int iCommand, int wValue, unsigned int iDeviceId) {
-    // A subscript on purpose: an unknown index is remembered with a null handle.
-    libusb_device_handle* pHandle = UsbDevHandle::pDevH[static_cast<int>(iDeviceId)];
+    libusb_device_handle* pHandle = device_handle_entry(iDeviceId);
     if (pHandle == nullptr)
         return kNotSent;
     const SCommandGroup* pGroup = find_group(iCommand);
@@ -76,7 +72,7 @@ unsigned char do_control_transfer(int iCommand, int wValue, unsigned int iDevice
     // Zeroed, so a failed or short transfer answers 0; the status itself is
     // not looked at.
     char reply[kMaxReply] = {};
-    usb_control_msg(pHandle, kRequestTypeClassIn, iCommand, pGroup->bSendsArgument ? wValue : 0, kIndex, reply,
+    usb_control_msg(pHandle, ORU_REQUEST_TYPE_CLASS_IN, iCommand, pGroup->bSendsArgument ? wValue : 0, kIndex, reply,
                     pGroup->wLength, pGroup->iTimeoutMs);
     return pGroup->bReplyIsResult ? static_cast<unsigned char>(reply[0]) : kNotSent;
 }
@@ -115,7 +111,7 @@ bool read_from_device(int, int, unsigned int) {
 }
 
 int set_device_index(unsigned int idx) {
-    UsbDevId::currentDevId[static_cast<int>(idx)] = static_cast<int>(idx);
+    remember_device_index(idx);
     return 1;
 }
 

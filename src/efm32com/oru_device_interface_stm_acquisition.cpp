@@ -1,11 +1,15 @@
 // One request for filter data: switch streaming on as the acquisition mode
-// asks, wait (bounded) for the frames the bulk callback queues, average them
-// plainly or through the frame moving-average ring, and switch streaming off.
+// asks, wait (bounded) for the frames the bulk callback takes, report a queue
+// of the wrong size, switch streaming off, and average the frames plainly or
+// through the frame moving-average ring.
 #include "efm32com/oru_device_interface_stm_acquisition.h"
-#include "efm32com/oru_device_interface_usb.h"
+
+#include "oru_log.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_usb.h"
 
 #include <unistd.h>
 
@@ -14,35 +18,32 @@
 #include <cstdio>
 #include <vector>
 
-// Caller thread only.
-bool g_enable_FMA = false;
-double g_FMA_Buffer[ORU_FMA_SLOTS * 1024];
-int g_FMA_FrameCount = 0;
-bool g_FMA_Buffered = false;
+// Streaming (command 70) is on. Caller thread only; written only here.
 bool bulkModeStarted = false;
 
 namespace {
 
 enum AcqMode { kSingleShot = 0, kContinuous = 1, kContinuousLast = 2, kSingleShotDiscard = 3 };
 
-constexpr useconds_t kRestartPauseUs = 20000;
 constexpr int kThrownFrames = 2;
+constexpr int kKeepWanted = -1;
+// Caller thread only; tests shorten it.
 long g_lFrameWaitMarginMs = 2000;
 
 void print_separator_twice() {
-    for (int i = 0; i < 2; ++i) puts("@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@");
+    for (int i = 0; i < 2; ++i) oru_log(kLogError, "@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@@\n");
 }
 
 void print_wait_exception() {
-    puts("=========== Exception =============!!!");
-    puts("=========== Exception occurs in get_filter_data_from_sensor!!!");
-    puts("=========== Exception =============!!!");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
+    oru_log(kLogError, "=========== Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "=========== Exception =============!!!\n");
 }
 
 void print_averaging_exception() {
-    puts("----------- Exception -------------!!!");
-    puts("----------- Exception occurs in get_filter_data_from_sensor!!!");
-    puts("----------- Exception -------------!!!");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
+    oru_log(kLogError, "----------- Exception occurs in get_filter_data_from_sensor!!!\n");
+    oru_log(kLogError, "----------- Exception -------------!!!\n");
 }
 
 // After a failure the stream state is unknown: switch it off for good.
@@ -51,19 +52,79 @@ void abandon_streaming(unsigned int iDeviceId) {
     bulkModeStarted = false;
 }
 
-bool stops_at_end(int iMode) {
-    return iMode == kContinuousLast || iMode == kSingleShotDiscard;
+// Modes 1 and 3 switch streaming on (stop, 20 ms, start) unless it is on.
+void start_streaming(int iMode, unsigned int iDeviceId) {
+    if ((iMode != kContinuous && iMode != kSingleShotDiscard) || bulkModeStarted) return;
+    bulkModeStarted = true;
+    start_frame_streaming(iDeviceId);
+}
+
+// The bounded wait, with exit_cond_lock held. When the frames do not come
+// (stalled stream, event loop ended) the request is ended, the lock released
+// and streaming switched off; returns false.
+bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath,
+                     unsigned int iDeviceId) {
+    // A sensor without an open handle (failed claim, unplugged and
+    // forgotten) can send nothing: do not wait for it at all. The frames
+    // come at this sensor's own exposure, whatever another was set to last.
+    auto deadline = std::chrono::steady_clock::now();
+    if (find_device_handle(iDeviceId) != nullptr)
+        deadline += std::chrono::milliseconds(
+            frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
+    if (wait_for_queued_frames(lk, nNeeded, deadline, iDeviceId) >= nNeeded) return true;
+    end_frame_request(0);
+    // The ring would otherwise wait for one frame that nobody takes.
+    if (bBufferedPath) restart_frame_ring();
+    lk.unlock();
+    abandon_streaming(iDeviceId);
+    return false;
+}
+
+// Reports a queue of another size than the request needs. Returns false when
+// streaming must then stay on (the plain path's report skips the stop).
+bool report_queue_size(size_t nQueued, size_t nNeeded, bool bBufferedPath) {
+    if (!bBufferedPath && nQueued != nNeeded) {
+        print_separator_twice();
+        oru_log(kLogError, "-----------> ERROR: frameDataQueue.size() != iAvgNum\n");
+        print_separator_twice();
+        return false;
+    }
+    if (bBufferedPath && nQueued != 1) {
+        print_separator_twice();
+        oru_log(kLogError, "===========> ERROR: frameDataQueue.size() = %d\n", static_cast<int>(nQueued));
+        print_separator_twice();
+    }
+    return true;
+}
+
+// Modes 2 and 3 end with streaming off. Not under the lock: the event thread
+// must stay free to run the completions these commands need.
+void stop_streaming_at_end(std::unique_lock<std::mutex>& lk, int iMode, unsigned int iDeviceId) {
+    if ((iMode != kContinuousLast && iMode != kSingleShotDiscard) || !bulkModeStarted) return;
+    lk.unlock();
+    stop_frame_streaming(iDeviceId);
+    bulkModeStarted = false;
+    lk.lock();
+}
+
+// Sum of the request's frames; returns the divisor of the average.
+int sum_plainly(double* sum, int iAvgNum) {
+    add_queued_frames(sum);
+    end_frame_request(0);
+    return iAvgNum;
+}
+
+// Sum over the ring after this request's frames went in; returns the number
+// of slots. Once filled, each request waits for one new frame.
+int sum_through_ring(double* sum, int iAvgNum) {
+    const int iSlots = std::min(iAvgNum, ORU_FMA_SLOTS);
+    const bool bFilling = !g_FMA_Buffered;
+    advance_frame_ring(iSlots, sum);
+    end_frame_request(bFilling ? 1 : kKeepWanted);
+    return iSlots;
 }
 
 }  // namespace
-
-void set_frame_moving_average(bool bEnable) {
-    g_enable_FMA = bEnable;
-    if (bEnable) {
-        g_FMA_Buffered = false;
-        g_FMA_FrameCount = 0;
-    }
-}
 
 void set_frame_wait_margin_ms(long lMarginMs) {
     g_lFrameWaitMarginMs = lMarginMs;
@@ -84,77 +145,32 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                                    int /*iDarkCorrectionMode*/, int useContAcq,
                                    unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     if (pErrorCode != nullptr) *pErrorCode = lu_ec_success;
-    iCurrAcqMode = useContAcq;
-    {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        g_count = 0;
+    const double fDarkAverageVal = 0.0;  // dark correction is not done here
+    // A failed or removed sensor sends no frames: fail at once.
+    if (sensor_health(iDeviceId) != kSensorUsable) {
+        if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
+        return fDarkAverageVal;
     }
-    int iAvgNum = iNumOfAverages;
-    if (!g_enable_FMA || !g_FMA_Buffered) iCurrAvgNum = iAvgNum;
-    // After the assignment on purpose: a request for 0 frames keeps iCurrAvgNum 0.
-    if (iAvgNum <= 0) iAvgNum = 1;
-
+    const int iMode = useContAcq == kSingleShot ? kSingleShotDiscard : useContAcq;
+    const bool bBufferedPath = frame_ring_buffered();
+    const int iAvgNum = iNumOfAverages <= 0 ? 1 : iNumOfAverages;
+    // The ring takes the first frames whole; a plain average only their sum.
+    const int nKeep = !g_enable_FMA ? 0 : bBufferedPath ? 1 : std::min(iAvgNum, ORU_FMA_SLOTS);
+    // A request for 0 frames keeps the wanted count at 0 but averages one.
+    begin_frame_request(iMode, bBufferedPath ? kKeepWanted : iNumOfAverages, nKeep);
     std::vector<double> frameBuf(ORU_NUM_FILTERS, 0.0);
-    double fDarkAverageVal = 0.0;  // dark correction is not done here
 
-    if (useContAcq == kSingleShot) {
-        useContAcq = kSingleShotDiscard;
-        iCurrAcqMode = kSingleShotDiscard;
-    }
-    if ((useContAcq == kContinuous || useContAcq == kSingleShotDiscard) && !bulkModeStarted) {
-        bulkModeStarted = true;
-        acquire_frame_data_bulk(ORU_CMD_STOP_STREAMING, iDeviceId);
-        usleep(kRestartPauseUs);
-        acquire_frame_data_bulk(ORU_CMD_START_STREAMING, iDeviceId);
-    }
+    start_streaming(iMode, iDeviceId);
 
-    const bool bBufferedPath = g_enable_FMA && g_FMA_Buffered;
     const size_t nNeeded = bBufferedPath ? 1 : static_cast<size_t>(iAvgNum);
     std::unique_lock<std::mutex> lk(exit_cond_lock, std::defer_lock);
-
     try {
         lk.lock();
-        // A sensor without an open handle (failed claim, unplugged and
-        // forgotten) can send nothing: do not wait for it at all.
-        auto deadline = std::chrono::steady_clock::now();
-        if (find_device_handle(iDeviceId) != nullptr)
-            deadline += std::chrono::milliseconds(frame_wait_bound_ms(g_iCurShutterSpeed, static_cast<int>(nNeeded)));
-        exit_cond.wait_until(lk, deadline,
-                             [&] { return frameDataQueue.size() >= nNeeded || do_exit != 0; });
-        if (frameDataQueue.size() < nNeeded) {
-            // The frames did not come (stalled stream or event loop ended).
-            frameDataQueue.clear();
-            iCurrAvgNum = 0;
-            if (bBufferedPath) {
-                // The ring would otherwise wait for one frame that nobody queues.
-                g_FMA_Buffered = false;
-                g_FMA_FrameCount = 0;
-            }
-            lk.unlock();
-            abandon_streaming(iDeviceId);
+        if (!wait_for_frames(lk, nNeeded, bBufferedPath, iDeviceId)) {
             if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
             return fDarkAverageVal;
         }
-        bool bStop = stops_at_end(useContAcq) && bulkModeStarted;
-        if (!bBufferedPath && frameDataQueue.size() != nNeeded) {
-            print_separator_twice();
-            puts("-----------> ERROR: frameDataQueue.size() != iAvgNum");
-            print_separator_twice();
-            bStop = false;
-        } else if (bBufferedPath && frameDataQueue.size() != 1) {
-            print_separator_twice();
-            printf("===========> ERROR: frameDataQueue.size() = %d\n",
-                   static_cast<int>(frameDataQueue.size()));
-            print_separator_twice();
-        }
-        if (bStop) {
-            // Not under the lock: the event thread must stay free to run the
-            // completions these commands need.
-            lk.unlock();
-            stop_frame_streaming(iDeviceId);
-            bulkModeStarted = false;
-            lk.lock();
-        }
+        if (report_queue_size(queued_frames(), nNeeded, bBufferedPath)) stop_streaming_at_end(lk, iMode, iDeviceId);
     } catch (...) {
         print_wait_exception();
         if (lk.owns_lock()) lk.unlock();
@@ -164,41 +180,7 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
 
     int iDivisor = iAvgNum;
     try {
-        if (!g_enable_FMA) {
-            // Front to back, then one clear: the same frames in the same order
-            // as taking them off the front one by one, without the shifting.
-            for (int i = 0; i < iAvgNum; ++i) {
-                const std::vector<int>& frame = frameDataQueue[static_cast<size_t>(i)];
-                for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += frame[j];
-            }
-            frameDataQueue.clear();
-            iCurrAvgNum = 0;
-        } else {
-            int iFrameBufferSize = std::min(iAvgNum, ORU_FMA_SLOTS);
-            size_t nextFrame = 0;  // frames are taken in queue order
-            auto copy_front_to_slot = [&nextFrame](int iSlot) {
-                const std::vector<int>& frame = frameDataQueue[nextFrame++];
-                std::copy(frame.begin(), frame.end(), g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS);
-            };
-            if (!g_FMA_Buffered) {
-                for (int i = 0; i < iFrameBufferSize; ++i) copy_front_to_slot(i);
-                g_FMA_Buffered = true;
-                iCurrAvgNum = 1;  // from now on each request waits for one new frame
-            } else {
-                copy_front_to_slot(g_FMA_FrameCount);
-                ++g_FMA_FrameCount;
-            }
-            if (g_FMA_FrameCount >= iFrameBufferSize) g_FMA_FrameCount = 0;
-            std::fill(frameBuf.begin(), frameBuf.end(), 0.0);
-            // Slot by slot: every filter still adds its slots in the order
-            // 0, 1, ..., so the sums are the same, but memory is read in order.
-            for (int s = 0; s < iFrameBufferSize; ++s) {
-                const double* slot = g_FMA_Buffer + static_cast<size_t>(s) * ORU_NUM_FILTERS;
-                for (int j = 0; j < ORU_NUM_FILTERS; ++j) frameBuf[j] += static_cast<int>(slot[j]);
-            }
-            frameDataQueue.clear();
-            iDivisor = iFrameBufferSize;
-        }
+        iDivisor = g_enable_FMA ? sum_through_ring(frameBuf.data(), iAvgNum) : sum_plainly(frameBuf.data(), iAvgNum);
         lk.unlock();
     } catch (...) {
         print_averaging_exception();
@@ -207,8 +189,11 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
         return fDarkAverageVal;
     }
 
-    for (int j = 0; j < ORU_NUM_FILTERS; ++j) {
-        fpFilterValueAveraged[j] = frameBuf[j] / iDivisor;
-    }
+    for (int j = 0; j < ORU_NUM_FILTERS; ++j) fpFilterValueAveraged[j] = frameBuf[j] / iDivisor;
     return fDarkAverageVal;
+}
+
+void reset_acquisition() {
+    bulkModeStarted = false;
+    g_lFrameWaitMarginMs = 2000;
 }

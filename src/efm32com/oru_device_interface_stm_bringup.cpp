@@ -6,6 +6,7 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_onboard_processings.h"
+#include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_stm_init.h"
@@ -16,11 +17,8 @@
 
 #include <cstdlib>
 
-// Caller thread only.
-std::map<int, bool> allocTransferBulkMap;
+// Caller thread only; read, never written, by the library.
 int maxNumOfDevice = 256;
-int asyncTransferInitialized = 0;  // the event thread was started once; never reset
-std::thread usbEventLoop_thread;
 
 namespace {
 
@@ -33,42 +31,11 @@ constexpr useconds_t kAfterJoinPauseUs = 10000;
 // Never set by the library; released at tear-down all the same.
 unsigned char* framebuf[1] = {nullptr};
 
-void join_event_thread() {
-    if (!usbEventLoop_thread.joinable()) return;
-    // Wake the loop out of its 1-second wait rather than sit it out.
-    libusb_interrupt_event_handler(nullptr);
-    usbEventLoop_thread.join();
-}
-
-// A program that ends without tear-down must not meet a joinable std::thread
-// in static destruction (that would terminate it).
-void end_event_thread_at_exit() {
-    request_exit(1);
-    join_event_thread();
-}
-
-void start_event_thread() {
-    static bool bAtExitRegistered = false;
-    if (usbEventLoop_thread.joinable()) usbEventLoop_thread.join();  // its loop has ended
-    start_usb_event_loop(usbEventLoop_thread);
-    if (!bAtExitRegistered) {
-        std::atexit(end_event_thread_at_exit);
-        bAtExitRegistered = true;
-    }
-}
-
-int claimed_interface_number(libusb_device_handle* handle) {
-    libusb_config_descriptor* config = nullptr;
-    if (libusb_get_config_descriptor(libusb_get_device(handle), 0, &config) != 0) return 0;
-    int iInterface = -1;
-    if (config->bNumInterfaces > 0) iInterface = config->interface[0].altsetting[0].bInterfaceNumber;
-    libusb_free_config_descriptor(config);
-    return iInterface;
-}
-
 void close_sensor_handle(libusb_device_handle* handle) {
     if (handle == nullptr) return;
-    libusb_release_interface(handle, claimed_interface_number(handle));
+    // A connection whose descriptor could not be read never claimed anything.
+    const int iInterface = first_interface_number(handle);
+    if (iInterface >= 0) libusb_release_interface(handle, iInterface);
     libusb_close(handle);
 }
 
@@ -89,21 +56,20 @@ int initialize_device_interface(unsigned int iDeviceId) {
         iResult = lu_ec_fail_to_initialize_device;
     }
 
-    // One event thread serves all sensors (one libusb context); sensor 0
-    // starts it, so sensor 0 must be brought up first.
-    if (iDeviceId == 0 && !usb_event_loop_running()) {
-        start_event_thread();
-        asyncTransferInitialized = 1;
-        for (int i = 0; i < maxNumOfDevice; ++i) allocTransferBulkMap.insert({i, false});
+    if (libusb_device_handle* handle = find_device_handle(iDeviceId); bConnected && handle != nullptr)
+        mark_sensor_usable(iDeviceId, libusb_get_device(handle));
+
+    // One event thread serves all sensors (one libusb context); the first
+    // sensor brought up starts it, whatever its index.
+    if (!usb_event_loop_running()) {
+        register_sensor_hotplug();
+        start_usb_event_loop();
+        open_bulk_transfer_table(maxNumOfDevice);
     }
 
-    const int iKey = static_cast<int>(iDeviceId);
-    if (bConnected && !allocTransferBulkMap.empty() && find_device_handle(iDeviceId) != nullptr) {
-        auto it = allocTransferBulkMap.find(iKey);
-        if (it == allocTransferBulkMap.end() || !it->second) {
-            alloc_transfer_bulk_l(0, kBulkFrameBytes, nullptr, iDeviceId);
-            allocTransferBulkMap[iKey] = true;
-        }
+    if (bConnected && !allocTransferBulkMap.empty() && find_device_handle(iDeviceId) != nullptr &&
+        !bulk_transfer_made(iDeviceId)) {
+        alloc_transfer_bulk_l(0, kBulkFrameBytes, nullptr, iDeviceId);
     }
 
     connect_LED_device();
@@ -128,11 +94,10 @@ int close_device_interface(unsigned int iDeviceId) {
 
     release_transfer_bulk(iDeviceId);
     close_sensor_handle(handle);
-    auto it = allocTransferBulkMap.find(static_cast<int>(iDeviceId));
-    if (it != allocTransferBulkMap.end()) it->second = false;
 
     request_exit(1);
-    join_event_thread();
+    join_usb_event_loop();
+    deregister_sensor_hotplug();
     usleep(kAfterJoinPauseUs);
 
     if (framebuf[0] != nullptr) {

@@ -1,7 +1,12 @@
-// The per-sensor bulk transfers and their completion callback, the libusb
-// event thread that runs the callbacks, and its end.
+// The per-sensor bulk transfers: their allocation, their completion callback
+// (run by the event thread) and their release at tear-down.
 #include "efm32com/oru_device_interface_stm_frames.h"
 
+#include "oru_log.h"
+
+#include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_usb.h"
 #include "stream/oru_frame_stream.h"
 
@@ -9,11 +14,19 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <vector>
+
+// Sensor index -> a bulk transfer was made for it. Written only here, by the
+// caller thread (bring-up's open_bulk_transfer_table and alloc_transfer_bulk_l,
+// tear-down's release_transfer_bulk); read by the bring-up. No lock: the event
+// thread never touches it.
+std::map<int, bool> allocTransferBulkMap;
+// The single-transfer variant (alloc_transfer_bulk); kept, not used by
+// bring-up. Written only here, caller thread.
+libusb_transfer* gTransfer_in = nullptr;
+unsigned char framebuf2048[ORU_FRAME_BYTES];
 
 namespace {
-
-constexpr int kThrownFramesInMode3 = 2;
-constexpr int kAcqModeSingleShotDiscard = 3;
 // How long tear-down waits for a cancelled transfer to come back.
 constexpr std::chrono::milliseconds kCancelWait{1000};
 constexpr std::chrono::milliseconds kCancelPollSlice{20};
@@ -33,20 +46,27 @@ std::mutex g_bulkLock;
 std::condition_variable g_bulkCond;
 std::map<libusb_transfer*, BulkTransferSlot> g_bulkSlots;
 
-// True from the start of the event thread until its loop has ended.
-std::atomic<bool> g_bEventLoopRunning{false};
-
-// The sensor a bulk transfer belongs to, or -1 when it is not one of ours.
-long sensor_of(libusb_transfer* transfer) {
+// The sensor a transfer serves (-1 when it is not one of ours), and whether
+// tear-down asked for its end.
+struct SSlotView {
+    long iSensor = -1;
+    bool bCancelRequested = false;
+};
+SSlotView slot_view(libusb_transfer* transfer) {
     std::lock_guard<std::mutex> lk(g_bulkLock);
     auto it = g_bulkSlots.find(transfer);
-    return it == g_bulkSlots.end() ? -1 : static_cast<long>(it->second.iDeviceId);
+    if (it == g_bulkSlots.end()) return {};
+    return {static_cast<long>(it->second.iDeviceId), it->second.bCancelRequested};
 }
 
-bool cancel_was_requested(libusb_transfer* transfer) {
-    std::lock_guard<std::mutex> lk(g_bulkLock);
-    auto it = g_bulkSlots.find(transfer);
-    return it != g_bulkSlots.end() && it->second.bCancelRequested;
+// A sensor whose transfer ended in error is not resubmitted to; a vanished
+// device is marked removed, anything else failed.
+void mark_transfer_fault(long iSensor, int status) {
+    if (iSensor < 0) return;
+    if (status == LIBUSB_TRANSFER_NO_DEVICE)
+        mark_sensor_removed(static_cast<unsigned int>(iSensor));
+    else
+        mark_sensor_failed(static_cast<unsigned int>(iSensor));
 }
 
 // Records that the transfer is no longer submitted. Frees it when tear-down
@@ -76,22 +96,15 @@ bool end_transfer(libusb_transfer* transfer) {
     return bRequested;
 }
 
-// Queues the frame in the transfer buffer if the current request still wants
-// it; the first frames of a mode-3 request are counted but thrown away.
-void take_frame(unsigned char* buffer) {
-    int numOfThrow = iCurrAcqMode == kAcqModeSingleShotDiscard ? kThrownFramesInMode3 : 0;
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
-    int iWanted = iCurrAvgNum;
-    if (iWanted + numOfThrow <= g_count) return;  // enough counted: dropped untouched
-    std::vector<int> frame(ORU_NUM_FILTERS, 0);
-    if (g_count >= numOfThrow && static_cast<int>(frameDataQueue.size()) < iWanted) {
-        for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer, i);
-        frameDataQueue.push_back(std::move(frame));
-    }
-    // A short next transfer must not leave stale samples behind.
-    std::memset(buffer, 0, ORU_FRAME_BYTES);
-    if (static_cast<int>(frameDataQueue.size()) == iWanted) exit_cond.notify_all();
-    ++g_count;
+// Everything a completed frame of a sensor is used for: its stream, when one
+// is on (the frames are then the stream's alone), else the pending request.
+// Returns whether the frame was taken or counted, so that the transfer buffer
+// is zeroed; a frame not counted is left untouched.
+bool receive_frame(long iSensor, const unsigned char* raw) {
+    if (iSensor >= 0 && oru_stream::deliver(static_cast<unsigned int>(iSensor), raw)) return true;
+    uint16_t samples[ORU_NUM_FILTERS];
+    decode_frame(raw, samples);
+    return take_bulk_frame(samples);
 }
 
 libusb_transfer* new_bulk_transfer(libusb_device_handle* handle, unsigned char* buffer,
@@ -124,7 +137,7 @@ bool wait_until_ended(libusb_transfer* transfer) {
             bCancelled = true;
             nCancelledSubmission = nSubmission;
         }
-        if (g_bEventLoopRunning) {
+        if (usb_event_loop_running()) {
             std::unique_lock<std::mutex> lk(g_bulkLock);
             g_bulkCond.wait_for(lk, kCancelPollSlice,
                                 [transfer] { return !g_bulkSlots.at(transfer).bInFlight; });
@@ -139,31 +152,39 @@ bool wait_until_ended(libusb_transfer* transfer) {
 
 // ---- bulk transfer and event loop ---------------------------------------------
 
-void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
-    const long iSensor = sensor_of(transfer);
+namespace {
+
+void complete_bulk_transfer(libusb_transfer* transfer) {
+    const long iSensor = slot_view(transfer).iSensor;
     if (transfer->status != LIBUSB_TRANSFER_COMPLETED) {
         int status = transfer->status;
         bool bRequested = end_transfer(transfer);
         // Tear-down cancelled it: nothing went wrong.
         if (status == LIBUSB_TRANSFER_CANCELLED && bRequested) return;
-        oru_stream::fail(static_cast<unsigned int>(iSensor));
-        fprintf(stderr, "bulk data transfer status %d?\n", status);
-        request_exit(2);
+        oru_log_stderr(kLogError, "bulk data transfer status %d?\n", status);
+        // Only this sensor stops: the loop goes on serving the others.
+        mark_transfer_fault(iSensor, status);
         return;
     }
-    // A streaming sensor's frames belong to its stream alone.
-    if (iSensor < 0 || !oru_stream::deliver(static_cast<unsigned int>(iSensor), transfer->buffer))
-        take_frame(transfer->buffer);
-    else
-        std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
-    if (cancel_was_requested(transfer)) {
+    // No exception may leave a libusb callback: a frame that cannot be taken
+    // fails the request, and the stream goes on.
+    bool bCancelRequested = false;
+    try {
+        // A short next transfer must not leave stale samples behind.
+        if (receive_frame(iSensor, transfer->buffer)) std::memset(transfer->buffer, 0, ORU_FRAME_BYTES);
+        bCancelRequested = slot_view(transfer).bCancelRequested;
+    } catch (...) {
+        fail_frame_request();
+    }
+    if (bCancelRequested) {
         end_transfer(transfer);
         return;
     }
-    if (libusb_submit_transfer(transfer) < 0) {
+    if (const int iSubmit = libusb_submit_transfer(transfer); iSubmit < 0) {
         end_transfer(transfer);
-        puts("===>>>> libusb_submit_transfer fail!!!");
-        request_exit(2);
+        oru_log(kLogError, "===>>>> libusb_submit_transfer fail!!!\n");
+        // Refused because the device is gone: the same as a removal.
+        mark_transfer_fault(iSensor, iSubmit == LIBUSB_ERROR_NO_DEVICE ? LIBUSB_TRANSFER_NO_DEVICE : LIBUSB_TRANSFER_ERROR);
         return;
     }
     std::lock_guard<std::mutex> lk(g_bulkLock);
@@ -171,10 +192,22 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     if (it != g_bulkSlots.end()) ++it->second.nSubmissions;
 }
 
+}  // namespace
+
+void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
+    try {
+        complete_bulk_transfer(transfer);
+    } catch (...) {
+        fail_frame_request();
+    }
+}
+
 int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*/,
                           unsigned int iDeviceId) {
     libusb_device_handle* handle = find_device_handle(iDeviceId);
     if (handle == nullptr) return -1;  // a failed claim: nothing to stream from
+    // Marked even if the allocation below fails: it is not tried again.
+    allocTransferBulkMap[static_cast<int>(iDeviceId)] = true;
     // The callback always decodes and zeroes 2048 bytes, whatever the length.
     size_t nBytes = length > ORU_FRAME_BYTES ? static_cast<size_t>(length) : ORU_FRAME_BYTES;
     unsigned char* pBuffer = new unsigned char[nBytes];
@@ -210,6 +243,8 @@ int alloc_transfer_bulk(unsigned int iDeviceId) {
 }
 
 int release_transfer_bulk(unsigned int iDeviceId) {
+    auto mark = allocTransferBulkMap.find(static_cast<int>(iDeviceId));
+    if (mark != allocTransferBulkMap.end()) mark->second = false;
     std::vector<libusb_transfer*> transfers;
     {
         std::lock_guard<std::mutex> lk(g_bulkLock);
@@ -240,34 +275,15 @@ int release_transfer_bulk(unsigned int iDeviceId) {
     return transfers.empty() ? 0 : 1;
 }
 
-void* usbEventLoop_thread_main(void* /*arg*/) {
-    while (do_exit == 0) {
-        timeval tv{1, 0};
-        if (libusb_handle_events_timeout(nullptr, &tv) < 0) {
-            request_exit(2);
-            break;
-        }
-    }
-    g_bEventLoopRunning = false;
-    return nullptr;
+void open_bulk_transfer_table(int nSensors) {
+    for (int i = 0; i < nSensors; ++i) allocTransferBulkMap.insert({i, false});
 }
 
-void start_usb_event_loop(std::thread& thread) {
-    do_exit = 0;
-    g_bEventLoopRunning = true;  // before the thread exists, so no caller sees a gap
-    thread = std::thread(usbEventLoop_thread_main, nullptr);
+bool bulk_transfer_made(unsigned int iDeviceId) {
+    auto it = allocTransferBulkMap.find(static_cast<int>(iDeviceId));
+    return it != allocTransferBulkMap.end() && it->second;
 }
 
-bool usb_event_loop_running() {
-    return g_bEventLoopRunning;
-}
-
-void request_exit(int code) {
-    {
-        // Under the lock, so that a consumer between its check and its wait
-        // cannot miss the signal.
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        do_exit = code;
-    }
-    exit_cond.notify_all();
+void reset_bulk_transfers() {
+    allocTransferBulkMap.clear();
 }

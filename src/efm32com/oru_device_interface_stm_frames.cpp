@@ -1,6 +1,8 @@
-// Frame streaming: the frame queue shared with the bulk callback, raw frame
-// decoding, the streaming commands and the control-mode read.
+// Frame streaming: the frame decoder, the streaming commands and the
+// control-mode read.
 #include "efm32com/oru_device_interface_stm_frames.h"
+
+#include "oru_log.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm.h"
@@ -12,51 +14,40 @@
 #include <cstdio>
 #include <cstring>
 
-// ---- state shared by the event thread and the consumer --------------------
-// frameDataQueue and g_count: written by cb_bulkdata (event thread) and by the
-// consumer, always under exit_cond_lock.
-std::vector<std::vector<int>> frameDataQueue;
-int g_count = 0;
-std::mutex exit_cond_lock;
-std::condition_variable exit_cond;
-// Set by the consumer before it starts streaming; read by the callback.
-std::atomic<int> iCurrAvgNum{0};
-std::atomic<int> iCurrAcqMode{0};
-// 0 while the event loop runs, 1 normal end, 2 end after an error.
-std::atomic<int> do_exit{0};
-// Caller thread only: ends the control-mode read loop early.
+// Caller thread only: ends the control-mode read loop early. Nothing in the
+// library sets it.
 bool stopFlag = false;
-// The single-transfer variant (alloc_transfer_bulk); kept, not used by bring-up.
-libusb_transfer* gTransfer_in = nullptr;
-unsigned char framebuf2048[ORU_FRAME_BYTES];
+
+void reset_frame_streaming() {
+    stopFlag = false;
+}
 
 namespace {
 
 constexpr uint8_t kStreamRequestType = 0x21;   // host-to-device, class, interface
-constexpr uint8_t kControlReadRequestType = 0xA1;
 constexpr uint16_t kStreamInterfaceIndex = 1;
 constexpr unsigned int kStreamTimeoutMs = 2000;
 constexpr uint16_t kControlReadAdcRange = 0x84; // the ADC range value of start-up
-constexpr int kCmdBlankTimeLower = 33;
-constexpr int kCmdBlankTimeUpper = 34;
-constexpr int kCmdReadBlankTimeLower = 38;
-constexpr int kCmdReadBlankTimeUpper = 39;
-constexpr int kAcqBlankTime = 2;
+constexpr unsigned char kAcqBlankTime = 2;
 constexpr useconds_t kStopRepeatPauseUs = 20000;
 
 }  // namespace
 
 // ---- conversion --------------------------------------------------------------
 
+void decode_frame(const unsigned char* raw, uint16_t* samples) {
+    for (int i = 0; i < ORU_NUM_FILTERS; ++i)
+        samples[i] = static_cast<uint16_t>((raw[2 * i] << 4) | (raw[2 * i + 1] >> 4));
+}
+
 void convert_2048C_to_1024F(char* inputC, double* outputF) {
     if (inputC == nullptr || outputF == nullptr) return;
     unsigned char raw[ORU_FRAME_BYTES];
     std::memcpy(raw, inputC, ORU_FRAME_BYTES);
     std::memset(inputC, 0, ORU_FRAME_BYTES);  // the caller's buffer is consumed
-    for (int i = 0; i < ORU_NUM_FILTERS; ++i) {
-        unsigned int v = (static_cast<unsigned int>(raw[2 * i]) << 8) | raw[2 * i + 1];
-        outputF[i] = static_cast<double>(v >> 4);
-    }
+    uint16_t samples[ORU_NUM_FILTERS];
+    decode_frame(raw, samples);
+    for (int i = 0; i < ORU_NUM_FILTERS; ++i) outputF[i] = samples[i];
 }
 
 // ---- streaming commands --------------------------------------------------------
@@ -107,42 +98,28 @@ int acquire_frame_data_control(int iCommand, unsigned int iDeviceId) {
     while (!stopFlag && count < iCurrAvgNum) {
         std::memset(buffer, 0, sizeof buffer);
         if (handle != nullptr) {
-            libusb_control_transfer(handle, kControlReadRequestType, static_cast<uint8_t>(iCommand),
+            libusb_control_transfer(handle, ORU_REQUEST_TYPE_CLASS_IN, static_cast<uint8_t>(iCommand),
                                     kControlReadAdcRange, kStreamInterfaceIndex, buffer,
                                     ORU_FRAME_BYTES, kStreamTimeoutMs);
         }
         usleep(static_cast<useconds_t>(iPauseMs) * 1000);
         if (count == 0 || count == iCurrAvgNum - 1) {
-            printf("Received data Count = %d\n", count);
-            printf("===>>>> curent count : %d\n", count);
+            oru_log(kLogNormal, "Received data Count = %d\n", count);
+            oru_log(kLogNormal, "===>>>> curent count : %d\n", count);
         }
         ++count;
-        {
-            std::lock_guard<std::mutex> lk(exit_cond_lock);
-            if (static_cast<int>(frameDataQueue.size()) < iCurrAvgNum) {
-                std::vector<int> frame(ORU_NUM_FILTERS, 0);
-                for (int i = 0; i < ORU_NUM_FILTERS; ++i) frame[i] = decode_raw_sample(buffer, i);
-                frameDataQueue.push_back(std::move(frame));
-            }
-        }
+        uint16_t samples[ORU_NUM_FILTERS];
+        decode_frame(buffer, samples);
+        take_control_frame(samples);
         std::memset(buffer, 0, sizeof buffer);
     }
     return 1;
 }
 
 int set_frame_data_acq_mode(unsigned int /*iAcqMode*/, unsigned int iDeviceId) {
-    auto command = [iDeviceId](int iCommand, int wValue) {
-        unsigned char uc = do_control_transfer(iCommand, wValue, iDeviceId);
-        usleep(static_cast<useconds_t>(g_iSleepTime) * 1000);
-        return uc;
-    };
-    for (int iTry = 0; iTry < 2; ++iTry) {
-        command(kCmdBlankTimeUpper, 0);
-        command(kCmdBlankTimeLower, kAcqBlankTime);
-        unsigned char ucUpper = command(kCmdReadBlankTimeUpper, 0);
-        unsigned char ucLower = command(kCmdReadBlankTimeLower, 0);
-        if (ucUpper == 0 && ucLower == kAcqBlankTime) break;  // one retry, then accept
-    }
+    // One retry, then accepted whatever it reads.
+    write_verified_pair(ORU_WRITE_BLANK_TIME, ORU_READ_BLANK_TIME, {0, kAcqBlankTime},
+                        static_cast<unsigned int>(g_iSleepTime) * 1000, iDeviceId);
     return 1;
 }
 

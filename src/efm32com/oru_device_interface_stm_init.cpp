@@ -6,13 +6,6 @@
 
 namespace {
 
-constexpr SCommandPair kWriteAdc = {19, 20};
-constexpr SCommandPair kReadAdc = {35, 40};
-constexpr SCommandPair kWriteShutter = {37, 5};  // upper byte first
-constexpr SCommandPair kReadShutter = {36, 4};
-constexpr SCommandPair kWriteBlankTime = {34, 33};
-constexpr SCommandPair kReadBlankTime = {39, 38};
-
 constexpr int kInitialBlankTime = 2;
 
 }  // namespace
@@ -27,17 +20,13 @@ void initialize_sensor(unsigned int iDeviceId) {
     const unsigned char ucBtLowerByteW = static_cast<unsigned char>(kInitialBlankTime);
     const unsigned int iPauseUs = static_cast<unsigned int>(g_iSleepTime) * 1000;
 
-    iCurBlankTime = kInitialBlankTime;
+    note_blank_time(kInitialBlankTime);
 
-    write_verified_pair(kWriteAdc, kReadAdc, {ucAdcRangeW, ucAdcResW}, iPauseUs, iDeviceId);
+    write_verified_pair(ORU_WRITE_ADC, ORU_READ_ADC, {ucAdcRangeW, ucAdcResW}, iPauseUs, iDeviceId);
     const SBytePair shutterR =
-        write_verified_pair(kWriteShutter, kReadShutter, {ucUpperByteW, ucLowerByteW}, iPauseUs, iDeviceId);
-    write_verified_pair(kWriteBlankTime, kReadBlankTime, {ucBtUpperByteW, ucBtLowerByteW}, iPauseUs, iDeviceId);
+        write_verified_pair(ORU_WRITE_SHUTTER, ORU_READ_SHUTTER, {ucUpperByteW, ucLowerByteW}, iPauseUs, iDeviceId);
+    write_verified_pair(ORU_WRITE_BLANK_TIME, ORU_READ_BLANK_TIME, {ucBtUpperByteW, ucBtLowerByteW}, iPauseUs, iDeviceId);
 
     // Only the shutter speed counts in the statistics.
-    ++iTotalCount;
-    if (shutterR.ucFirst * 256 + shutterR.ucSecond == iShutterSpeedW)
-        ++iSuccessCount;
-    else
-        ++iFailCount;
+    count_verified(shutterR.ucFirst * 256 + shutterR.ucSecond == iShutterSpeedW);
 }

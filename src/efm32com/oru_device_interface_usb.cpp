@@ -2,6 +2,8 @@
 // same USB ids) and the process-wide map of open handles.
 #include "efm32com/oru_device_interface_usb.h"
 
+#include "oru_log.h"
+
 #include "lusb_compat/lusb_compat.h"
 
 #include <cstdio>
@@ -17,7 +19,21 @@ std::map<int, int> UsbDevId::create_map() {
     return {};
 }
 
+// Written only here, on the caller thread (connect, disconnect); read by
+// every layer that talks to a sensor. No lock.
 libusb_device_handle* g_LedDriverHandle = nullptr;
+
+void reset_usb_handles() {
+    for (auto& entry : UsbDevHandle::pDevH)
+        if (entry.second != nullptr)
+            libusb_close(entry.second);
+    UsbDevHandle::pDevH.clear();
+    UsbDevId::currentDevId.clear();
+    if (g_LedDriverHandle != nullptr) {
+        libusb_close(g_LedDriverHandle);
+        g_LedDriverHandle = nullptr;
+    }
+}
 
 namespace {
 
@@ -28,22 +44,52 @@ constexpr uint8_t kFirstConfiguration = 0;
 bool init_default_context() {
     usb_init();
     if (libusb_init(NULL) < 0) {
-        puts("libusb_init() was failed !!");
+        oru_log(kLogError, "libusb_init() was failed !!\n");
         return false;
     }
     return true;
 }
 
-bool is_oru_device(const libusb_device_descriptor& desc) {
-    return desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID;
+constexpr int kEndOfList = -1;
+constexpr int kUnreadable = -2;
+
+// Position of the next device from iFrom on that carries the sensor's ids;
+// kEndOfList, or kUnreadable when a device descriptor cannot be read.
+int next_oru_device(libusb_device** pList, int iFrom) {
+    for (int i = iFrom; pList[i] != nullptr; ++i) {
+        libusb_device_descriptor desc;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0)
+            return kUnreadable;
+        if (desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID)
+            return i;
+    }
+    return kEndOfList;
+}
+
+// The sensor scans report an unreadable descriptor; the LED search does not.
+int next_sensor(libusb_device** pList, int iFrom) {
+    const int i = next_oru_device(pList, iFrom);
+    if (i == kUnreadable)
+        oru_log(kLogError, "failed to get device descriptor\n");
+    return i;
 }
 
 void report_open_failure(int iError) {
     if (iError == LIBUSB_ERROR_ACCESS) {
-        puts("Device open failed due to a permission denied error.");
-        puts("libusb requires write access to USB device nodes.");
+        oru_log(kLogError, "Device open failed due to a permission denied error.\n");
+        oru_log(kLogError, "libusb requires write access to USB device nodes.\n");
     }
-    printf("could not open device, error %d\n", iError);
+    oru_log(kLogError, "could not open device, error %d\n", iError);
+}
+
+// Opens the device; on failure reports why and gives null.
+libusb_device_handle* open_or_report(libusb_device* pDev) {
+    libusb_device_handle* pHandle = nullptr;
+    const int iError = libusb_open(pDev, &pHandle);
+    if (iError == LIBUSB_SUCCESS)
+        return pHandle;
+    report_open_failure(iError);
+    return nullptr;
 }
 
 // Map insert that keeps a live handle already stored under the key, but fills
@@ -70,98 +116,54 @@ bool claim_or_forget(int iKey, int iInterface) {
     return false;
 }
 
-int first_interface_number(libusb_device_handle* pHandle) {
-    puts("[Info] Reading first configuration descriptor:");
-    libusb_config_descriptor* pConfig = nullptr;
-    int nInterfaces = 0;
-    int iInterface = kNoInterface;
-    if (libusb_get_config_descriptor(libusb_get_device(pHandle), kFirstConfiguration, &pConfig) ==
-        LIBUSB_SUCCESS) {
-        nInterfaces = pConfig->bNumInterfaces;
-        if (nInterfaces > 0)
-            iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
-        libusb_free_config_descriptor(pConfig);
-    }
-    printf("[Info] nb interfaces: %d\n", nInterfaces);
-    return iInterface;
-}
-
 int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
     const int iKey = static_cast<int>(iDeviceId);
-    unsigned int nMatching = 0;
-    libusb_device_handle* pHandle = nullptr;
-    bool bFound = false;
-    for (int i = 0; pList[i] != nullptr && !bFound; ++i) {
-        libusb_device_descriptor desc;
-        if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
-            puts("failed to get device descriptor");
+    int i = -1;
+    for (unsigned int nMatching = 0; nMatching <= iDeviceId; ++nMatching) {
+        i = next_sensor(pList, i + 1);
+        if (i < 0)
             return 0;
-        }
-        if (!is_oru_device(desc))
-            continue;
-        if (nMatching != iDeviceId) {
-            ++nMatching;
-            continue;
-        }
-        const int iError = libusb_open(pList[i], &pHandle);
-        if (iError != LIBUSB_SUCCESS) {
-            report_open_failure(iError);
-            return 0;
-        }
-        bFound = true;
     }
-    if (!bFound)
+    libusb_device_handle* pHandle = open_or_report(pList[i]);
+    if (pHandle == nullptr)
         return 0;
 
     libusb_device_handle* pStored = store_handle(iKey, pHandle);
-    if (pStored != nullptr)
-        claim_or_forget(iKey, first_interface_number(pStored));
+    if (pStored != nullptr) {
+        oru_log(kLogNormal, "[Info] Reading first configuration descriptor:\n");
+        int nInterfaces = 0;
+        const int iInterface = first_interface_number(pStored, &nInterfaces);
+        oru_log(kLogNormal, "[Info] nb interfaces: %d\n", nInterfaces);
+        claim_or_forget(iKey, iInterface);
+    }
     return UsbDevHandle::pDevH.count(iKey) ? 1 : 0;
 }
 
 int connect_all_devices(libusb_device** pList) {
     int iKey = 0;
     bool bOpened = false;
-    for (int i = 0; pList[i] != nullptr; ++i) {
-        libusb_device_descriptor desc;
-        if (libusb_get_device_descriptor(pList[i], &desc) < 0) {
-            puts("failed to get device descriptor");
+    int i = next_sensor(pList, 0);
+    for (; i >= 0; i = next_sensor(pList, i + 1)) {
+        libusb_device_handle* pHandle = open_or_report(pList[i]);
+        if (pHandle == nullptr)
             return 0;
-        }
-        if (!is_oru_device(desc))
-            continue;
-        libusb_device_handle* pHandle = nullptr;
-        const int iError = libusb_open(pList[i], &pHandle);
-        if (iError != LIBUSB_SUCCESS) {
-            report_open_failure(iError);
-            return 0;
-        }
         bOpened = true;
         if (store_handle(iKey, pHandle) != nullptr && claim_or_forget(iKey, kFirstInterface))
             ++iKey;
     }
+    if (i == kUnreadable)
+        return 0;
     return bOpened && UsbDevHandle::pDevH.count(iKey - 1) ? 1 : 0;
 }
 
 int open_led_driver(libusb_device** pList) {
-    for (int i = 0; pList[i] != nullptr; ++i) {
-        libusb_device_descriptor desc;
-        if (libusb_get_device_descriptor(pList[i], &desc) < 0)
-            return 0;
-        if (!is_oru_device(desc))
-            continue;
-        // The first device with our ids is taken as the LED driver, even when
-        // it is sensor 0: nothing on the bus tells the two apart.
-        libusb_device_handle* pHandle = nullptr;
-        const int iError = libusb_open(pList[i], &pHandle);
-        if (iError != LIBUSB_SUCCESS) {
-            report_open_failure(iError);
-            return 0;
-        }
-        g_LedDriverHandle = pHandle;
-        return 1;
-    }
-    return 0;
+    // The first device with our ids is taken as the LED driver, even when it
+    // is sensor 0: nothing on the bus tells the two apart.
+    const int i = next_oru_device(pList, 0);
+    if (i < 0)
+        return 0;
+    g_LedDriverHandle = open_or_report(pList[i]);
+    return g_LedDriverHandle != nullptr ? 1 : 0;
 }
 
 // Runs one scan over a fresh device list of the default context. Open
@@ -209,6 +211,31 @@ int disconnect_device(unsigned int iDeviceId) {
 
 int reconnect_device(unsigned int&, libusb_device*, libusb_context*, bool) {
     return 1;
+}
+
+int first_interface_number(libusb_device_handle* pHandle, int* pnInterfaces) {
+    libusb_config_descriptor* pConfig = nullptr;
+    int nInterfaces = 0;
+    int iInterface = kNoInterface;
+    if (libusb_get_config_descriptor(libusb_get_device(pHandle), kFirstConfiguration, &pConfig) ==
+        LIBUSB_SUCCESS) {
+        nInterfaces = pConfig->bNumInterfaces;
+        if (nInterfaces > 0)
+            iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
+        libusb_free_config_descriptor(pConfig);
+    }
+    if (pnInterfaces != nullptr)
+        *pnInterfaces = nInterfaces;
+    return iInterface;
+}
+
+libusb_device_handle* device_handle_entry(unsigned int iDeviceId) {
+    // A subscript on purpose: an unknown index is remembered with a null handle.
+    return UsbDevHandle::pDevH[static_cast<int>(iDeviceId)];
+}
+
+void remember_device_index(unsigned int iDeviceId) {
+    UsbDevId::currentDevId[static_cast<int>(iDeviceId)] = static_cast<int>(iDeviceId);
 }
 
 libusb_device_handle* find_device_handle(unsigned int iDeviceId) {

@@ -1,6 +1,7 @@
 // The rings of the frame streams and the table that finds a sensor's ring.
 #include "stream/oru_frame_stream.h"
 
+#include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_base_exception.h"
 
 #include <algorithm>
@@ -18,11 +19,6 @@ int64_t clock_ns(clockid_t clock) {
     timespec ts{};
     clock_gettime(clock, &ts);
     return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
-}
-
-// Sample i of a raw frame: 12 bits, left-aligned, most significant byte first.
-uint16_t raw_sample(const unsigned char* raw, int i) {
-    return static_cast<uint16_t>((raw[2 * i] << 4) | (raw[2 * i + 1] >> 4));
 }
 
 }  // namespace
@@ -43,7 +39,7 @@ void FrameRing::push(const unsigned char* raw) {
         }
         const std::size_t slot = (m_head + m_count) % m_capacity;
         uint16_t* samples = &m_samples[slot * kFilters];
-        for (int i = 0; i < kFilters; ++i) samples[i] = raw_sample(raw, i);
+        decode_frame(raw, samples);
         m_stamps[slot] = Stamp{m_next_sequence++, realtime, monotonic};
         ++m_count;
     }

@@ -1,5 +1,7 @@
 #include "utils/oru_utils_interface.h"
 
+#include "oru_log.h"
+
 #include <cctype>
 #include <cmath>
 #include <cstdint>
@@ -197,7 +199,7 @@ void oru_utils_interface::decode_sensor_ID(const std::string& sensor_id, char* l
         store(x_coord, text_to_int(tokens[2].c_str()));
         store(y_coord, text_to_int(tokens[3].c_str()));
     } catch (...) {
-        puts("[Exception] Error happened during sensor ID decoding...");
+        oru_log(kLogError, "[Exception] Error happened during sensor ID decoding...\n");
     }
 }
 
@@ -302,7 +304,7 @@ void oru_utils_interface::get_spectrum_derivative(std::vector<double>& in, std::
     (void)in;
     if (iDim == 1 || iDim == 2) return;
     out.clear();
-    printf("[oru_utils_interface] Error: wrong derivative dimension. 1-D or 2-D only supported. (%d)\n", iDim);
+    oru_log(kLogError, "[oru_utils_interface] Error: wrong derivative dimension. 1-D or 2-D only supported. (%d)\n", iDim);
 }
 
 void oru_utils_interface::make_gaussian_spectrum(int iSpecLength, double fWavelength, double fBandWidth,

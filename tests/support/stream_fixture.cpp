@@ -1,10 +1,17 @@
 #include "stream_fixture.h"
 
+#include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
+
+#include <chrono>
+
 #include "efm32com/oru_device_interface_ae.h"
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_bringup.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_device_interface_base.h"
+#include "stream/oru_frame_stream.h"
 
 #include <algorithm>
 
@@ -37,6 +44,12 @@ std::vector<int> shutter_speeds_written(int dev) {
     return speeds;
 }
 
+bool wait_for_health(unsigned int iDeviceId, int iHealth) {
+    std::unique_lock<std::mutex> lk(exit_cond_lock);
+    return exit_cond.wait_for(lk, std::chrono::seconds(10),
+                              [&] { return sensor_health(iDeviceId) == iHealth; });
+}
+
 ::testing::AssertionResult all_equal(const std::vector<double>& values, double value) {
     if (values.size() != 1024) return ::testing::AssertionFailure() << values.size() << " values";
     for (size_t i = 0; i < values.size(); ++i) {
@@ -49,31 +62,23 @@ std::vector<int> shutter_speeds_written(int dev) {
 
 void StreamTest::SetUp() {
     usbtest::UsbTest::SetUp();
-    {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        frameDataQueue.clear();
-        g_count = 0;
-    }
-    iCurrAvgNum = 0;
-    iCurrAcqMode = 0;
-    do_exit = 0;
-    stopFlag = false;
-    bulkModeStarted = false;
-    set_frame_moving_average(false);
-    allocTransferBulkMap.clear();
-    asyncTransferInitialized = 0;
-    m_gAEParams.init();
-    set_frame_wait_margin_ms(2000);
+    reset_frame_request();
+    reset_usb_event_loop();
+    reset_bulk_transfers();
+    reset_frame_streaming();
+    reset_frame_ring();
+    reset_acquisition();
+    reset_ae_parameters();
+    reset_device_object_state();
+    reset_sensor_health();
+    oru_stream::reset_for_tests();
 }
 
 void StreamTest::TearDown() {
     testing::internal::CaptureStdout();
     for (auto it = m_up.rbegin(); it != m_up.rend(); ++it) close_device_interface(*it);
     m_up.clear();
-    if (usbEventLoop_thread.joinable()) {
-        request_exit(1);
-        usbEventLoop_thread.join();
-    }
+    reset_usb_event_loop();
     testing::internal::GetCapturedStdout();
     usbtest::UsbTest::TearDown();
 }

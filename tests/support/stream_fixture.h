@@ -24,6 +24,10 @@ usbtest::Wire stream_stop(unsigned int iPauseMs = 30);
 // Shutter speeds written to bus device `dev`, in order (from the 37/5 pairs).
 std::vector<int> shutter_speeds_written(int dev = 0);
 
+// Waits (bounded) until sensor `iDeviceId` has the health `iHealth`
+// (kSensorFailed after a transfer error, kSensorRemoved after an unplug).
+bool wait_for_health(unsigned int iDeviceId, int iHealth);
+
 // True when all 1024 values equal `value`.
 ::testing::AssertionResult all_equal(const std::vector<double>& values, double value);
 

@@ -1,10 +1,7 @@
 #include "usb_fixture.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
-#include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_usb.h"
-
-#include <libusb.h>
 
 namespace usbtest {
 
@@ -57,19 +54,8 @@ std::vector<std::string> lifecycle_of(int iDev) {
 }
 
 void reset_usb_layer() {
-    for (auto& entry : UsbDevHandle::pDevH)
-        if (entry.second != nullptr)
-            libusb_close(entry.second);
-    UsbDevHandle::pDevH.clear();
-    UsbDevId::currentDevId.clear();
-    if (g_LedDriverHandle != nullptr) {
-        libusb_close(g_LedDriverHandle);
-        g_LedDriverHandle = nullptr;
-    }
-    g_iCurShutterSpeed = 1;
-    iCurBlankTime = 0;
-    g_iSleepTime = 30;
-    iTotalCount = iSuccessCount = iFailCount = 0;
+    reset_usb_handles();
+    reset_device_settings();
     vsensor::reset();
 }
 

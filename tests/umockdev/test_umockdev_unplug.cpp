@@ -60,7 +60,10 @@ TEST_F(RealUsbUnplug, UnplugWhileStreamingEndsTheReadAndTheTearDown) {
                                   output.find("===>>>> libusb_submit_transfer fail!!!\n") != std::string::npos;
     EXPECT_TRUE(completed_no_device || resubmit_refused) << "stderr: " << errors << "stdout: " << output;
     RecordProperty("unplug_seen_as", completed_no_device ? "completion with NO_DEVICE" : "refused resubmission");
-    EXPECT_FALSE(usb_event_loop_running()) << "either way the event loop ends";
+    // Either way only that sensor is marked; the loop goes on for the others.
+    const int state = duGetSensorState(0);
+    EXPECT_TRUE(state == 2 || state == 3) << state;
+    EXPECT_TRUE(usb_event_loop_running());
 
     std::future<int> down = std::async(std::launch::async, [this] { return quietly([this] { return disconnect(); }); });
     ASSERT_EQ(down.wait_for(kPatience), std::future_status::ready) << "tear-down hangs on the unplugged sensor";

@@ -23,14 +23,19 @@ class Arguments(unittest.TestCase):
         for cmd in ("list", "info", "read", "set", "convert", "doctor"):
             r = run(cmd, "--help")
             self.assertEqual(r.returncode, 0, cmd)
-            self.assertIn("usage: oru-sensor", r.stdout)
+            self.assertIn("Usage: oru-sensor " + cmd, r.stdout)
         self.assertIn("--auto-exposure", run("read", "--help").stdout)
 
     def test_usage_errors_exit_2_with_one_line(self):
         for args in (["frobnicate"], [], ["read", "--format", "xml"], ["read", "-n", "0"],
                      ["read", "--shutter", "5", "--auto-exposure"], ["read", "--shutter"],
-                     ["convert", "--shutter", "5", "--ms", "3"], ["read", "--bogus"], ["read", "--target", "9000",
-                                                                                       "--auto-exposure"]):
+                     ["convert", "--shutter", "5", "--ms", "3"], ["read", "--bogus"],
+                     ["read", "--target", "9000", "--auto-exposure"], ["read", "--target", "100"],
+                     ["read", "--interval", "nan"], ["read", "--interval", "inf"], ["read", "--interval", "1e300"],
+                     ["read", "--interval", "-1"], ["read", "--duration", "nan"], ["read", "-n", "2147483648"],
+                     ["set"], ["set", "--gain", "5"], ["set", "--range", "300"], ["set", "--shutter", "5000"],
+                     ["set", "--shutter", "-5"], ["--sensor", "all", "info"], ["read", "--format", "json",
+                                                                              "--repeat", "0"]):
             r = run("--virtual", *args)
             self.assertEqual(r.returncode, 2, args)
             self.assertTrue(r.stderr.startswith("oru-sensor: "), args)
@@ -59,10 +64,10 @@ class Commands(unittest.TestCase):
         self.assertIn("ADC range:      132", r.stdout)
         self.assertIn("ADC gain:       1", r.stdout)
 
-    def test_set_clamps_through_the_library(self):
-        r = run("--virtual", "set", "--shutter", "5000", "--gain", "2", "--range", "300")
+    def test_set_applies_the_settings(self):
+        r = run("--virtual", "set", "--shutter", "3000", "--gain", "0", "--range", "200")
         self.assertEqual(r.returncode, 0, r.stderr)
-        self.assertEqual(r.stdout, "shutter speed: 3000\nADC gain:      0\nADC range:     132\n")
+        self.assertEqual(r.stdout, "shutter speed: 3000\nADC gain:      0\nADC range:     200\n")
 
     def test_convert_both_ways(self):
         r = run("--virtual", "convert", "--shutter", "1000")
@@ -94,8 +99,8 @@ class ReadFormats(unittest.TestCase):
         self.assertEqual(r.returncode, 0, r.stderr)
         self.golden("read_table.txt", r.stdout)
 
-    def test_csv_golden(self):
-        r = run("--virtual", "read", "--shutter", "40", "-n", "2", "--format", "csv", env=SCENE)
+    def test_csv_columns_golden(self):
+        r = run("--virtual", "read", "--shutter", "40", "-n", "2", "--format", "csv-columns", env=SCENE)
         self.assertEqual(r.returncode, 0, r.stderr)
         lines = r.stdout.splitlines()
         self.assertEqual(lines[0], "filter,m0")
@@ -144,11 +149,113 @@ class ReadFormats(unittest.TestCase):
         self.assertEqual(len(root.findall(".//" + ns + "polyline")[0].get("points").split()), 1024)
 
 
+def csv_rows(text):
+    import csv
+    import io
+    return list(csv.reader(io.StringIO(text)))
+
+
+class Rows(unittest.TestCase):
+    """Readings of the frame stream, one row or line each, as they come."""
+
+    def check_row(self, row, sensor_id, averages):
+        import datetime
+        when = datetime.datetime.fromisoformat(row["time"])
+        self.assertIsNotNone(when.utcoffset())
+        self.assertRegex(row["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
+        self.assertEqual(row["sensor_id"], sensor_id)
+        self.assertEqual(int(row["last_sequence"]) - int(row["first_sequence"]), averages - 1)
+        self.assertEqual(int(row["averages"]), averages)
+
+    def test_csv_rows_follow_the_stream_frame_by_frame(self):
+        r = run("--virtual", "read", "-n", "4", "--repeat", "5", "--format", "csv",
+                env={"ORU_VSENSOR_PATTERN": "counter", "ORU_VSENSOR_REALTIME": "1"})
+        self.assertEqual(r.returncode, 0, r.stderr)
+        rows = csv_rows(r.stdout)
+        header = rows[0]
+        self.assertEqual(header[:7], ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_speed",
+                                      "averages", "saturated"])
+        self.assertEqual(header[7:], ["f%d" % i for i in range(1024)])
+        self.assertEqual(len(rows), 6)
+        for k, values in enumerate(rows[1:]):
+            row = dict(zip(header, values))
+            self.check_row(row, "A4486-3-12-40-2", 4)
+            # Every frame once, in order: frame k of the run reads k.
+            self.assertEqual(int(row["first_sequence"]), 4 * k)
+            self.assertAlmostEqual(float(row["f0"]), 4 * k + 1.5)
+
+    def test_jsonl_for_every_sensor_in_turn(self):
+        r = run("--virtual=2", "--sensor", "all", "read", "-n", "2", "--repeat", "3", "--format", "jsonl")
+        self.assertEqual(r.returncode, 0, r.stderr)
+        lines = r.stdout.splitlines()
+        self.assertEqual(len(lines), 6)
+        rows = [json.loads(line) for line in lines]
+        self.assertEqual([row["sensor_id"] for row in rows], ["A4486-3-12-40-2", "A4486-3-13-40-2"] * 3)
+        for row in rows:
+            self.check_row(row, row["sensor_id"], 2)
+            self.assertEqual(len(row["values"]), 1024)
+
+    def test_spaced_readings_are_requests(self):
+        r = run("--virtual", "read", "-n", "2", "--repeat", "2", "--interval", "0.05", "--format", "csv")
+        self.assertEqual(r.returncode, 0, r.stderr)
+        rows = csv_rows(r.stdout)
+        self.assertEqual([row[2:4] for row in rows[1:]], [["", ""], ["", ""]])
+
+    def test_stop_signal_leaves_whole_rows_and_exit_status(self):
+        import signal
+        import time
+        for sig, status in ((signal.SIGINT, 130), (signal.SIGTERM, 143)):
+            with self.subTest(sig=sig), tempfile.TemporaryDirectory() as d:
+                out = os.path.join(d, "log.csv")
+                e = dict(os.environ, ORU_VSENSOR_REALTIME="1")
+                p = subprocess.Popen([EXE, "--virtual", "read", "-n", "5", "--repeat", "0", "-o", out],
+                                     env=e, stderr=subprocess.PIPE, text=True)
+                deadline = time.monotonic() + 30
+                while time.monotonic() < deadline and (not os.path.exists(out) or os.path.getsize(out) < 50000):
+                    time.sleep(0.02)
+                p.send_signal(sig)
+                _, err = p.communicate(timeout=30)
+                self.assertEqual(p.returncode, status, err)
+                with open(out) as f:
+                    text = f.read()
+                self.assertTrue(text.endswith("\n"))
+                rows = csv_rows(text)
+                self.assertGreater(len(rows), 5)
+                for values in rows[1:]:
+                    self.assertEqual(len(values), 7 + 1024)
+                    float(values[-1])
+                # Consecutive readings share and skip no frame.
+                seq = [(int(v[2]), int(v[3])) for v in rows[1:]]
+                for (_, last), (first, _) in zip(seq, seq[1:]):
+                    self.assertEqual(first, last + 1)
+
+    def test_lost_output_is_an_error(self):
+        for args in (["read", "-o", "/dev/full", "--format", "csv"], ["read", "--plot", "/dev/full"],
+                     ["read", "-o", "/nonexistent/dir/x.csv"]):
+            with self.subTest(args=args):
+                r = run("--virtual", *args)
+                self.assertEqual(r.returncode, 1)
+                self.assertRegex(r.stderr, r"^oru-sensor: cannot write \S+: ")
+                self.assertEqual(r.stderr.count("\n"), 1)
+                self.assertNotIn("plot written", r.stderr)
+        with open("/dev/full", "w") as full:
+            r = subprocess.run([EXE, "--virtual", "list"], stdout=full, stderr=subprocess.PIPE, text=True,
+                               env=dict(os.environ, ORU_VSENSOR_REALTIME="0"))
+        self.assertEqual(r.returncode, 1)
+        self.assertIn("cannot write standard output: No space left on device", r.stderr)
+
+
 class Faults(unittest.TestCase):
     def test_no_sensor(self):
         r = run("--virtual=0", "list")
         self.assertEqual(r.returncode, 1)
         self.assertIn("no sensor found (code -1)", r.stderr)
+
+    def test_permission_failure_points_to_doctor(self):
+        r = run("--virtual", "list", env={"ORU_VSENSOR_FAULTS": "0:open-access"})
+        self.assertEqual(r.returncode, 1)
+        self.assertIn("permission denied", r.stderr)
+        self.assertIn("oru-sensor doctor", r.stderr)
 
     def test_stalled_stream_reports_timeout(self):
         r = run("--virtual", "read", "--shutter", "10", env={"ORU_VSENSOR_FAULTS": "0:stall"})
