@@ -3,7 +3,8 @@
 CSV: a header line, then one row; columns time, sensor_id, first_sequence,
 last_sequence, shutter_speed, averages, saturated, f0..f1023.
 JSON: one object with the same keys, the 1024 outputs under "values"
-(values[i] is column f<i> of the CSV).
+(values[i] is column f<i> of the CSV). Values carry 4 decimals, as the
+tool writes them; the time is local with its UTC offset.
 """
 
 import json
@@ -13,7 +14,7 @@ COLUMNS = ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_spee
 
 
 def _number(v):
-    return "%.10g" % v
+    return "%.4f" % v
 
 
 def _cell(v):
@@ -29,7 +30,7 @@ def as_dict(reading):
         "shutter_speed": reading.shutter_speed,
         "averages": reading.averages,
         "saturated": reading.saturated,
-        "values": [float(v) for v in reading.values],
+        "values": [round(float(v), 4) for v in reading.values],
     }
 
 
@@ -37,7 +38,7 @@ def as_csv(reading):
     d = as_dict(reading)
     header = COLUMNS + ["f%d" % i for i in range(NUM_FILTERS)]
     row = [_cell(d[c]) for c in COLUMNS] + [_number(v) for v in d["values"]]
-    return ",".join(header) + "\r\n" + ",".join(row) + "\r\n"
+    return ",".join(header) + "\n" + ",".join(row) + "\n"
 
 
 def as_json(reading):
