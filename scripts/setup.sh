@@ -20,6 +20,7 @@ TEST_PACKAGES=(
   libbenchmark-dev
   clang libclang-rt-14-dev
   valgrind
+  chromium chromium-driver python3-selenium
 )
 case "$profile" in
   build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;
