@@ -21,6 +21,7 @@ TEST_PACKAGES=(
   clang libclang-rt-14-dev
   valgrind
   chromium chromium-driver python3-selenium
+  lintian python3-venv python3-setuptools python3-wheel
 )
 case "$profile" in
   build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;

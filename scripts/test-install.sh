@@ -11,6 +11,8 @@ trap 'rm -rf "$PREFIX"' EXIT
 cmake --install "$BUILD" --prefix "$PREFIX" >/dev/null
 LIBDIR=$(dirname "$(find "$PREFIX" -name 'liboru_device.so.1' | head -1)")
 DROPIN="$LIBDIR/oru_device/virtual-sensor"
+# Where the configured interpreter's place for this prefix is.
+PYDIR=$(dirname "$(find "$PREFIX" -type d -name oru_sensor | head -1)")
 test -L "$LIBDIR/liboru_device.so" && test -e "$LIBDIR/liboru_device.so.1" || { echo "SONAME links missing"; exit 1; }
 
 # 1. CMake package
@@ -30,11 +32,11 @@ for exe in "$PREFIX/ex-cmake/c_read_filter_data" "$PREFIX/ex-pc/c_read_filter_da
   "$exe" >/dev/null 2>&1 || { echo "install test: $exe failed"; exit 1; }
 done
 # The installed Python package finds its library without any environment.
-env -u LD_LIBRARY_PATH PYTHONPATH="$LIBDIR/python3/dist-packages" ORU_VSENSOR_REALTIME=0 \
+env -u LD_LIBRARY_PATH PYTHONPATH="$PYDIR" ORU_VSENSOR_REALTIME=0 \
   python3 -c 'import oru_sensor
 with oru_sensor.connect(virtual=1) as s: assert len(s[0].read_filter_data(1)) == 1024'
 "$PREFIX/bin/oru-sensor" --virtual=2 list >/dev/null
-( cd "$PREFIX" && PYTHONPATH="$LIBDIR/python3/dist-packages" ORU_VSENSOR_REALTIME=0 \
+( cd "$PREFIX" && PYTHONPATH="$PYDIR" ORU_VSENSOR_REALTIME=0 \
     python3 "$OLDPWD/examples/python_read_csv.py" --virtual "$PREFIX/fd.csv" >/dev/null )
 test "$(wc -l < "$PREFIX/fd.csv")" -eq 1025
 echo "install test: ok"

@@ -124,6 +124,29 @@ std::vector<std::string> holders(const UsbDevice& u) {
     return out;
 }
 
+// Whether interface 0 is a CDC one (communications or CDC data class), as
+// where the firmware enumerates as a USB serial device.
+bool cdc_interface(const UsbDevice& u) {
+    const std::string sys = env_or("ORU_DOCTOR_SYSFS", "/sys") + "/bus/usb/devices/";
+    const std::string cls = read_line(sys + u.sysname + ":1.0/bInterfaceClass");
+    return cls == "02" || cls == "0a";
+}
+
+// Whether a ModemManager process runs (its /proc can be moved for tests).
+bool modem_manager_running() {
+    const std::string root = env_or("ORU_DOCTOR_PROC", "/proc");
+    DIR* proc = opendir(root.c_str());
+    if (!proc) return false;
+    bool found = false;
+    while (dirent* p = readdir(proc)) {
+        const std::string pid = p->d_name;
+        if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+        if (read_line(root + "/" + pid + "/comm") == "ModemManager") found = true;
+    }
+    closedir(proc);
+    return found;
+}
+
 }  // namespace
 
 int run_doctor(FILE* out) {
@@ -154,7 +177,7 @@ int run_doctor(FILE* out) {
         } else {
             std::string how;
             if (!rule)
-                how = "Install the udev rule: sudo cp packaging/udev/60-oru-sensor.rules /etc/udev/rules.d/ && "
+                how = "Install the udev rule (sudo apt install ./liboru-device1_*.deb does), or: sudo cp packaging/udev/60-oru-sensor.rules /etc/udev/rules.d/ && "
                       "sudo udevadm control --reload-rules && sudo udevadm trigger, then replug the sensor.";
             else if (!user_in_group(st.st_gid))
                 how = "The udev rule is installed; the node belongs to group '" + group_name(st.st_gid) +
@@ -174,6 +197,14 @@ int run_doctor(FILE* out) {
                 "The library asks libusb to detach it when it claims the interface; if claiming still fails, "
                 "unbind it: echo -n '" + u.sysname + ":1.0' | sudo tee /sys/bus/usb/drivers/" + driver +
                     "/unbind (or blacklist the driver for 0483:5740).");
+
+        if (cdc_interface(u) && modem_manager_running())
+            fix(name + ": ModemManager is running and probes USB serial (CDC) devices such as this one with AT "
+                       "commands",
+                "Install the udev rule, which sets ID_MM_DEVICE_IGNORE=1 for 0483:5740 (the liboru-device1 package "
+                "does; or sudo cp packaging/udev/60-oru-sensor.rules /usr/lib/udev/rules.d/ && sudo udevadm "
+                "control --reload-rules && sudo udevadm trigger), or stop it: sudo systemctl disable --now "
+                "ModemManager.");
 
         std::vector<std::string> h = holders(u);
         if (h.empty()) {

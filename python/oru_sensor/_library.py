@@ -8,6 +8,7 @@ import ctypes
 import ctypes.util
 import logging
 import os
+import sysconfig
 
 _HERE = os.path.dirname(os.path.abspath(__file__))
 try:  # present in an installed package
@@ -41,6 +42,11 @@ def _candidates_dropin(libdir_hint):
     if libdir_hint:
         yield os.path.join(libdir_hint, "oru_device", "virtual-sensor", "libusb-1.0.so.0")
         yield os.path.join(libdir_hint, "virtual-sensor", "libusb-1.0.so.0")
+    # Where the liboru-device1 package puts it, for a module installed by pip.
+    multiarch = sysconfig.get_config_var("MULTIARCH")
+    if multiarch:
+        for prefix in ("/usr", "/usr/local"):
+            yield os.path.join(prefix, "lib", multiarch, "oru_device", "virtual-sensor", "libusb-1.0.so.0")
 
 
 def _first(paths, mode):

@@ -279,12 +279,21 @@ class Faults(unittest.TestCase):
             intf = os.path.join(d, "sys", "bus", "usb", "devices", "1-1:1.0")
             os.makedirs(intf)
             os.symlink("../../../../bus/usb/drivers/cdc_acm", os.path.join(intf, "driver"))
+            with open(os.path.join(intf, "bInterfaceClass"), "w") as f:
+                f.write("02\n")
+            mm = os.path.join(d, "proc", "321")
+            os.makedirs(mm)
+            with open(os.path.join(mm, "comm"), "w") as f:
+                f.write("ModemManager\n")
             r = run("doctor", env={"ORU_DOCTOR_SYSFS": os.path.join(d, "sys"),
-                                   "ORU_DOCTOR_DEVFS": os.path.join(d, "dev")})
+                                   "ORU_DOCTOR_DEVFS": os.path.join(d, "dev"),
+                                   "ORU_DOCTOR_PROC": os.path.join(d, "proc")})
         self.assertEqual(r.returncode, 1)
         self.assertIn("ok    found 1 device(s) 0483:5740", r.stdout)
         self.assertIn("does not exist", r.stdout)
         self.assertIn("kernel driver 'cdc_acm' is bound to interface 0", r.stdout)
+        self.assertIn("ModemManager is running", r.stdout)
+        self.assertIn("ID_MM_DEVICE_IGNORE=1", r.stdout)
         self.assertIn("ok    bus 1 device 9: no other process holds it", r.stdout)
 
 

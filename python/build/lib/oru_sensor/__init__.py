@@ -1,0 +1,27 @@
+"""Python binding of liboru_device, the host library of the ORU USB spectral
+sensor (1024 filter outputs, 0..4095 DN).
+
+    import oru_sensor
+    with oru_sensor.connect(virtual=1) as sensors:
+        s = sensors[0]
+        s.shutter_speed = s.optimal_shutter_speed()
+        data = s.read_filter_data(averages=10)
+
+Standard library only (ctypes); read_filter_data returns a numpy array when
+numpy is importable, an array('d') otherwise.
+"""
+
+from ._errors import (OruError, Fail, UndefinedFail, MemoryIsNull, NoDeviceInSystem, FailToConnectDevice,
+                      FailToCreateDeviceObj, FailToInitializeDevice, DeviceObjectIsNull, SensorIdIsEmpty,
+                      FwRecvTimeout, WrongReply, IllDefinedInput, InitializationRequired)
+from ._sensor import AdcSettings, Sensor, connect
+from ._stream import FrameStream, Reading
+
+NUM_FILTERS = 1024
+
+__all__ = [
+    "connect", "Sensor", "AdcSettings", "FrameStream", "Reading", "NUM_FILTERS", "OruError", "Fail", "UndefinedFail", "MemoryIsNull",
+    "NoDeviceInSystem", "FailToConnectDevice", "FailToCreateDeviceObj", "FailToInitializeDevice",
+    "DeviceObjectIsNull", "SensorIdIsEmpty", "FwRecvTimeout", "WrongReply", "IllDefinedInput",
+    "InitializationRequired",
+]

@@ -1,0 +1,97 @@
+"""Exceptions for the library's negative results, one class per error code."""
+
+
+class OruError(Exception):
+    """A call into liboru_device returned a negative result."""
+
+    code = None
+
+    def __init__(self, code, message=None):
+        self.code = code
+        super().__init__(message or "%s (code %d)" % (_TEXT.get(code, "error"), code))
+
+
+_TEXT = {
+    -1: "the operation failed",
+    0: "undefined failure",
+    -2: "a buffer was missing or memory ran out",
+    -3: "no sensor found",
+    -4: "could not connect to the sensor",
+    -5: "could not create the device object",
+    -6: "could not initialize the sensor",
+    -7: "no sensor is connected",
+    -8: "the sensor ID is empty",
+    -9: "the sensor did not answer in time",
+    -23: "the sensor gave a wrong reply",
+    -24: "invalid input",
+    -26: "the sensor must be initialized first",
+}
+
+
+class Fail(OruError):
+    code = -1
+
+
+class UndefinedFail(OruError):
+    code = 0
+
+
+class MemoryIsNull(OruError):
+    code = -2
+
+
+class NoDeviceInSystem(OruError):
+    code = -3
+
+
+class FailToConnectDevice(OruError):
+    code = -4
+
+
+class FailToCreateDeviceObj(OruError):
+    code = -5
+
+
+class FailToInitializeDevice(OruError):
+    code = -6
+
+
+class DeviceObjectIsNull(OruError):
+    code = -7
+
+
+class SensorIdIsEmpty(OruError):
+    code = -8
+
+
+class FwRecvTimeout(OruError):
+    code = -9
+
+
+class WrongReply(OruError):
+    code = -23
+
+
+class IllDefinedInput(OruError):
+    code = -24
+
+
+class InitializationRequired(OruError):
+    code = -26
+
+
+_BY_CODE = {cls.code: cls for cls in (
+    Fail, UndefinedFail, MemoryIsNull, NoDeviceInSystem, FailToConnectDevice, FailToCreateDeviceObj,
+    FailToInitializeDevice, DeviceObjectIsNull, SensorIdIsEmpty, FwRecvTimeout, WrongReply,
+    IllDefinedInput, InitializationRequired)}
+
+
+def check(result, what=None):
+    """Returns `result` when it is a success, raises the matching OruError otherwise."""
+    if result > 0:
+        return result
+    cls = _BY_CODE.get(result, OruError)
+    err = cls(result)
+    if what:
+        err.args = ("%s: %s" % (what, err.args[0]),)
+    raise err

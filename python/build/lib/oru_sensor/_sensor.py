@@ -1,0 +1,175 @@
+"""Sensors and the connection context."""
+
+import contextlib
+import ctypes
+from collections import namedtuple
+
+from . import _library
+from ._errors import Fail, NoDeviceInSystem, check
+from ._stream import FrameStream, Reading, values_of
+
+NUM_FILTERS = 1024
+C_INT_MAX = 2**31 - 1
+
+AdcSettings = namedtuple("AdcSettings", "gain range")
+
+
+class Sensor:
+    """One connected sensor. Every call first makes it the active sensor,
+    holding the library's lock across both, so that threads may share
+    Sensor objects: each call is atomic."""
+
+    def __init__(self, lib, index):
+        self._lib = lib
+        self.index = index
+
+    def _call(self, fn, *args, what=None):
+        result = self._call_raw(fn, *args)
+        return check(result, what) if result <= 0 else result
+
+    @property
+    def sensor_id(self):
+        buf = ctypes.create_string_buffer(32)
+        self._call(self._lib.duGetSensorID, buf, what="reading the sensor ID")
+        return buf.value.decode("latin-1")
+
+    @property
+    def shutter_speed(self):
+        return self._call(self._lib.duGetShutterSpeed, what="reading the shutter speed")
+
+    @shutter_speed.setter
+    def shutter_speed(self, value):
+        lo, hi = self.shutter_speed_limits
+        if not lo <= int(value) <= hi:
+            raise ValueError("shutter speed %r outside %d..%d" % (value, lo, hi))
+        self._call(self._lib.duSetShutterSpeed, int(value), what="setting the shutter speed")
+
+    @property
+    def shutter_speed_limits(self):
+        lo, hi = ctypes.c_int(), ctypes.c_int()
+        self._lib.duGetShutterSpeedLimits(ctypes.byref(lo), ctypes.byref(hi))
+        return lo.value, hi.value
+
+    @property
+    def adc(self):
+        gain, rng = ctypes.c_int(), ctypes.c_int()
+        self._call(self._lib.duGetSensorParameters, ctypes.byref(gain), ctypes.byref(rng),
+                   what="reading the ADC settings")
+        return AdcSettings(gain.value, rng.value)
+
+    @adc.setter
+    def adc(self, settings):
+        gain, rng = settings
+        if gain not in (0, 1) or not 0 <= rng <= 255:
+            raise ValueError("ADC gain must be 0 or 1 and range 0..255, got %r" % (settings,))
+        self._call(self._lib.duSetSensorParameters, int(gain), int(rng), what="setting the ADC")
+
+    def exposure_time(self, master_clock_mhz=1, shutter_speed=None):
+        """Exposure time in ms of a shutter speed (default: the current one)."""
+        ss = self.shutter_speed if shutter_speed is None else int(shutter_speed)
+        ms = ctypes.c_double()
+        self._call(self._lib.duShutterSpeedToExposureTime, int(master_clock_mhz), ss, ctypes.byref(ms),
+                   what="converting the shutter speed")
+        return ms.value
+
+    @property
+    def exposure_time_ms(self):
+        return self.exposure_time(1)
+
+    def shutter_speed_for(self, exposure_ms, master_clock_mhz=1):
+        ss = ctypes.c_int()
+        self._call(self._lib.duExposureTimeToShutterSpeed, int(master_clock_mhz), float(exposure_ms),
+                   ctypes.byref(ss), what="converting the exposure time")
+        return ss.value
+
+    def read_filter_data(self, averages=10):
+        """1024 filter outputs in DN, each the mean of `averages` frames."""
+        averages = int(averages)
+        if not 1 <= averages <= C_INT_MAX:
+            raise ValueError("averages must be 1..%d, got %d" % (C_INT_MAX, averages))
+        buf = (ctypes.c_double * NUM_FILTERS)()
+        self._call(self._lib.duGetFilterData, buf, averages, what="reading filter data")
+        return values_of(buf)
+
+    def read(self, averages=10):
+        """One request like read_filter_data, as a Reading (its sequence
+        numbers are None: single requests are not part of a stream)."""
+        import datetime
+        import time
+        values = self.read_filter_data(averages)
+        return Reading(values, first_sequence=None, last_sequence=None,
+                       time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
+                       monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
+                       saturated=int(sum(1 for v in values if v >= 4095)), dropped=0,
+                       sensor_id=self.sensor_id)
+
+    def stream(self, averages=1, count=None, timeout=5.0):
+        """Readings of every frame in order, each the average of `averages`
+        consecutive frames; see FrameStream. While the stream is on, reads,
+        the shutter-speed search and shutter or ADC changes of this sensor
+        raise IllDefinedInput."""
+        return FrameStream(self, averages, count, timeout)
+
+    def optimal_shutter_speed(self, filters=None, target=None):
+        """Searches the shutter speed that puts the brightest of `filters`
+        (1-based filter numbers; default: the library's 824 valid filters)
+        just below `target` DN (default 3500). The sensor is left at it."""
+        if filters is not None:
+            filters = [int(f) for f in filters]
+            if not filters or min(filters) < 1 or max(filters) > NUM_FILTERS:
+                raise ValueError("filters must be 1-based numbers 1..%d" % NUM_FILTERS)
+            if len(filters) > NUM_FILTERS:
+                raise ValueError("at most %d filters, got %d" % (NUM_FILTERS, len(filters)))
+            arr = (ctypes.c_int * len(filters))(*filters)
+            ptr, count = arr, len(filters)
+        else:
+            ptr, count = None, 0
+        if target is not None and not 1 <= int(target) <= C_INT_MAX:
+            raise ValueError("target must be 1..%d DN, got %r" % (C_INT_MAX, target))
+        if target is None:
+            result = self._call_raw(self._lib.duGetOptimalShutterSpeed, ptr, count)
+        else:
+            result = self._call_raw(self._lib.duGetOptimalShutterSpeed2, ptr, count, int(target))
+        if result == -1:
+            raise Fail(-1, "auto exposure failed: saturated even at shutter speed 1, or the search failed "
+                               "(code -1)")
+        check(result, "auto exposure")
+        # The search leaves the sensor at this speed; make the cached value agree.
+        self.shutter_speed = result
+        return result
+
+    def _call_raw(self, fn, *args):
+        self._lib.duLockSensors()
+        try:
+            self._lib.duActivateSensorWithIndex(self.index)
+            return fn(*args)
+        finally:
+            self._lib.duUnlockSensors()
+
+    @property
+    def state(self):
+        """1 usable, 2 failed (transfer error), 3 removed."""
+        return check(self._lib.duGetSensorState(self.index), "reading the sensor state")
+
+    def __repr__(self):
+        return "<Sensor %d>" % self.index
+
+
+@contextlib.contextmanager
+def connect(virtual=None, quiet=True):
+    """Connects every attached sensor and yields the list of Sensor objects;
+    disconnects on leaving. `virtual=N` runs on N virtual sensors instead of
+    USB hardware (fixed for the life of the process). The library's lines go
+    to the logger "oru_sensor"; `quiet` is kept for older callers and has no
+    effect."""
+    if virtual is not None and (isinstance(virtual, bool) or not isinstance(virtual, int) or virtual < 1):
+        raise ValueError("virtual must be a number of sensors (1 or more) or None, got %r" % (virtual,))
+    lib = _library.load(virtual)
+    n = lib.duConnect()
+    if n == -1:  # duConnect's own result for "no sensor"
+        raise NoDeviceInSystem(NoDeviceInSystem.code, "no sensor found")
+    check(n, "connecting")
+    try:
+        yield [Sensor(lib, i) for i in range(n)]
+    finally:
+        lib.duDisconnect()

@@ -1,0 +1,157 @@
+"""Readings and the frame stream of one sensor."""
+
+import ctypes
+import datetime
+from array import array
+
+from ._errors import check
+
+try:  # optional
+    import numpy as _np
+except ImportError:  # pragma: no cover - depends on the machine
+    _np = None
+
+NUM_FILTERS = 1024
+
+
+class FrameStreamInfo(ctypes.Structure):
+    """duFrameStreamInfo of the C interface."""
+
+    _fields_ = [
+        ("first_sequence", ctypes.c_uint64),
+        ("last_sequence", ctypes.c_uint64),
+        ("first_realtime_ns", ctypes.c_int64),
+        ("last_realtime_ns", ctypes.c_int64),
+        ("first_monotonic_ns", ctypes.c_int64),
+        ("last_monotonic_ns", ctypes.c_int64),
+        ("dropped_frames", ctypes.c_uint64),
+        ("shutter_speed", ctypes.c_int32),
+        ("saturated_filters", ctypes.c_int32),
+    ]
+
+
+def values_of(buf):
+    """1024 doubles as a numpy array when numpy is there, else array('d')."""
+    if _np is not None:
+        return _np.frombuffer(buf, dtype=_np.float64).copy()
+    return array("d", buf)
+
+
+class Reading:
+    """One averaged reading: `values` (1024 DN), the stream sequence numbers
+    of its first and last frame (None for a single request), `time` (wall
+    clock of its last frame, an aware datetime), `monotonic` (seconds),
+    `shutter_speed`, `averages`, `saturated` (filters at 4095 DN in any frame),
+    `dropped` (frames the stream lost so far), `sensor_id` and `gap_before`
+    (frames missing before this reading; 0 when none)."""
+
+    __slots__ = ("values", "first_sequence", "last_sequence", "time", "monotonic", "shutter_speed",
+                 "averages", "saturated", "dropped", "sensor_id", "gap_before")
+
+    def __init__(self, values, *, first_sequence, last_sequence, time, monotonic, shutter_speed, averages,
+                 saturated, dropped, sensor_id, gap_before=0):
+        self.values = values
+        self.first_sequence = first_sequence
+        self.last_sequence = last_sequence
+        self.time = time
+        self.monotonic = monotonic
+        self.shutter_speed = shutter_speed
+        self.averages = averages
+        self.saturated = saturated
+        self.dropped = dropped
+        self.sensor_id = sensor_id
+        self.gap_before = gap_before
+
+    @classmethod
+    def from_stream(cls, buf, info, averages, sensor_id, gap_before):
+        wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
+        return cls(values_of(buf), first_sequence=info.first_sequence, last_sequence=info.last_sequence,
+                   time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
+                   shutter_speed=info.shutter_speed, averages=averages, saturated=info.saturated_filters,
+                   dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before)
+
+    def __repr__(self):
+        return "<Reading %s seq %s..%s x%d at %s>" % (self.sensor_id, self.first_sequence, self.last_sequence,
+                                                      self.averages, self.time.isoformat(timespec="milliseconds"))
+
+
+class FrameStream:
+    """Readings of consecutive frames of one sensor. Use it as
+
+        with sensor.stream(averages=10) as readings:
+            for r in readings: ...
+
+    or iterate it directly. The stream starts at the first reading (or on
+    entering the `with`) and stops on leaving the loop or the `with`, after
+    `count` readings, or on an error. A reading that does not come within
+    `timeout` seconds raises FwRecvTimeout."""
+
+    def __init__(self, sensor, averages=1, count=None, timeout=5.0):
+        averages = int(averages)
+        if not 1 <= averages <= 2**31 - 1:
+            raise ValueError("averages must be 1..%d, got %r" % (2**31 - 1, averages))
+        if count is not None and int(count) < 0:
+            raise ValueError("count must be 0 or more, got %r" % (count,))
+        timeout_ms = float(timeout) * 1000.0
+        if not 0 <= timeout_ms <= 2**31 - 1:
+            raise ValueError("timeout must be 0..%d s, got %r" % ((2**31 - 1) // 1000, timeout))
+        self._sensor = sensor
+        self._averages = averages
+        self._count = None if count is None else int(count)
+        self._timeout_ms = int(timeout_ms)
+        self._buf = (ctypes.c_double * NUM_FILTERS)()
+        self._info = FrameStreamInfo()
+        self._on = False
+        self._done = 0
+        self._next_sequence = 0
+        self._sensor_id = None
+
+    def start(self):
+        if not self._on:
+            self._sensor_id = self._sensor.sensor_id
+            self._sensor._call(self._sensor._lib.duStartFrameStream, what="starting the frame stream")
+            self._on = True
+            self._next_sequence = 0
+
+    def stop(self):
+        if self._on:
+            self._on = False
+            self._sensor._call(self._sensor._lib.duStopFrameStream, what="stopping the frame stream")
+
+    close = stop
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *exc):
+        self.stop()
+        return False
+
+    def __iter__(self):
+        return self
+
+    def __next__(self):
+        if self._count is not None and self._done >= self._count:
+            self.stop()
+            raise StopIteration
+        self.start()
+        try:
+            # By index, without the library's lock: other threads' calls go on
+            # while this one waits for its frames.
+            result = self._sensor._lib.duReadFrameStreamOf(self._sensor.index, self._buf, self._averages,
+                                                           self._timeout_ms, ctypes.byref(self._info))
+            check(result, "reading the frame stream")
+        except BaseException:
+            self.stop()
+            raise
+        self._done += 1
+        gap = self._info.first_sequence - self._next_sequence
+        self._next_sequence = self._info.last_sequence + 1
+        return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+
+    def __del__(self):
+        try:
+            self.stop()
+        except Exception:  # pragma: no cover - the library may be gone at exit
+            pass
