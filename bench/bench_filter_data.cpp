@@ -31,9 +31,7 @@ double thread_cpu_us(clockid_t clock) {
 }
 
 // Frame period of the virtual sensor: (shutter x 912 + 160) us, at least 1 ms.
-double frame_period_us(int shutter) {
-    return std::max(shutter * 912.0 + 160.0, 1000.0);
-}
+double frame_period_us(int shutter) { return std::max(shutter * 912.0 + 160.0, 1000.0); }
 
 void get_filter_data(benchmark::State& state, bool paced) {
     const int n = static_cast<int>(state.range(0));
@@ -54,8 +52,7 @@ void get_filter_data(benchmark::State& state, bool paced) {
         if (duGetFilterData(output.data(), n) != 1) ++failures;
         benchmark::DoNotOptimize(output.data());
     }
-    const double real_us =
-        std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
+    const double real_us = std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
     const double calls = static_cast<double>(std::max<int64_t>(state.iterations(), 1));
     const double pause_us = static_cast<double>(vsensor::total_pause_us() - pauses_before) / calls;
     // A single shot waits for n frames after the two it throws away.

@@ -44,8 +44,8 @@ void queue_frames(int count, const std::vector<uint16_t>& frame) {
 
 void count_frames(benchmark::State& state, int64_t frames_per_iteration) {
     state.SetBytesProcessed(state.iterations() * frames_per_iteration * ORU_FRAME_BYTES);
-    state.counters["frames/s"] = benchmark::Counter(static_cast<double>(state.iterations() * frames_per_iteration),
-                                                    benchmark::Counter::kIsRate);
+    state.counters["frames/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations() * frames_per_iteration), benchmark::Counter::kIsRate);
 }
 
 // convert_2048C_to_1024F consumes its input, so every conversion gets a
@@ -135,8 +135,8 @@ void BM_AverageMovingBuffered(benchmark::State& state) {
     }
     set_frame_moving_average(false);
     count_frames(state, 1);
-    state.counters["ring_frames/s"] = benchmark::Counter(static_cast<double>(state.iterations() * n),
-                                                         benchmark::Counter::kIsRate);
+    state.counters["ring_frames/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations() * n), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_AverageMovingBuffered)->Arg(10)->Arg(100);
 

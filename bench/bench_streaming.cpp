@@ -86,10 +86,9 @@ void BM_ContinuousAcquisition(benchmark::State& state) {
             const auto request_start = std::chrono::steady_clock::now();
             ORU_ERROR_CODE code = lu_ec_success;
             get_filter_data_from_sensor(average.data(), n, 0, kContinuous, 0, &code);
-            longest_request_ms = std::max(longest_request_ms,
-                                          std::chrono::duration<double, std::milli>(
-                                              std::chrono::steady_clock::now() - request_start)
-                                              .count());
+            longest_request_ms = std::max(
+                longest_request_ms,
+                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - request_start).count());
             ++requests;
             int first = 0;
             if (code != lu_ec_success) {

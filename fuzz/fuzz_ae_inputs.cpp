@@ -31,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     size_t n = size - split;
     std::vector<double> frame(n ? p[0] : 0, 1.0);
     std::vector<int> idx;
-    for (size_t i = 1; i + 1 < n; i += 2) idx.push_back(static_cast<int>(p[i]) | (static_cast<int>(p[i + 1] & 0x7F) << 8));
+    for (size_t i = 1; i + 1 < n; i += 2)
+        idx.push_back(static_cast<int>(p[i]) | (static_cast<int>(p[i + 1] & 0x7F) << 8));
     std::vector<double> out;
     if (get_valid_filters_only(frame, idx, out) == 1 && out.size() != idx.size()) std::abort();
     return 0;

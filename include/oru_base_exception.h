@@ -55,4 +55,4 @@ public:
     ORU_ERROR_CODE error_code;
 };
 
-#endif // ORU_BASE_EXCEPTION_H
+#endif  // ORU_BASE_EXCEPTION_H

@@ -16,11 +16,11 @@ enum eAcqDataType {
 
 struct SDataAcqCondition {
     int deviceid;
-    int datasize;            // filter values delivered per frame (at most 1024)
+    int datasize;  // filter values delivered per frame (at most 1024)
     std::string sensortype;
     int adc;
     int gain;
-    int ss;                  // shutter speed applied when the record is set
+    int ss;  // shutter speed applied when the record is set
     int average;
     int frames;
     bool append;
@@ -58,4 +58,4 @@ struct SDataAcqCondition {
     }
 };
 
-#endif // ORU_DATA_ACQ_CONDITION_H
+#endif  // ORU_DATA_ACQ_CONDITION_H

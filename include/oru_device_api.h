@@ -82,7 +82,13 @@ ORU_EXPORT int duGetSensorState(int sensor_index);
  *   dropped_frames: frames lost to a full ring since the stream started;
  *   shutter_speed: the sensor's shutter speed while the stream runs;
  *   saturated_filters: filters at 4095 DN or more in any frame averaged. */
-typedef struct duFrameStreamInfo { uint64_t first_sequence, last_sequence; int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns; uint64_t dropped_frames; int32_t shutter_speed; int32_t saturated_filters; } duFrameStreamInfo;
+typedef struct duFrameStreamInfo {
+    uint64_t first_sequence, last_sequence;
+    int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns;
+    uint64_t dropped_frames;
+    int32_t shutter_speed;
+    int32_t saturated_filters;
+} duFrameStreamInfo;
 
 /* Starts the active sensor's stream (stop and start streaming commands, with
  * their pauses). 1, -24 when it is already on, -9 when the sensor has failed
@@ -98,8 +104,7 @@ ORU_EXPORT int duStopFrameStream(void);
  * -19 for a NULL output; -24 for number_of_averages < 1 or timeout_ms < 0;
  * -26 when no stream is on. Safe to call while another thread stops the
  * stream. */
-ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int timeout_ms,
-                                 duFrameStreamInfo* info);
+ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int timeout_ms, duFrameStreamInfo* info);
 /* The same for the stream of sensor sensor_index, active or not (-7 when no
  * sensor is connected there): threads can read different sensors' streams at
  * once without activating them. */

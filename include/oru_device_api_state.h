@@ -40,4 +40,4 @@ int oru_api_call(Work&& work) noexcept {
     }
 }
 
-#endif // ORU_DEVICE_API_STATE_H
+#endif  // ORU_DEVICE_API_STATE_H

@@ -9,4 +9,4 @@ constexpr int num_valid_filters = 824;
 
 extern const std::array<int, num_valid_filters> g_default_valid_filters;
 
-#endif // ORU_DEVICE_API_VALID_FILTERS_H
+#endif  // ORU_DEVICE_API_VALID_FILTERS_H

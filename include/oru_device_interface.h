@@ -43,8 +43,8 @@ public:
                                       unsigned int iDeviceId);
 
     // Filter data
-    double get_filter_data(double* filter_buffer, int for_num_averages, int dark_correction_mode,
-                           int useContAcq, unsigned int iDeviceId);
+    double get_filter_data(double* filter_buffer, int for_num_averages, int dark_correction_mode, int useContAcq,
+                           unsigned int iDeviceId);
     double get_filter_data(std::vector<double>& filter_data, int average, int darkcorrectionMode, bool useAE,
                            int deviceId, int useContAcq);
     int get_filter_data_2048(std::vector<char>& filter_data, int deviceId);
@@ -65,8 +65,7 @@ public:
     int exposure_tim_ms_to_shutter(int MCLK, double exposure_time_val, int* shutter);
     int get_adc_range(unsigned int iDeviceId);
     void set_adc_settings(unsigned char adc_range_index, unsigned char gain);
-    void set_adc_settings(unsigned char adc_range_index, unsigned char gain, unsigned char res,
-                          unsigned int iDeviceId);
+    void set_adc_settings(unsigned char adc_range_index, unsigned char gain, unsigned char res, unsigned int iDeviceId);
     void get_adcsettings(unsigned char* adc_range_index, unsigned char* gain, unsigned char* res,
                          unsigned int iDeviceId);
 
@@ -92,8 +91,8 @@ public:
     int get_onboard_dark_frame(unsigned int device_id);
     int get_poi_info(std::vector<int>& poi, unsigned int iDeviceId);
     int set_poi_info(std::vector<int>& poi, unsigned int iDeviceId);
-    int get_poi_filter_data(std::vector<int>& poi_filter_buffer, int poi_size,
-                            std::vector<double>& poi_background, unsigned int iDeviceId);
+    int get_poi_filter_data(std::vector<int>& poi_filter_buffer, int poi_size, std::vector<double>& poi_background,
+                            unsigned int iDeviceId);
 
     // LED module and external LED driver
     void set_led_module_op_mode(int op_mode, unsigned int iDeviceId);
@@ -109,4 +108,4 @@ private:
     bool m_interface_is_initialized = false;
 };
 
-#endif // ORU_DEVICE_INTERFACE_H
+#endif  // ORU_DEVICE_INTERFACE_H

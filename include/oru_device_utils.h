@@ -11,7 +11,7 @@ struct ORU_EXPORT _SOneADCInfo {
     unsigned char adc_index;  // row number, low 8 bits only
     float vrt;
     float vrb;
-    float range;       // vrt - vrb
+    float range;  // vrt - vrb
     float resolution;  // range x resolution base
 
     _SOneADCInfo();
@@ -26,8 +26,8 @@ public:
     // Rebuilds m_AdcRangeTable: ((vrt_end - vrt_start) / vrt_step + 1) x range_size
     // rows, vrt outer, vrb inner with range_size steps. vrb_end is not used.
     // vrt_step must not be 0.
-    void calc_adc_range(float vrt_start, float vrt_end, float vrt_step, float vrb_start, float vrb_end,
-                        float vrb_step, float adc_resolution_base, short range_size);
+    void calc_adc_range(float vrt_start, float vrt_end, float vrt_step, float vrb_start, float vrb_end, float vrb_step,
+                        float adc_resolution_base, short range_size);
 
     unsigned int m_iDebugLevel;
     std::vector<_SOneADCInfo> m_AdcRangeTable;

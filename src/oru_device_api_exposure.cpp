@@ -51,7 +51,8 @@ int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters,
         std::vector<double> background_data(1024, 0.0);
         // Caller's list is 1-based and taken as given.
         if (valid_filters_in != nullptr)
-            valid_filter_list.assign(valid_filters_in, valid_filters_in + (num_of_valid_filters > 0 ? num_of_valid_filters : 0));
+            valid_filter_list.assign(valid_filters_in,
+                                     valid_filters_in + (num_of_valid_filters > 0 ? num_of_valid_filters : 0));
         else
             valid_filter_list.assign(valid_filters.begin(), valid_filters.end());
 
@@ -116,8 +117,8 @@ int duGetFilterData(double* output, int number_of_averages) {
     const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
         refuse_while_streaming();
-        const double ret_val = oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0,
-                                                                        active_index());
+        const double ret_val =
+            oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0, active_index());
         (void)ret_val;  // the device's own result carries nothing for the caller
         return 1;
     });

@@ -60,8 +60,7 @@ int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages
             const ApiGuard guard(g_apiLock);
             oru_api_device_at(sensor_index);
         }
-        return oru_stream::read(static_cast<unsigned int>(sensor_index), output, number_of_averages, timeout_ms,
-                                info);
+        return oru_stream::read(static_cast<unsigned int>(sensor_index), output, number_of_averages, timeout_ms, info);
     });
 }
 

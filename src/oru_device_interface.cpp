@@ -60,7 +60,8 @@ bool oru_device_interface::test_device(unsigned int iDeviceId) {
 }
 
 void oru_device_interface::enable_spatial_filtering(bool bEnable, int iSize, unsigned int iDeviceId) {
-    if (is_initialized(iDeviceId)) device_of(m_device_interface_base).enable_spatial_filtering(bEnable, iSize, iDeviceId);
+    if (is_initialized(iDeviceId))
+        device_of(m_device_interface_base).enable_spatial_filtering(bEnable, iSize, iDeviceId);
 }
 
 void oru_device_interface::enable_frame_moving_average(bool bEnable, unsigned int iDeviceId) {
@@ -71,8 +72,9 @@ void oru_device_interface::enable_frame_moving_average(bool bEnable, unsigned in
 int oru_device_interface::find_optimal_shutter_speed(std::vector<int>& valid_filter_list,
                                                      std::vector<double>& background_data, int saturation_value,
                                                      int sleep_time, unsigned int iDeviceId) {
-    return device_of(m_device_interface_base).find_optimal_shutter_speed(
-        valid_filter_list, background_data, std::min(saturation_value, 4000), sleep_time, iDeviceId);
+    return device_of(m_device_interface_base)
+        .find_optimal_shutter_speed(valid_filter_list, background_data, std::min(saturation_value, 4000), sleep_time,
+                                    iDeviceId);
 }
 
 void oru_device_interface::set_auto_exposure_parameters(int target_DN, unsigned int iDeviceId) {
@@ -81,20 +83,20 @@ void oru_device_interface::set_auto_exposure_parameters(int target_DN, unsigned 
 
 void oru_device_interface::set_auto_exposure_parameters(int target_DN, int upper_DN, int lower_DN, int mean_DN,
                                                         int max_integ_DN, unsigned int iDeviceId) {
-    device_of(m_device_interface_base).set_auto_exposure_parameters(target_DN, upper_DN, lower_DN, mean_DN, max_integ_DN,
-                                                          iDeviceId);
+    device_of(m_device_interface_base)
+        .set_auto_exposure_parameters(target_DN, upper_DN, lower_DN, mean_DN, max_integ_DN, iDeviceId);
 }
 
-double oru_device_interface::get_filter_data(double* filter_buffer, int for_num_averages,
-                                             int dark_correction_mode, int useContAcq, unsigned int iDeviceId) {
-    return device_of(m_device_interface_base).get_filter_data(filter_buffer, for_num_averages, dark_correction_mode,
-                                                    useContAcq, iDeviceId);
+double oru_device_interface::get_filter_data(double* filter_buffer, int for_num_averages, int dark_correction_mode,
+                                             int useContAcq, unsigned int iDeviceId) {
+    return device_of(m_device_interface_base)
+        .get_filter_data(filter_buffer, for_num_averages, dark_correction_mode, useContAcq, iDeviceId);
 }
 
-double oru_device_interface::get_filter_data(std::vector<double>& filter_data, int average,
-                                             int darkcorrectionMode, bool useAE, int deviceId, int useContAcq) {
-    return device_of(m_device_interface_base).get_filter_data(filter_data, average, darkcorrectionMode, useAE, deviceId,
-                                                    useContAcq);
+double oru_device_interface::get_filter_data(std::vector<double>& filter_data, int average, int darkcorrectionMode,
+                                             bool useAE, int deviceId, int useContAcq) {
+    return device_of(m_device_interface_base)
+        .get_filter_data(filter_data, average, darkcorrectionMode, useAE, deviceId, useContAcq);
 }
 
 int oru_device_interface::get_filter_data_2048(std::vector<char>& filter_data, int deviceId) {
@@ -159,8 +161,8 @@ void oru_device_interface::set_adc_settings(unsigned char adc_range_index, unsig
     device_of(m_device_interface_base).set_adc_settings(adc_range_index, gain, res, iDeviceId);
 }
 
-void oru_device_interface::get_adcsettings(unsigned char* adc_range_index, unsigned char* gain,
-                                           unsigned char* res, unsigned int iDeviceId) {
+void oru_device_interface::get_adcsettings(unsigned char* adc_range_index, unsigned char* gain, unsigned char* res,
+                                           unsigned int iDeviceId) {
     device_of(m_device_interface_base).get_adcsettings(adc_range_index, gain, res, iDeviceId);
 }
 
@@ -184,13 +186,14 @@ double oru_device_interface::get_interval() { return 5.0; }
 
 int oru_device_interface::get_resolution() { return 1; }
 
-void oru_device_interface::get_sensor_id(char* lot_char, short* lot_id, short* wafer_id, short* x_coord,
-                                         short* y_coord, short* sensor_type, unsigned int iDeviceId) {
+void oru_device_interface::get_sensor_id(char* lot_char, short* lot_id, short* wafer_id, short* x_coord, short* y_coord,
+                                         short* sensor_type, unsigned int iDeviceId) {
     if (m_device_interface_base == nullptr) {
         oru_log(kLogError, "##### m_device_interface_base is NULL!!\n");
         return;
     }
-    device_of(m_device_interface_base).get_sensor_id(lot_char, lot_id, wafer_id, x_coord, y_coord, sensor_type, iDeviceId);
+    device_of(m_device_interface_base)
+        .get_sensor_id(lot_char, lot_id, wafer_id, x_coord, y_coord, sensor_type, iDeviceId);
 }
 
 void oru_device_interface::get_sensor_id(char* sensor_id, unsigned int iDeviceId) {
@@ -265,8 +268,8 @@ int oru_device_interface::set_poi_info(std::vector<int>& poi, unsigned int iDevi
 int oru_device_interface::get_poi_filter_data(std::vector<int>& poi_filter_buffer, int poi_size,
                                               std::vector<double>& poi_background, unsigned int iDeviceId) {
     try {
-        return device_of(m_device_interface_base).get_poi_filter_data(poi_filter_buffer, poi_size, poi_background,
-                                                            iDeviceId);
+        return device_of(m_device_interface_base)
+            .get_poi_filter_data(poi_filter_buffer, poi_size, poi_background, iDeviceId);
     } catch (const oru_base_exception& e) {
         return e.error_code;
     }
@@ -294,4 +297,6 @@ int oru_device_interface::leddriver_set_led_state(bool* on_array, int num_LED, i
     return device_of(m_device_interface_base).leddriver_turn_off_all();
 }
 
-int oru_device_interface::leddriver_turn_off_all() { return device_of(m_device_interface_base).leddriver_turn_off_all(); }
+int oru_device_interface::leddriver_turn_off_all() {
+    return device_of(m_device_interface_base).leddriver_turn_off_all();
+}

@@ -102,9 +102,8 @@ void oru_device_interface_base::set_auto_exposure_parameters(int target_DN, unsi
     set_params_for_ae_module(target_DN, iDeviceId);
 }
 
-void oru_device_interface_base::set_auto_exposure_parameters(int target_DN, int upper_DN, int lower_DN,
-                                                             int mean_DN, int max_integ_DN,
-                                                             unsigned int iDeviceId) {
+void oru_device_interface_base::set_auto_exposure_parameters(int target_DN, int upper_DN, int lower_DN, int mean_DN,
+                                                             int max_integ_DN, unsigned int iDeviceId) {
     set_params_for_ae_module(target_DN, upper_DN, lower_DN, mean_DN, max_integ_DN, iDeviceId);
 }
 
@@ -144,8 +143,7 @@ int oru_device_interface_base::get_num_filters(unsigned int) { return 1024; }
 
 int oru_device_interface_base::get_adc_range(unsigned int) { return m_adc_range; }
 
-void oru_device_interface_base::set_frame_acquisition_conditions(const SDataAcqCondition& AcqCond,
-                                                                 int deviceId) {
+void oru_device_interface_base::set_frame_acquisition_conditions(const SDataAcqCondition& AcqCond, int deviceId) {
     SDataAcqCondition& stored = m_AcqCond[deviceId];
     stored = AcqCond;
     activate_device(static_cast<unsigned int>(deviceId));
@@ -162,12 +160,9 @@ void oru_device_interface_base::get_acq_mode(int*) { require_initialized(); }
 
 void oru_device_interface_base::activate_device(unsigned int deviceid) { set_device_index(deviceid); }
 
-int oru_device_interface_base::get_total_devices() {
-    return static_cast<int>(get_connected_total_devices());
-}
+int oru_device_interface_base::get_total_devices() { return static_cast<int>(get_connected_total_devices()); }
 
-void oru_device_interface_base::test_device(bool& bSensorBoardOk, bool& bControllerBoardOk,
-                                            unsigned int iDeviceId) {
+void oru_device_interface_base::test_device(bool& bSensorBoardOk, bool& bControllerBoardOk, unsigned int iDeviceId) {
     if (!m_interface_is_initialized) {
         bSensorBoardOk = false;
         bControllerBoardOk = false;
@@ -204,17 +199,16 @@ void oru_device_interface_base::set_adc_settings(unsigned char adc_range_index, 
     oru_throw_on_failure(set_adc_setting_values(adc_range_index, gain, 0, 0));
 }
 
-void oru_device_interface_base::set_adc_settings(unsigned char adc_range_index, unsigned char gain,
-                                                 unsigned char res, unsigned int iDeviceId) {
+void oru_device_interface_base::set_adc_settings(unsigned char adc_range_index, unsigned char gain, unsigned char res,
+                                                 unsigned int iDeviceId) {
     require_initialized();
     oru_throw_on_failure(set_adc_setting_values(adc_range_index, gain, res, iDeviceId));
 }
 
-void oru_device_interface_base::get_adcsettings(unsigned char* adc_range_index, unsigned char* gain,
-                                                unsigned char* res, unsigned int iDeviceId) {
+void oru_device_interface_base::get_adcsettings(unsigned char* adc_range_index, unsigned char* gain, unsigned char* res,
+                                                unsigned int iDeviceId) {
     require_initialized();
-    if (adc_range_index == nullptr || gain == nullptr || res == nullptr)
-        throw oru_base_exception(lu_ec_memory_is_null);
+    if (adc_range_index == nullptr || gain == nullptr || res == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
     oru_throw_on_failure(get_adc_setting_values(adc_range_index, gain, res, iDeviceId));
 }
 

@@ -8,16 +8,15 @@
 
 #include <algorithm>
 
-void oru_device_interface_base::read_averaged_frame(double* out, int averages, int dark_correction_mode,
-                                                    int useContAcq, unsigned int iDeviceId) {
+void oru_device_interface_base::read_averaged_frame(double* out, int averages, int dark_correction_mode, int useContAcq,
+                                                    unsigned int iDeviceId) {
     ORU_ERROR_CODE error_code = lu_ec_success;
     get_filter_data_from_sensor(out, averages, dark_correction_mode, useContAcq, iDeviceId, &error_code);
     oru_throw_on_failure(error_code);
 }
 
 double oru_device_interface_base::get_filter_data(FLOAT64_TYPE* filter_buffer, int for_num_averages,
-                                                  int dark_correction_mode, int useContAcq,
-                                                  unsigned int iDeviceId) {
+                                                  int dark_correction_mode, int useContAcq, unsigned int iDeviceId) {
     require_initialized();
     if (filter_buffer == nullptr) throw oru_base_exception(lu_ec_filter_buffer_is_null);
 
@@ -39,9 +38,8 @@ double oru_device_interface_base::get_filter_data(FLOAT64_TYPE* filter_buffer, i
     return 1.0;
 }
 
-int oru_device_interface_base::get_filter_data(std::vector<double>& filter_data, int average,
-                                               int darkcorrectionMode, bool /*useAE*/, int deviceId,
-                                               int useContAcq) {
+int oru_device_interface_base::get_filter_data(std::vector<double>& filter_data, int average, int darkcorrectionMode,
+                                               bool /*useAE*/, int deviceId, int useContAcq) {
     filter_data.clear();
     filter_data.resize(1024, 0.0);
 
@@ -94,8 +92,7 @@ int oru_device_interface_base::set_poi_info(std::vector<int>& poi, unsigned int 
 }
 
 int oru_device_interface_base::get_poi_filter_data(std::vector<int>& poi_filter_buffer, int poi_size,
-                                                   std::vector<double>& poi_background,
-                                                   unsigned int iDeviceId) {
+                                                   std::vector<double>& poi_background, unsigned int iDeviceId) {
     try {
         get_roi_data_from_sensor(poi_filter_buffer, poi_size, poi_background, static_cast<int>(iDeviceId));
     } catch (const oru_base_exception& e) {

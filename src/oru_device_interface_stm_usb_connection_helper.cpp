@@ -52,14 +52,15 @@ bool oru_device_usb_connection_helper::connect_device(int deviceId) {
         int result = 0;
         try {
             std::stringstream darkDataMapFile;  // reserved for a per-sensor dark map
-            darkDataMapFile << "darkdatamap" << ".bin";
+            darkDataMapFile << "darkdatamap"
+                            << ".bin";
 
             result = m_pSpecDevice[deviceId]->initialize(device);
 
             char lot_char = 0;
             short lot_id = 0, wafer_id = 0, x_coord = 0, y_coord = 0, sensor_type = 0;
-            m_pSpecDevice[deviceId]->get_sensor_id(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord,
-                                                   &sensor_type, device);
+            m_pSpecDevice[deviceId]->get_sensor_id(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type,
+                                                   device);
             std::stringstream id;
             id << lot_char << lot_id << "-" << wafer_id << "-" << x_coord << "-" << y_coord << "-" << sensor_type;
             idBuf = id.str();
@@ -116,8 +117,7 @@ bool oru_device_usb_connection_helper::disconnect_device(int deviceId) {
     }
 }
 
-oru_device_interface* oru_device_usb_connection_helper::get_one_device_interface(int deviceId,
-                                                                                 std::string& sensorId) {
+oru_device_interface* oru_device_usb_connection_helper::get_one_device_interface(int deviceId, std::string& sensorId) {
     if (!sensorId.empty()) {
         int foundId = -1;
         for (const auto& entry : sidMap) {
@@ -145,9 +145,7 @@ void oru_device_usb_connection_helper::DestroySensorObject(int deviceId) {
     }
 }
 
-bool oru_device_usb_connection_helper::is_sensor_connected(int deviceId) {
-    return sensorConnectionStatus[deviceId];
-}
+bool oru_device_usb_connection_helper::is_sensor_connected(int deviceId) { return sensorConnectionStatus[deviceId]; }
 
 void oru_device_usb_connection_helper::set_sensor_connection_status(bool status, int deviceId) {
     sensorConnectionStatus[deviceId] = status;

@@ -13,8 +13,8 @@ oru_device_utils::oru_device_utils() : m_iDebugLevel(0) {}
 
 oru_device_utils::~oru_device_utils() = default;
 
-void oru_device_utils::calc_adc_range(float vrt_start, float vrt_end, float vrt_step, float vrb_start,
-                                      float vrb_end, float vrb_step, float adc_resolution_base, short range_size) {
+void oru_device_utils::calc_adc_range(float vrt_start, float vrt_end, float vrt_step, float vrb_start, float vrb_end,
+                                      float vrb_step, float adc_resolution_base, short range_size) {
     (void)vrb_end;  // the number of vrb steps is range_size
     m_AdcRangeTable.clear();
 

@@ -75,9 +75,14 @@ void write(bool bToStderr, int level, const char* format, va_list args) {
         return;
     }
     switch (g_default) {
-    case Default::Off: return;
-    case Default::Stderr: std::vfprintf(stderr, format, args); return;
-    default: std::vfprintf(bToStderr ? stderr : stdout, format, args); return;
+    case Default::Off:
+        return;
+    case Default::Stderr:
+        std::vfprintf(stderr, format, args);
+        return;
+    default:
+        std::vfprintf(bToStderr ? stderr : stdout, format, args);
+        return;
     }
 }
 

@@ -45,9 +45,7 @@ protected:
 
 const std::string kSeparator(57, '@');
 
-std::string separator_twice() {
-    return kSeparator + "\n" + kSeparator + "\n";
-}
+std::string separator_twice() { return kSeparator + "\n" + kSeparator + "\n"; }
 
 }  // namespace
 
@@ -192,9 +190,14 @@ TEST_F(Acquisition, BufferedMovingAverageTakesOneNewFramePerRequestInPlaceOfTheO
     EXPECT_EQ(g_FMA_FrameCount, 1);
     EXPECT_EQ(read(out, 10, 3), lu_ec_success);
     EXPECT_TRUE(all_equal(out, 300.0));
-    EXPECT_EQ(vsensor::transcript(),
-              Wire().then(stream_start()).then(stream_stop()).then(stream_start()).then(stream_stop())
-                  .then(stream_start()).then(stream_stop()).str());
+    EXPECT_EQ(vsensor::transcript(), Wire()
+                                         .then(stream_start())
+                                         .then(stream_stop())
+                                         .then(stream_start())
+                                         .then(stream_stop())
+                                         .then(stream_start())
+                                         .then(stream_stop())
+                                         .str());
 
     // Switching it on again starts a new ring.
     set_frame_moving_average(true);
@@ -259,7 +262,8 @@ TEST(FrameSum, EqualsTheFrameByFrameDoubleSumUpToTheLimitOfExactDoubles) {
 
 TEST_F(Acquisition, MovingAverageRingEqualsTheSumOfItsSlotsOverManyRequests) {
     vsensor::set_frame_source(0, [](uint64_t n, uint16_t* frame) {
-        for (int i = 0; i < 1024; ++i) frame[i] = static_cast<uint16_t>((n * 37 + static_cast<uint64_t>(i) * 11) % 4096);
+        for (int i = 0; i < 1024; ++i)
+            frame[i] = static_cast<uint16_t>((n * 37 + static_cast<uint64_t>(i) * 11) % 4096);
     });
     set_frame_moving_average(true);
     std::vector<double> out;

@@ -18,9 +18,7 @@ namespace {
 class ApiConnect : public VirtualBusTest {};
 
 // The lines one sensor's bring-up prints while it is opened.
-std::string bring_up_lines() {
-    return "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n";
-}
+std::string bring_up_lines() { return "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n"; }
 
 std::string active_sensor_id() {
     char id[26];
@@ -50,8 +48,7 @@ TEST_F(ApiConnect, TwoSensorsArePrintedAndCounted) {
     add_sensors(2);
     StdoutCapture out;
     EXPECT_EQ(duConnect(), 2);
-    EXPECT_EQ(out.text(),
-              bring_up_lines() + bring_up_lines() + "**** [oru_device_api] Total number of sensors: 2\n");
+    EXPECT_EQ(out.text(), bring_up_lines() + bring_up_lines() + "**** [oru_device_api] Total number of sensors: 2\n");
     EXPECT_EQ(duGetTotalSensors(), 2);
     EXPECT_EQ(g_current_device_index, 0);
     EXPECT_TRUE(vsensor::is_claimed(0));
@@ -89,10 +86,13 @@ TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     using Line = std::pair<int, std::string>;
     const std::vector<Line> expected = {
-        {0, "[Info] Reading first configuration descriptor:"}, {0, "[Info] nb interfaces: 1"},
-        {0, "[Info] Reading first configuration descriptor:"}, {0, "[Info] nb interfaces: 1"},
+        {0, "[Info] Reading first configuration descriptor:"},
+        {0, "[Info] nb interfaces: 1"},
+        {0, "[Info] Reading first configuration descriptor:"},
+        {0, "[Info] nb interfaces: 1"},
         {0, "**** [oru_device_api] Total number of sensors: 2"},
-        {1, api_exception_line(lu_ec_filter_buffer_is_null).substr(0, api_exception_line(lu_ec_filter_buffer_is_null).size() - 1)},
+        {1, api_exception_line(lu_ec_filter_buffer_is_null)
+                .substr(0, api_exception_line(lu_ec_filter_buffer_is_null).size() - 1)},
         {1, "bulk data transfer status 1?"},
         {1, api_exception_line(lu_ec_fw_recv_timeout).substr(0, api_exception_line(lu_ec_fw_recv_timeout).size() - 1)},
     };
@@ -178,9 +178,13 @@ TEST_F(ApiConnect, SensorListHoldsPaddedIdsWithoutTerminator) {
     }
     StdoutCapture out;
     char** list = duGetSensorList();
-    EXPECT_EQ(out.text(), "[oru_device_api] Total sensors in your system = 2).\n"
-                          "[oru_device_api] Sensor ID: " + default_sensor_id(0) + "\n"
-                          "[oru_device_api] Sensor ID: " + default_sensor_id(1) + "\n");
+    EXPECT_EQ(out.text(),
+              "[oru_device_api] Total sensors in your system = 2).\n"
+              "[oru_device_api] Sensor ID: " +
+                  default_sensor_id(0) +
+                  "\n"
+                  "[oru_device_api] Sensor ID: " +
+                  default_sensor_id(1) + "\n");
     ASSERT_NE(list, nullptr);
     for (int i = 0; i < 2; ++i) {
         const std::string expected = default_sensor_id(i);

@@ -178,10 +178,10 @@ TEST_F(ApiExposure, OptimalShutterSpeedRejectsBadListsAndTargetsBeforeAnyTraffic
         std::vector<int> list;
         int target;
     };
-    for (const Case& c : {Case{"zero", {1, 0, 3}, 3500}, Case{"negative", {-5}, 3500},
-                          Case{"far negative", {-100000000}, 3500}, Case{"above 1024", {1025}, 3500},
-                          Case{"1025 entries", too_long, 3500}, Case{"last of 1024 bad", full, 3500},
-                          Case{"target 0", {1, 2}, 0}, Case{"target INT_MIN", {1, 2}, INT_MIN}}) {
+    for (const Case& c :
+         {Case{"zero", {1, 0, 3}, 3500}, Case{"negative", {-5}, 3500}, Case{"far negative", {-100000000}, 3500},
+          Case{"above 1024", {1025}, 3500}, Case{"1025 entries", too_long, 3500}, Case{"last of 1024 bad", full, 3500},
+          Case{"target 0", {1, 2}, 0}, Case{"target INT_MIN", {1, 2}, INT_MIN}}) {
         vsensor::clear_events();
         std::vector<int> list = c.list;
         StdoutCapture out;

@@ -79,7 +79,7 @@ TEST_F(ApiFilterData, WaitBoundFollowsTheActiveSensorsShutterSpeed) {
     vsensor::set_realtime(true);
     ASSERT_EQ(duSetShutterSpeed(20), 1);  // 18.4 ms a frame on sensor 0
     ASSERT_EQ(duActivateSensorWithIndex(1), 1);
-    ASSERT_EQ(duSetShutterSpeed(1), 1);   // set last, on the other sensor
+    ASSERT_EQ(duSetShutterSpeed(1), 1);  // set last, on the other sensor
     ASSERT_EQ(duActivateSensorWithIndex(0), 1);
     std::vector<double> output(1024, -1.0);
     EXPECT_EQ(duGetFilterData(output.data(), 10), 1);

@@ -34,8 +34,7 @@ std::atomic<long long> g_peak_bytes{0};
 void count_allocation(void* p) {
     const long long live = g_live_bytes += static_cast<long long>(malloc_usable_size(p));
     long long peak = g_peak_bytes;
-    while (live > peak && !g_peak_bytes.compare_exchange_weak(peak, live)) {
-    }
+    while (live > peak && !g_peak_bytes.compare_exchange_weak(peak, live)) {}
 }
 
 void count_release(void* p) {

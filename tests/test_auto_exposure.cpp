@@ -22,9 +22,8 @@ std::vector<int> all_filters() {
 
 // Filter 0 reads peak(S), every other filter background(S).
 vsensor::FrameSource peak_scene(std::function<int(int)> peak, std::function<int(int)> background) {
-    return shutter_dependent([peak, background](int iFilter, int iSS) {
-        return iFilter == 0 ? peak(iSS) : background(iSS);
-    });
+    return shutter_dependent(
+        [peak, background](int iFilter, int iSS) { return iFilter == 0 ? peak(iSS) : background(iSS); });
 }
 
 class AutoExposure : public streamtest::StreamTest {
@@ -178,8 +177,8 @@ TEST_F(AutoExposure, ProposalRepeatingTheSameSpeedEndsAtTheMeasurementBound) {
 
 TEST_F(AutoExposure, SceneWithoutAnAcceptableSpeedEndsAtTheBoundOnTheLastSpeedMeasured) {
     // Too dark up to 5, saturated from 6 on: the steps keep circling.
-    vsensor::set_frame_source(0, peak_scene([](int s) { return s < 6 ? 500 * s : 4095; },
-                                            [](int s) { return 100 + 5 * s; }));
+    vsensor::set_frame_source(
+        0, peak_scene([](int s) { return s < 6 ? 500 * s : 4095; }, [](int s) { return 100 + 5 * s; }));
     EXPECT_EQ(search(), 2);
     std::vector<int> speeds = shutter_speeds_written();
     ASSERT_EQ(speeds.size(), static_cast<size_t>(ORU_AE_MAX_MEASUREMENTS));

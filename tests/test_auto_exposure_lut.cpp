@@ -49,9 +49,7 @@ protected:
         g_aeLUTSize = 0;
     }
 
-    static void write(const char* path, const std::string& text) {
-        std::ofstream(path) << text;
-    }
+    static void write(const char* path, const std::string& text) { std::ofstream(path) << text; }
 
     fs::path m_oldDir;
     fs::path m_dir;

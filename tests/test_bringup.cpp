@@ -169,8 +169,7 @@ TEST_F(BringUp, TearDownStopsTheSensorThenReleasesEverythingOfIt) {
     vsensor::clear_events();
     EXPECT_EQ(tear_down_index(0), 1);
     // The three stop commands find no handle any more: only their pauses remain.
-    EXPECT_EQ(vsensor::transcript(),
-              Wire().cmd_then_pause(3, 1, 10).pause_ms(20).pause_ms(20).pause_ms(10).str());
+    EXPECT_EQ(vsensor::transcript(), Wire().cmd_then_pause(3, 1, 10).pause_ms(20).pause_ms(20).pause_ms(10).str());
     std::vector<std::string> steps = usbtest::lifecycle_of(0);
     EXPECT_NE(std::find(steps.begin(), steps.end(), "close"), steps.end());
     EXPECT_FALSE(vsensor::is_open(0));

@@ -22,20 +22,20 @@ struct SExpectedSetup {
 
 // Every code the dispatcher knows, group by group, in its test order.
 const SExpectedSetup kKnownCodes[] = {
-    {1, false, 5, 2000},                                                          // identity
-    {2, false, 2048, 2000}, {27, false, 2048, 2000},                              // block read
-    {4, false, 1, 1000}, {6, false, 1, 1000}, {7, false, 1, 1000}, {10, false, 1, 1000},
-    {35, false, 1, 1000}, {36, false, 1, 1000}, {38, false, 1, 1000}, {39, false, 1, 1000},
-    {40, false, 1, 1000}, {53, false, 1, 1000}, {58, false, 1, 1000},             // byte read
-    {56, true, 1, 1000},                                                          // byte read with argument
-    {8, false, 4, 1000},                                                          // word read
-    {11, false, 2048, 1000},                                                      // block read, short timeout
-    {12, false, 12, 1000}, {13, false, 12, 1000},                                 // record read
-    {3, true, 1, 1000}, {5, true, 1, 1000}, {19, true, 1, 1000}, {20, true, 1, 1000},
-    {33, true, 1, 1000}, {34, true, 1, 1000}, {37, true, 1, 1000}, {54, true, 1, 1000},
-    {80, true, 1, 1000}, {81, true, 1, 1000},                                     // byte write
-    {57, true, 1, 1000},                                                          // byte write, second form
-    {255, true, 1, 1000},                                                         // probe
+    {1, false, 5, 2000},  // identity
+    {2, false, 2048, 2000},  {27, false, 2048, 2000},  // block read
+    {4, false, 1, 1000},     {6, false, 1, 1000},     {7, false, 1, 1000},  {10, false, 1, 1000},
+    {35, false, 1, 1000},    {36, false, 1, 1000},    {38, false, 1, 1000}, {39, false, 1, 1000},
+    {40, false, 1, 1000},    {53, false, 1, 1000},    {58, false, 1, 1000},  // byte read
+    {56, true, 1, 1000},  // byte read with argument
+    {8, false, 4, 1000},  // word read
+    {11, false, 2048, 1000},  // block read, short timeout
+    {12, false, 12, 1000},   {13, false, 12, 1000},  // record read
+    {3, true, 1, 1000},      {5, true, 1, 1000},      {19, true, 1, 1000},  {20, true, 1, 1000},
+    {33, true, 1, 1000},     {34, true, 1, 1000},     {37, true, 1, 1000},  {54, true, 1, 1000},
+    {80, true, 1, 1000},     {81, true, 1, 1000},  // byte write
+    {57, true, 1, 1000},  // byte write, second form
+    {255, true, 1, 1000},  // probe
 };
 
 }  // namespace

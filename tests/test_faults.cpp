@@ -46,8 +46,12 @@ Outcome call_in_time(const char* what, Call call) {
     return {value, out.text()};
 }
 
-Outcome connect_() { return call_in_time("duConnect", [] { return duConnect(); }); }
-Outcome disconnect_() { return call_in_time("duDisconnect", [] { return duDisconnect(); }); }
+Outcome connect_() {
+    return call_in_time("duConnect", [] { return duConnect(); });
+}
+Outcome disconnect_() {
+    return call_in_time("duDisconnect", [] { return duDisconnect(); });
+}
 Outcome read_(std::vector<double>& output, int averages) {
     return call_in_time("duGetFilterData", [&] { return duGetFilterData(output.data(), averages); });
 }
@@ -61,9 +65,7 @@ std::string sensor_id_() {
 }
 
 // What the event thread reports on standard error for a failed bulk transfer.
-std::string bulk_status_line(int status) {
-    return "bulk data transfer status " + std::to_string(status) + "?\n";
-}
+std::string bulk_status_line(int status) { return "bulk data transfer status " + std::to_string(status) + "?\n"; }
 
 const std::string kPermissionLines =
     "Device open failed due to a permission denied error.\n"
@@ -144,8 +146,7 @@ TEST_F(Faults, StalledStreamEndsTheShutterSearchWithTheTimeoutCode) {
     ASSERT_EQ(connect_sensors(1, vsensor::kFaultStreamStall), 1);
     const Outcome stalled = optimal_shutter_();
     EXPECT_EQ(stalled.result, -lu_ec_fw_recv_timeout);
-    EXPECT_NE(stalled.printed.find(api_exception_line(lu_ec_fw_recv_timeout)), std::string::npos)
-        << stalled.printed;
+    EXPECT_NE(stalled.printed.find(api_exception_line(lu_ec_fw_recv_timeout)), std::string::npos) << stalled.printed;
     vsensor::set_faults(0, vsensor::kFaultNone);
     vsensor::use_optical_model(0);
     EXPECT_GT(optimal_shutter_().result, 1);
@@ -189,8 +190,8 @@ struct IsolationCase {
     const char* what;
     unsigned faults;
     bool unplug;
-    int state;        // of sensor 1 afterwards
-    int timeout_ms;   // of its read
+    int state;  // of sensor 1 afterwards
+    int timeout_ms;  // of its read
 };
 void PrintTo(const IsolationCase& c, std::ostream* os) { *os << c.what; }
 
@@ -234,9 +235,8 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
     duActivateSensorWithIndex(1);
     std::vector<double> output(1024);
     for (int i = 0; i < 2; ++i) {
-        const Outcome got = call_in_time("duReadFrameStream", [&] {
-            return duReadFrameStream(output.data(), 2000, c.timeout_ms, nullptr);
-        });
+        const Outcome got = call_in_time("duReadFrameStream",
+                                         [&] { return duReadFrameStream(output.data(), 2000, c.timeout_ms, nullptr); });
         EXPECT_EQ(got.result, -lu_ec_fw_recv_timeout);
     }
     EXPECT_TRUE(streams_without_gap(0, &next[0], 20));
@@ -251,12 +251,13 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    OnSensorOneOfThree, FaultIsolation,
-    testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, 1, 100},
-                    IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, 2, 60000},
-                    IsolationCase{"unplug", vsensor::kFaultNone, true, 3, 60000}),
-    [](const testing::TestParamInfo<IsolationCase>& info) { return std::string(info.param.what); });
+INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation,
+                         testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, 1, 100},
+                                         IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, 2, 60000},
+                                         IsolationCase{"unplug", vsensor::kFaultNone, true, 3, 60000}),
+                         [](const testing::TestParamInfo<IsolationCase>& info) {
+                             return std::string(info.param.what);
+                         });
 
 // ---- a sensor unplugged ----------------------------------------------------------
 
@@ -352,7 +353,8 @@ TEST_F(Faults, SensorThatDoesNotEchoReadsZeroSettingsButStillStreams) {
     ASSERT_EQ(connect_sensors(1, vsensor::kFaultNoEcho), 1);
     EXPECT_EQ(sensor_id_(), "A0-0-0-0-0");
     int gain = -1, range = -1;
-    const Outcome parameters = call_in_time("duGetSensorParameters", [&] { return duGetSensorParameters(&gain, &range); });
+    const Outcome parameters =
+        call_in_time("duGetSensorParameters", [&] { return duGetSensorParameters(&gain, &range); });
     EXPECT_EQ(parameters.result, 1);
     EXPECT_EQ(gain, 0);
     EXPECT_EQ(range, 0);
@@ -363,7 +365,7 @@ TEST_F(Faults, SensorThatDoesNotEchoReadsZeroSettingsButStillStreams) {
     for (const std::string& item : transcript_items(0)) writes += item == "cmd 5 value 100";
     EXPECT_EQ(writes, 2) << vsensor::transcript(0);
     EXPECT_EQ(vsensor::shutter_speed(0), 100);  // the sensor took it all the same
-    EXPECT_EQ(duGetShutterSpeed(), 100);        // the value last set, not asked of the sensor
+    EXPECT_EQ(duGetShutterSpeed(), 100);  // the value last set, not asked of the sensor
     EXPECT_TRUE(reads_its_level(0, 0));
     EXPECT_EQ(disconnect_().result, 1);
 }

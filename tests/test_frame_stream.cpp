@@ -38,7 +38,8 @@ protected:
 TEST_F(FrameStream, StartAndStopSendTheStreamingCommandsWithTheirPauses) {
     connect(1);
     ASSERT_EQ(duStartFrameStream(), 1);
-    EXPECT_EQ(vsensor::transcript(0), "out 71 value 0 index 1, pause 30 ms, pause 20 ms, out 70 value 0 index 1, pause 30 ms");
+    EXPECT_EQ(vsensor::transcript(0),
+              "out 71 value 0 index 1, pause 30 ms, pause 20 ms, out 70 value 0 index 1, pause 30 ms");
     vsensor::clear_events();
     ASSERT_EQ(duStopFrameStream(), 1);
     EXPECT_EQ(vsensor::transcript(0),

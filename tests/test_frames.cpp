@@ -104,8 +104,8 @@ TEST_F(Streaming, StreamingCommandForAnUnknownSensorSendsNothingAndLeavesNoEntry
 
 TEST_F(Streaming, AcquisitionPreparationSetsBlankTimeTwoAndRetriesOnce) {
     connect_sensors(1);
-    Wire once = Wire().cmd_then_pause(34, 0, 30).cmd_then_pause(33, 2, 30).cmd_then_pause(39, 0, 30).cmd_then_pause(
-        38, 0, 30);
+    Wire once =
+        Wire().cmd_then_pause(34, 0, 30).cmd_then_pause(33, 2, 30).cmd_then_pause(39, 0, 30).cmd_then_pause(38, 0, 30);
     EXPECT_EQ(set_frame_data_acq_mode(5, 0), 1);
     EXPECT_EQ(vsensor::transcript(), once.str());
 

@@ -143,8 +143,7 @@ TEST_F(LedDriver, CloseUnconfiguresReleasesClosesAndExitsInOrder) {
     open_driver();
     EXPECT_TRUE(is_led_driver_close());
     std::vector<std::string> steps;
-    for (const vsensor::Event& e : vsensor::events())
-        steps.push_back(e.what);
+    for (const vsensor::Event& e : vsensor::events()) steps.push_back(e.what);
     EXPECT_EQ(steps, (std::vector<std::string>{"set_configuration -1", "release 0", "close", "exit"}));
     EXPECT_FALSE(is_led_driver_open());
     EXPECT_FALSE(is_led_driver_close());

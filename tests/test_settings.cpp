@@ -14,8 +14,11 @@ Wire blank_time_write(int iUpper, int iLower, unsigned int iPauseMs) {
 }
 
 Wire shutter_try(int iUpper, int iLower) {
-    return Wire().cmd_then_pause(37, iUpper, 5).cmd_then_pause(5, iLower, 5).cmd_then_pause(36, 0, 5).cmd_then_pause(
-        4, 0, 5);
+    return Wire()
+        .cmd_then_pause(37, iUpper, 5)
+        .cmd_then_pause(5, iLower, 5)
+        .cmd_then_pause(36, 0, 5)
+        .cmd_then_pause(4, 0, 5);
 }
 
 Wire adc_try(int iRange, int iGainRes, unsigned int iPauseMs = 30) {
@@ -28,16 +31,12 @@ Wire adc_try(int iRange, int iGainRes, unsigned int iPauseMs = 30) {
 
 struct SCounts {
     int iTotal, iSuccess, iFail;
-    bool operator==(const SCounts& o) const {
-        return iTotal == o.iTotal && iSuccess == o.iSuccess && iFail == o.iFail;
-    }
+    bool operator==(const SCounts& o) const { return iTotal == o.iTotal && iSuccess == o.iSuccess && iFail == o.iFail; }
 };
 std::ostream& operator<<(std::ostream& os, const SCounts& c) {
     return os << "{total " << c.iTotal << ", success " << c.iSuccess << ", fail " << c.iFail << "}";
 }
-SCounts counts() {
-    return {iTotalCount, iSuccessCount, iFailCount};
-}
+SCounts counts() { return {iTotalCount, iSuccessCount, iFailCount}; }
 
 }  // namespace
 
@@ -69,8 +68,7 @@ TEST_F(Settings, ShutterBeyondSixteenBitsGoesOutTruncatedAndCountsAsFailure) {
     EXPECT_EQ(set_shutter_speed_to_sensor(65836, 0), lu_ec_success);
     // The bytes read back match what was sent, so there is no retry, but the
     // whole value never comes back.
-    EXPECT_EQ(vsensor::transcript(),
-              blank_time_write(1, 76, 5).then(shutter_try(1, 44)).pause_ms(46117).str());
+    EXPECT_EQ(vsensor::transcript(), blank_time_write(1, 76, 5).then(shutter_try(1, 44)).pause_ms(46117).str());
     EXPECT_EQ(counts(), (SCounts{1, 0, 1}));
 }
 

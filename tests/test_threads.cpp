@@ -50,8 +50,10 @@ TEST_F(Threads, FourThreadsOnTwoSensorsEachGetTheirOwnSensor) {
                 duActivateSensorWithIndex(sensor);
                 const int result = duGetFilterData(data.data(), 1 + static_cast<int>(random() % 3));
                 duUnlockSensors();
-                if (result != 1) ++failed;
-                else if (data[0] != level_of(sensor) || data[1023] != level_of(sensor)) ++wrong;
+                if (result != 1)
+                    ++failed;
+                else if (data[0] != level_of(sensor) || data[1023] != level_of(sensor))
+                    ++wrong;
                 break;
             }
             case 1: {  // a setter and its read-back
@@ -61,8 +63,10 @@ TEST_F(Threads, FourThreadsOnTwoSensorsEachGetTheirOwnSensor) {
                 const int set = duSetShutterSpeed(shutter);
                 const int got = duGetShutterSpeed();
                 duUnlockSensors();
-                if (set != 1) ++failed;
-                else if (got != shutter) ++wrong;
+                if (set != 1)
+                    ++failed;
+                else if (got != shutter)
+                    ++wrong;
                 break;
             }
             case 2: {  // the list, which needs no sensor
@@ -83,8 +87,10 @@ TEST_F(Threads, FourThreadsOnTwoSensorsEachGetTheirOwnSensor) {
                 duActivateSensorWithID(ids[sensor].c_str());
                 const int result = duGetSensorID(id);
                 duUnlockSensors();
-                if (result != 1) ++failed;
-                else if (ids[sensor] != id) ++wrong;
+                if (result != 1)
+                    ++failed;
+                else if (ids[sensor] != id)
+                    ++wrong;
                 break;
             }
             case 4:  // activation alone, racing everyone else's

@@ -21,9 +21,7 @@ Strings parse(const std::string& text, const std::string& delimiters) {
 
 }  // namespace
 
-TEST(ParseSentense, SplitsNumbersAtCommas) {
-    EXPECT_EQ(parse("1.5,2,3", ","), (Strings{"1.5", "2", "3"}));
-}
+TEST(ParseSentense, SplitsNumbersAtCommas) { EXPECT_EQ(parse("1.5,2,3", ","), (Strings{"1.5", "2", "3"})); }
 
 TEST(ParseSentense, RunsOfDelimitersAndBothEndsGiveNoEmptyTokens) {
     EXPECT_EQ(parse(",,a,,b,", ","), (Strings{"a", "b"}));
@@ -85,9 +83,7 @@ TEST(FileNameOnly, BetweenLastSeparatorAndLastDot) {
     EXPECT_EQ(U::get_file_name_only("/tmp/.hidden"), "");
 }
 
-TEST(FileNameOnly, BackslashPathsUseOnlyBackslash) {
-    EXPECT_EQ(U::get_file_name_only("a\\b/c.txt"), "b/c");
-}
+TEST(FileNameOnly, BackslashPathsUseOnlyBackslash) { EXPECT_EQ(U::get_file_name_only("a\\b/c.txt"), "b/c"); }
 
 TEST(FileExtension, AfterTheLastDotOrWholePath) {
     EXPECT_EQ(U::get_file_extension("a.b.c"), "c");

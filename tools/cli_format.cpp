@@ -98,7 +98,8 @@ std::string format_header(OutputFormat format) {
         }
         return header + "\n";
     }
-    default: return "";
+    default:
+        return "";
     }
 }
 
@@ -148,7 +149,8 @@ void format_reading(OutputFormat format, const Measurement& m, std::size_t index
         out += '\n';
         return;
     }
-    default: return;
+    default:
+        return;
     }
 }
 

@@ -14,12 +14,12 @@ struct Measurement {
     std::string sensor_id;
     int shutter_speed = 0;
     int averages = 0;
-    double timestamp = 0.0;      // seconds since the first reading
-    int64_t realtime_ns = 0;     // wall clock of the reading (its last frame)
+    double timestamp = 0.0;  // seconds since the first reading
+    int64_t realtime_ns = 0;  // wall clock of the reading (its last frame)
     // Stream sequence numbers of its first and last frame; -1 for a single
     // request, which is not part of a stream.
     int64_t first_sequence = -1, last_sequence = -1;
-    int saturated = 0;           // filters at 4095 DN or more in any frame
+    int saturated = 0;  // filters at 4095 DN or more in any frame
     std::vector<double> values;  // 1024 filter outputs, DN
 };
 

@@ -17,7 +17,7 @@ namespace {
 struct UsbDevice {
     std::string sysname;  // e.g. 1-1.2
     int bus = 0, address = 0;
-    std::string node;     // /dev/bus/usb/BBB/DDD
+    std::string node;  // /dev/bus/usb/BBB/DDD
 };
 
 std::string env_or(const char* name, const char* fallback) {
@@ -41,8 +41,7 @@ std::vector<UsbDevice> find_sensors() {
     while (dirent* e = readdir(d)) {
         std::string name = e->d_name;
         if (name[0] == '.' || name.find(':') != std::string::npos) continue;
-        if (read_line(sys + name + "/idVendor") != "0483" || read_line(sys + name + "/idProduct") != "5740")
-            continue;
+        if (read_line(sys + name + "/idVendor") != "0483" || read_line(sys + name + "/idProduct") != "5740") continue;
         UsbDevice u;
         u.sysname = name;
         u.bus = std::atoi(read_line(sys + name + "/busnum").c_str());
@@ -177,15 +176,18 @@ int run_doctor(FILE* out) {
         } else {
             std::string how;
             if (!rule)
-                how = "Install the udev rule (sudo apt install ./liboru-device1_*.deb does), or: sudo cp packaging/udev/60-oru-sensor.rules /etc/udev/rules.d/ && "
-                      "sudo udevadm control --reload-rules && sudo udevadm trigger, then replug the sensor.";
+                how =
+                    "Install the udev rule (sudo apt install ./liboru-device1_*.deb does), or: sudo cp "
+                    "packaging/udev/60-oru-sensor.rules /etc/udev/rules.d/ && "
+                    "sudo udevadm control --reload-rules && sudo udevadm trigger, then replug the sensor.";
             else if (!user_in_group(st.st_gid))
                 how = "The udev rule is installed; the node belongs to group '" + group_name(st.st_gid) +
                       "'. Add yourself: sudo usermod -aG " + group_name(st.st_gid) +
                       " $USER, then log out and in again.";
             else
-                how = "The udev rule is installed but the node is not writable: replug the sensor or run "
-                      "sudo udevadm trigger.";
+                how =
+                    "The udev rule is installed but the node is not writable: replug the sensor or run "
+                    "sudo udevadm trigger.";
             fix(name + ": you cannot open " + u.node + " (libusb requires write access to USB device nodes)", how);
         }
 
@@ -195,12 +197,14 @@ int run_doctor(FILE* out) {
         else
             fix(name + ": kernel driver '" + driver + "' is bound to interface 0",
                 "The library asks libusb to detach it when it claims the interface; if claiming still fails, "
-                "unbind it: echo -n '" + u.sysname + ":1.0' | sudo tee /sys/bus/usb/drivers/" + driver +
+                "unbind it: echo -n '" +
+                    u.sysname + ":1.0' | sudo tee /sys/bus/usb/drivers/" + driver +
                     "/unbind (or blacklist the driver for 0483:5740).");
 
         if (cdc_interface(u) && modem_manager_running())
-            fix(name + ": ModemManager is running and probes USB serial (CDC) devices such as this one with AT "
-                       "commands",
+            fix(name +
+                    ": ModemManager is running and probes USB serial (CDC) devices such as this one with AT "
+                    "commands",
                 "Install the udev rule, which sets ID_MM_DEVICE_IGNORE=1 for 0483:5740 (the liboru-device1 package "
                 "does; or sudo cp packaging/udev/60-oru-sensor.rules /usr/lib/udev/rules.d/ && sudo udevadm "
                 "control --reload-rules && sudo udevadm trigger), or stop it: sudo systemctl disable --now "

@@ -35,7 +35,7 @@ std::vector<std::string> dropin_candidates() {
     const std::string exe = executable_dir();
     std::vector<std::string> c;
     if (const char* env = std::getenv("ORU_VSENSOR_LIBRARY")) c.push_back(env);
-    c.push_back(exe + "../virtual-sensor/libusb-1.0.so.0");                  // build tree
+    c.push_back(exe + "../virtual-sensor/libusb-1.0.so.0");  // build tree
     c.push_back(exe + "../" ORU_INSTALL_LIBDIR "/oru_device/virtual-sensor/libusb-1.0.so.0");  // installed
     return c;
 }
@@ -44,9 +44,9 @@ std::vector<std::string> library_candidates() {
     const std::string exe = executable_dir();
     std::vector<std::string> c;
     if (const char* env = std::getenv("ORU_DEVICE_LIBRARY")) c.push_back(env);
-    c.push_back(exe + "../liboru_device.so.1");                   // build tree
+    c.push_back(exe + "../liboru_device.so.1");  // build tree
     c.push_back(exe + "../" ORU_INSTALL_LIBDIR "/liboru_device.so.1");  // installed
-    c.push_back("liboru_device.so.1");                            // system search path
+    c.push_back("liboru_device.so.1");  // system search path
     return c;
 }
 

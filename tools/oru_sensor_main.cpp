@@ -31,8 +31,8 @@ struct Options {
     int shutter = 0;
     bool auto_exposure = false;
     int target = 3500;
-    int repeat = 1;           // 0: until stopped
-    double duration = 0.0;    // 0: no time limit
+    int repeat = 1;  // 0: until stopped
+    double duration = 0.0;  // 0: no time limit
     double interval = 0.0;
     std::string format;  // default: table on standard output, csv into a file
     std::string output;
@@ -352,8 +352,10 @@ void describe(CLI::App& app, Options& o) {
 
     CLI::App* convert = app.add_subcommand("convert", "shutter speed <-> exposure time in ms for a master clock");
     convert->add_option("--clock", o.clock, "master clock in MHz (default 1)")->check(CLI::PositiveNumber);
-    CLI::Option* cs = convert->add_option("--shutter", o.shutter, "shutter speed to convert")->check(CLI::PositiveNumber);
-    CLI::Option* cm = convert->add_option("--ms", o.ms, "exposure time in ms to convert")->check(CLI::NonNegativeNumber);
+    CLI::Option* cs =
+        convert->add_option("--shutter", o.shutter, "shutter speed to convert")->check(CLI::PositiveNumber);
+    CLI::Option* cm =
+        convert->add_option("--ms", o.ms, "exposure time in ms to convert")->check(CLI::NonNegativeNumber);
     cs->excludes(cm);
     convert->require_option(1);
 
@@ -400,11 +402,16 @@ int main(int argc, char** argv) {
     OutputFile out(cmd == "read" ? o.output : std::string(), stdout);
     if (!out.opened()) return fail_output(out);
     int rc = 0;
-    if (cmd == "list") rc = cmd_list(s, out);
-    else if (cmd == "info") rc = cmd_info(s, o, out);
-    else if (cmd == "read") rc = cmd_read(s, o, chosen, out);
-    else if (cmd == "set") rc = cmd_set(s, o, out);
-    else rc = cmd_convert(s, o, out);
+    if (cmd == "list")
+        rc = cmd_list(s, out);
+    else if (cmd == "info")
+        rc = cmd_info(s, o, out);
+    else if (cmd == "read")
+        rc = cmd_read(s, o, chosen, out);
+    else if (cmd == "set")
+        rc = cmd_set(s, o, out);
+    else
+        rc = cmd_convert(s, o, out);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);
     if (stop_signal() != 0) return 128 + stop_signal();
     return rc;

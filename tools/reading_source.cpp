@@ -7,15 +7,17 @@
 namespace {
 
 int64_t realtime_now_ns() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
 }  // namespace
 
 ReadingSource::ReadingSource(const OruApi& api, std::vector<SourceSensor> sensors, int averages, bool streamed)
-    : m_api(api), m_sensors(std::move(sensors)), m_averages(averages), m_streamed(streamed),
+    : m_api(api),
+      m_sensors(std::move(sensors)),
+      m_averages(averages),
+      m_streamed(streamed),
       m_running(m_sensors.size(), false) {}
 
 ReadingSource::~ReadingSource() { stop(); }
@@ -55,8 +57,8 @@ int ReadingSource::read(std::size_t which, Measurement& m) {
     m.values.assign(1024, 0.0);
     if (m_streamed) {
         duFrameStreamInfo info{};
-        const int result = m_api.duReadFrameStreamOf(sensor.index, m.values.data(), m_averages,
-                                                     stream_timeout_ms(sensor), &info);
+        const int result =
+            m_api.duReadFrameStreamOf(sensor.index, m.values.data(), m_averages, stream_timeout_ms(sensor), &info);
         if (result < 0) return result;
         m.realtime_ns = info.last_realtime_ns;
         m.first_sequence = static_cast<int64_t>(info.first_sequence);
@@ -72,6 +74,7 @@ int ReadingSource::read(std::size_t which, Measurement& m) {
     m.first_sequence = m.last_sequence = -1;
     // A request gives only the average: a filter counts as saturated when it
     // was at full scale in every frame.
-    m.saturated = static_cast<int>(std::count_if(m.values.begin(), m.values.end(), [](double v) { return v >= 4095.0; }));
+    m.saturated =
+        static_cast<int>(std::count_if(m.values.begin(), m.values.end(), [](double v) { return v >= 4095.0; }));
     return 0;
 }

@@ -31,5 +31,6 @@ void sleep_unless_stopped(double seconds) {
     const Clock::time_point until =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     const Clock::duration slice = std::chrono::milliseconds(50);
-    while (g_stopSignal == 0 && Clock::now() < until) std::this_thread::sleep_for(std::min(slice, until - Clock::now()));
+    while (g_stopSignal == 0 && Clock::now() < until)
+        std::this_thread::sleep_for(std::min(slice, until - Clock::now()));
 }

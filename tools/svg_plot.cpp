@@ -22,10 +22,18 @@ std::string xml_escape(const std::string& in) {
     std::string out;
     for (char c : in) {
         switch (c) {
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '&': out += "&amp;"; break;
-        case '"': out += "&quot;"; break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '&':
+            out += "&amp;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
         default:
             if (static_cast<unsigned char>(c) >= 0x20) out += c;
         }
@@ -90,8 +98,8 @@ std::string render_svg_plot(const std::vector<Measurement>& series, const std::s
              fmt("%.1f", f.px(x)) + "\" x2=\"" + fmt("%.1f", f.px(x)) + "\"/>\n";
     s += "</g>\n<g font-size=\"12\" fill=\"#333\">\n";
     for (double y = 0; y <= ytop + 1e-9; y += ystep)
-        s += "<text x=\"" + fmt("%.1f", kLeft - 8) + "\" y=\"" + fmt("%.1f", f.py(y) + 4) +
-             "\" text-anchor=\"end\">" + fmt("%.0f", y) + "</text>\n";
+        s += "<text x=\"" + fmt("%.1f", kLeft - 8) + "\" y=\"" + fmt("%.1f", f.py(y) + 4) + "\" text-anchor=\"end\">" +
+             fmt("%.0f", y) + "</text>\n";
     for (double x = 0; x <= f.x1 + 1e-9; x += 128)
         s += "<text x=\"" + fmt("%.1f", f.px(x)) + "\" y=\"" + fmt("%.1f", kHeight - kBottom + 18) +
              "\" text-anchor=\"middle\">" + fmt("%.0f", x) + "</text>\n";

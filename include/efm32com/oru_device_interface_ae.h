@@ -36,9 +36,8 @@ int get_valid_filters_only(const std::vector<double>& input_frame, const std::ve
                            std::vector<double>& output_frame);
 // The chosen shutter speed, or -1 when saturated at shutter speed 1. An
 // acquisition failure ends the search: -1 and *pErrorCode set to its code.
-int find_optimal_shutter_speed_with_ae(const std::vector<int>& valid_filters, int frame_average,
-                                       int sleep_time, unsigned int iDeviceId,
-                                       ORU_ERROR_CODE* pErrorCode = nullptr);
+int find_optimal_shutter_speed_with_ae(const std::vector<int>& valid_filters, int frame_average, int sleep_time,
+                                       unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode = nullptr);
 int initialize_ae_module(const char* strFileName_intensityLUT, const char* strFileName_ssLUT);
 
 #endif

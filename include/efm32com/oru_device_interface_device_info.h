@@ -15,8 +15,8 @@ std::string format_sensor_id(const SSensorIdFields& f);
 
 ORU_ERROR_CODE get_firmware_version(unsigned char* version);
 ORU_ERROR_CODE get_sensor_id_with_index(char* SensorID, unsigned int iDeviceId);
-ORU_ERROR_CODE get_sensor_id_with_index(char* lot_char, short* lot_id, short* wafer_id, short* x_coord,
-                                        short* y_coord, short* sensor_type, unsigned int iDeviceId);
+ORU_ERROR_CODE get_sensor_id_with_index(char* lot_char, short* lot_id, short* wafer_id, short* x_coord, short* y_coord,
+                                        short* sensor_type, unsigned int iDeviceId);
 std::string decode_sensor_id_from_string(char* buf, unsigned int iDeviceId);
 
 #endif

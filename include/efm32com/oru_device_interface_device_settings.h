@@ -51,9 +51,9 @@ ORU_ERROR_CODE get_shutter_speed_from_sensor(int* iCurSS, unsigned int iDeviceId
 ORU_ERROR_CODE get_current_shutter_speed(int* iShutterSpeed, unsigned int iDeviceId);
 ORU_ERROR_CODE set_blank_time_to_sensor(int iBlankTime, unsigned int iDeviceId);
 ORU_ERROR_CODE get_blank_time_from_sensor(int* iBlankTime, unsigned int iDeviceId);
-ORU_ERROR_CODE set_adc_setting_values(unsigned char ucADCRangeIndex, unsigned char ucGain,
-                                      unsigned char ucRes, unsigned int iDeviceId);
-ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* ucGain,
-                                      unsigned char* ucRes, unsigned int iDeviceId);
+ORU_ERROR_CODE set_adc_setting_values(unsigned char ucADCRangeIndex, unsigned char ucGain, unsigned char ucRes,
+                                      unsigned int iDeviceId);
+ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* ucGain, unsigned char* ucRes,
+                                      unsigned int iDeviceId);
 
 #endif

@@ -12,8 +12,8 @@ unsigned char get_dark_correction_mode_for_on_board_processing(unsigned int iDev
 void get_dark_frame_for_on_board_processing(unsigned int iDeviceId);
 void get_roi_info_from_sensor(const std::vector<int>& poi, int iDeviceId);
 void set_roi_info_to_sensor(const std::vector<int>& poi, int iDeviceId);
-void get_roi_data_from_sensor(const std::vector<int>& poi_data, int iPoiSize,
-                              const std::vector<double>& poi_background, int iDeviceId);
+void get_roi_data_from_sensor(const std::vector<int>& poi_data, int iPoiSize, const std::vector<double>& poi_background,
+                              int iDeviceId);
 double acquire_sub_frame_data(int* frameBuf, int iDarkCorrectionMode, unsigned int iDeviceId);
 void write_roi_info_to_fw(int iCommand, int wValue, unsigned int iDeviceId);
 int read_roi_info_from_fw(int iCommand, int wValue, unsigned int iDeviceId);

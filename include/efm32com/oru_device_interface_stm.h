@@ -9,7 +9,7 @@
 
 unsigned char do_control_transfer(int iCommand, int wValue, unsigned int iDeviceId);
 int start_sensor(unsigned int iDeviceId);  // always 1
-int stop_sensor(unsigned int iDeviceId);   // always 1
+int stop_sensor(unsigned int iDeviceId);  // always 1
 unsigned char read_register_data(unsigned char reg, unsigned int iDeviceId);
 void write_register_data(unsigned char reg, unsigned char value, unsigned int iDeviceId);
 void send_command_to_device(int iCommand, int wValue, unsigned int iDeviceId);

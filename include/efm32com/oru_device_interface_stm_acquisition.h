@@ -13,10 +13,8 @@ extern bool bulkModeStarted;
 // the bounded wait (or the sensor failed), or lu_ec_memory_is_null when a
 // frame could not be kept. Memory does not grow with iNumOfAverages: beyond
 // the first frames only a per-filter sum is kept.
-double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages,
-                                   int iDarkCorrectionMode, int useContAcq,
-                                   unsigned int iDeviceId,
-                                   ORU_ERROR_CODE* pErrorCode = nullptr);
+double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages, int iDarkCorrectionMode,
+                                   int useContAcq, unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode = nullptr);
 
 // Real-time bound of one wait for frames, in milliseconds.
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames);

@@ -8,6 +8,6 @@
 extern int maxNumOfDevice;
 
 int initialize_device_interface(unsigned int iDeviceId);  // lu_ec_success or lu_ec_fail_to_initialize_device
-int close_device_interface(unsigned int iDeviceId);       // always 1
+int close_device_interface(unsigned int iDeviceId);  // always 1
 
 #endif

@@ -6,7 +6,7 @@
 #include <libusb.h>
 #include <map>
 
-#define ORU_USB_VENDOR_ID 1155   /* 0x0483 */
+#define ORU_USB_VENDOR_ID 1155 /* 0x0483 */
 #define ORU_USB_PRODUCT_ID 22336 /* 0x5740 */
 
 class UsbDevHandle {

@@ -28,9 +28,9 @@ constexpr const char* wavelength_type[12] = {"468 nm", "529 nm", "572 nm", "610 
                                              "940 nm", "574 nm", "15000K", "6600K",  "430 nm", "850 nm"};
 
 // First and last filter index of each of the 18 filter subgroups.
-constexpr double subgroup_range[18][2] = {
-    {4, 255},   {257, 272}, {274, 305}, {307, 322}, {330, 387}, {388, 447}, {450, 483}, {485, 506}, {508, 574},
-    {577, 600}, {602, 649}, {651, 674}, {680, 701}, {704, 727}, {730, 767}, {768, 783}, {816, 859}, {862, 898}};
+constexpr double subgroup_range[18][2] = {{4, 255},   {257, 272}, {274, 305}, {307, 322}, {330, 387}, {388, 447},
+                                          {450, 483}, {485, 506}, {508, 574}, {577, 600}, {602, 649}, {651, 674},
+                                          {680, 701}, {704, 727}, {730, 767}, {768, 783}, {816, 859}, {862, 898}};
 
 // Spectrum-reconstruction algorithm names, index 0 to 5.
 constexpr const char* pReconAlgoType[6] = {"TNNLS-LCurve",    "TNNLS-GCV",    "NNLS-SC",

@@ -5,8 +5,8 @@
 #include <libusb.h>
 
 void usb_init(void);
-int usb_control_msg(libusb_device_handle* dev, int requesttype, int request, int value, int index,
-                    char* bytes, int size, int timeout);
+int usb_control_msg(libusb_device_handle* dev, int requesttype, int request, int value, int index, char* bytes,
+                    int size, int timeout);
 int libusb_to_errno(int result);
 
 #endif

@@ -55,7 +55,7 @@ private:
     std::condition_variable m_arrived;
     std::vector<uint16_t> m_samples;  // m_capacity frames of kFilters samples
     std::vector<Stamp> m_stamps;
-    std::size_t m_head = 0;   // oldest unread frame
+    std::size_t m_head = 0;  // oldest unread frame
     std::size_t m_count = 0;  // unread frames
     uint64_t m_next_sequence = 0;
     uint64_t m_dropped = 0;

@@ -51,8 +51,7 @@ int add_sensor(const SensorOptions& opts) {
         d->opts.identity = Identity{};
         d->opts.identity.x_coord = 12 + d->pos;
     }
-    d->identity_bytes = opts.raw_identity.size() == 5 ? opts.raw_identity
-                                                      : encode_identity(d->opts.identity);
+    d->identity_bytes = opts.raw_identity.size() == 5 ? opts.raw_identity : encode_identity(d->opts.identity);
     d->response = detail::scene_response(opts.scene);
     d->faults = opts.faults;
     d->rng.seed(opts.noise_seed);

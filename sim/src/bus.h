@@ -24,19 +24,19 @@ struct Device {
     bool led_driver = false;
     SensorOptions opts;
     std::vector<uint8_t> identity_bytes;  // the 5 bytes answered to code 1
-    std::vector<double> response;         // scene response per filter, peak 1
+    std::vector<double> response;  // scene response per filter, peak 1
 
-    std::array<uint8_t, 256> regs{};      // last byte written, by write code
+    std::array<uint8_t, 256> regs{};  // last byte written, by write code
     bool streaming = false;
-    uint64_t frame_no = 0;                // next frame number of this run
-    uint32_t run_no = 0;                  // start-streaming requests so far
+    uint64_t frame_no = 0;  // next frame number of this run
+    uint32_t run_no = 0;  // start-streaming requests so far
     uint64_t frames_sent = 0;
     int led_state = -1;
     unsigned faults = kFaultNone;
     bool unplugged = false;
 
     int open_handles = 0;
-    const void* claimed_by = nullptr;     // handle holding interface 0
+    const void* claimed_by = nullptr;  // handle holding interface 0
     int configuration = 1;
 
     Source source = Source::Model;
@@ -45,8 +45,8 @@ struct Device {
     FrameSource callback;
     std::mt19937 rng;
 
-    SteadyClock::time_point next_due{};   // real-time pacing: next frame ready at
-    int delivering = 0;                   // completions taken but whose callback still runs
+    SteadyClock::time_point next_due{};  // real-time pacing: next frame ready at
+    int delivering = 0;  // completions taken but whose callback still runs
 };
 
 struct Bus {

@@ -25,21 +25,52 @@ libusb_device_descriptor device_descriptor() {
 
 std::vector<uint8_t> raw_device_descriptor() {
     const libusb_device_descriptor d = device_descriptor();
-    return {d.bLength, d.bDescriptorType, static_cast<uint8_t>(d.bcdUSB & 0xFF),
-            static_cast<uint8_t>(d.bcdUSB >> 8), d.bDeviceClass, d.bDeviceSubClass,
-            d.bDeviceProtocol, d.bMaxPacketSize0, static_cast<uint8_t>(d.idVendor & 0xFF),
-            static_cast<uint8_t>(d.idVendor >> 8), static_cast<uint8_t>(d.idProduct & 0xFF),
-            static_cast<uint8_t>(d.idProduct >> 8), static_cast<uint8_t>(d.bcdDevice & 0xFF),
-            static_cast<uint8_t>(d.bcdDevice >> 8), d.iManufacturer, d.iProduct, d.iSerialNumber,
+    return {d.bLength,
+            d.bDescriptorType,
+            static_cast<uint8_t>(d.bcdUSB & 0xFF),
+            static_cast<uint8_t>(d.bcdUSB >> 8),
+            d.bDeviceClass,
+            d.bDeviceSubClass,
+            d.bDeviceProtocol,
+            d.bMaxPacketSize0,
+            static_cast<uint8_t>(d.idVendor & 0xFF),
+            static_cast<uint8_t>(d.idVendor >> 8),
+            static_cast<uint8_t>(d.idProduct & 0xFF),
+            static_cast<uint8_t>(d.idProduct >> 8),
+            static_cast<uint8_t>(d.bcdDevice & 0xFF),
+            static_cast<uint8_t>(d.bcdDevice >> 8),
+            d.iManufacturer,
+            d.iProduct,
+            d.iSerialNumber,
             d.bNumConfigurations};
 }
 
 std::vector<uint8_t> raw_config_descriptor() {
-    return {LIBUSB_DT_CONFIG_SIZE, LIBUSB_DT_CONFIG, kConfigTotalLength & 0xFF, kConfigTotalLength >> 8,
-            1, 1, 0, 0x80, 50,
-            LIBUSB_DT_INTERFACE_SIZE, LIBUSB_DT_INTERFACE, 0, 0, 1, LIBUSB_CLASS_VENDOR_SPEC, 0, 0, 0,
-            LIBUSB_DT_ENDPOINT_SIZE, LIBUSB_DT_ENDPOINT, kBulkEndpoint, LIBUSB_TRANSFER_TYPE_BULK,
-            kMaxPacket & 0xFF, kMaxPacket >> 8, 0};
+    return {LIBUSB_DT_CONFIG_SIZE,
+            LIBUSB_DT_CONFIG,
+            kConfigTotalLength & 0xFF,
+            kConfigTotalLength >> 8,
+            1,
+            1,
+            0,
+            0x80,
+            50,
+            LIBUSB_DT_INTERFACE_SIZE,
+            LIBUSB_DT_INTERFACE,
+            0,
+            0,
+            1,
+            LIBUSB_CLASS_VENDOR_SPEC,
+            0,
+            0,
+            0,
+            LIBUSB_DT_ENDPOINT_SIZE,
+            LIBUSB_DT_ENDPOINT,
+            kBulkEndpoint,
+            LIBUSB_TRANSFER_TYPE_BULK,
+            kMaxPacket & 0xFF,
+            kMaxPacket >> 8,
+            0};
 }
 
 libusb_config_descriptor* new_config_tree() {

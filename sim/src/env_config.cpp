@@ -30,11 +30,16 @@ std::vector<std::string> split(const std::string& s, char sep) {
 }
 
 bool parse_scene(const std::string& name, Scene* scene) {
-    if (name == "dark") *scene = Scene::Dark;
-    else if (name == "white") *scene = Scene::FlatWhite;
-    else if (name == "led") *scene = Scene::LedLine;
-    else if (name == "lamp") *scene = Scene::BroadLamp;
-    else return false;
+    if (name == "dark")
+        *scene = Scene::Dark;
+    else if (name == "white")
+        *scene = Scene::FlatWhite;
+    else if (name == "led")
+        *scene = Scene::LedLine;
+    else if (name == "lamp")
+        *scene = Scene::BroadLamp;
+    else
+        return false;
     return true;
 }
 
@@ -71,9 +76,12 @@ std::vector<unsigned> parse_faults(const char* text, int sensors) {
 void apply_pattern(int dev, const char* text) {
     if (!text || std::string(text) == "model") return;
     const std::string p(text);
-    if (p == "counter") use_frame_counter(dev);
-    else if (p.rfind("constant:", 0) == 0) set_constant_frame(dev, static_cast<uint16_t>(std::atoi(p.c_str() + 9)));
-    else warn("unknown ORU_VSENSOR_PATTERN '" + p + "'");
+    if (p == "counter")
+        use_frame_counter(dev);
+    else if (p.rfind("constant:", 0) == 0)
+        set_constant_frame(dev, static_cast<uint16_t>(std::atoi(p.c_str() + 9)));
+    else
+        warn("unknown ORU_VSENSOR_PATTERN '" + p + "'");
 }
 
 }  // namespace
@@ -82,8 +90,8 @@ int configure_from_environment() {
     if (const char* t = env("ORU_VSENSOR_TRACE")) detail::set_trace(std::atoi(t) != 0);
     if (const char* r = env("ORU_VSENSOR_REALTIME")) set_realtime(std::atoi(r) != 0);
 
-    const std::vector<std::string> ids = env("ORU_VSENSOR_IDS") ? split(env("ORU_VSENSOR_IDS"), ',')
-                                                                : std::vector<std::string>{};
+    const std::vector<std::string> ids =
+        env("ORU_VSENSOR_IDS") ? split(env("ORU_VSENSOR_IDS"), ',') : std::vector<std::string>{};
     int count = ids.empty() ? 1 : static_cast<int>(ids.size());
     if (const char* c = env("ORU_VSENSOR_COUNT")) count = std::max(0, std::atoi(c));
 

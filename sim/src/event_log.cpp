@@ -15,8 +15,8 @@ namespace {
 constexpr size_t kMaxEvents = size_t{1} << 20;
 
 struct RunState {
-    int logged = 0;             // completions logged one by one in this run
-    long summary = -1;          // index of the run's merged event, -1 = none yet
+    int logged = 0;  // completions logged one by one in this run
+    long summary = -1;  // index of the run's merged event, -1 = none yet
 };
 
 struct Log {
@@ -52,8 +52,7 @@ void append(Log& log, Event e) {
 }
 
 std::string pause_text(uint64_t us) {
-    return us % 1000 == 0 ? "pause " + std::to_string(us / 1000) + " ms"
-                          : "pause " + std::to_string(us) + " us";
+    return us % 1000 == 0 ? "pause " + std::to_string(us / 1000) + " ms" : "pause " + std::to_string(us) + " us";
 }
 
 std::string hex2(unsigned v) {
@@ -64,8 +63,8 @@ std::string hex2(unsigned v) {
 
 }  // namespace
 
-void log_control(int dev, uint8_t bmRequestType, uint8_t bRequest, uint16_t wValue, uint16_t wIndex,
-                 uint16_t wLength, unsigned timeout, int status) {
+void log_control(int dev, uint8_t bmRequestType, uint8_t bRequest, uint16_t wValue, uint16_t wIndex, uint16_t wLength,
+                 unsigned timeout, int status) {
     Event e;
     e.kind = EventKind::Control;
     e.dev = dev;
@@ -151,21 +150,19 @@ void set_trace(bool on) {
 
 std::string format_event(const Event& e) {
     switch (e.kind) {
-        case EventKind::Control:
-            if (e.bmRequestType == 0xA1)
-                return "cmd " + std::to_string(e.bRequest) + " value " + std::to_string(e.wValue);
-            if (e.bmRequestType == 0x21)
-                return "out " + std::to_string(e.bRequest) + " value " + std::to_string(e.wValue) + " index " +
-                       std::to_string(e.wIndex);
-            return "req " + hex2(e.bmRequestType) + " " + std::to_string(e.bRequest) + " value " +
-                   std::to_string(e.wValue) + " index " + std::to_string(e.wIndex) + " length " +
-                   std::to_string(e.wLength);
-        case EventKind::Pause:
-            return pause_text(e.pause_us);
-        case EventKind::Lifecycle:
-            return e.dev >= 0 ? "dev" + std::to_string(e.dev) + " " + e.what : e.what;
-        case EventKind::Bulk:
-            return "";
+    case EventKind::Control:
+        if (e.bmRequestType == 0xA1) return "cmd " + std::to_string(e.bRequest) + " value " + std::to_string(e.wValue);
+        if (e.bmRequestType == 0x21)
+            return "out " + std::to_string(e.bRequest) + " value " + std::to_string(e.wValue) + " index " +
+                   std::to_string(e.wIndex);
+        return "req " + hex2(e.bmRequestType) + " " + std::to_string(e.bRequest) + " value " +
+               std::to_string(e.wValue) + " index " + std::to_string(e.wIndex) + " length " + std::to_string(e.wLength);
+    case EventKind::Pause:
+        return pause_text(e.pause_us);
+    case EventKind::Lifecycle:
+        return e.dev >= 0 ? "dev" + std::to_string(e.dev) + " " + e.what : e.what;
+    case EventKind::Bulk:
+        return "";
     }
     return "";
 }

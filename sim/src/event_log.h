@@ -9,8 +9,8 @@
 
 namespace vsensor::detail {
 
-void log_control(int dev, uint8_t bmRequestType, uint8_t bRequest, uint16_t wValue,
-                 uint16_t wIndex, uint16_t wLength, unsigned timeout, int status);
+void log_control(int dev, uint8_t bmRequestType, uint8_t bRequest, uint16_t wValue, uint16_t wIndex, uint16_t wLength,
+                 unsigned timeout, int status);
 void log_bulk(int dev, int status);
 void log_stream_start(int dev);  // starts a new run for bulk merging
 void log_pause(uint64_t us, uint64_t at_us);

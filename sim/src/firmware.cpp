@@ -22,25 +22,42 @@ constexpr uint8_t kProbe = 255;
 
 bool is_write_code(int code) {
     switch (code) {
-        case 3: case 5: case 19: case 20: case 33: case 34: case 37: case 54:
-        case 57: case 80: case 81:
-            return true;
-        default:
-            return false;
+    case 3:
+    case 5:
+    case 19:
+    case 20:
+    case 33:
+    case 34:
+    case 37:
+    case 54:
+    case 57:
+    case 80:
+    case 81:
+        return true;
+    default:
+        return false;
     }
 }
 
 // Read codes answer the byte last written through their write code.
 int read_source(int code) {
     switch (code) {
-        case 4: return 5;
-        case 36: return 37;
-        case 38: return 33;
-        case 39: return 34;
-        case 35: return 19;
-        case 40: return 20;
-        case 53: return 54;
-        default: return -1;
+    case 4:
+        return 5;
+    case 36:
+        return 37;
+    case 38:
+        return 33;
+    case 39:
+        return 34;
+    case 35:
+        return 19;
+    case 40:
+        return 20;
+    case 53:
+        return 54;
+    default:
+        return -1;
     }
 }
 
@@ -94,28 +111,31 @@ void start_streaming(Device& d) {
 }
 
 int sensor_out(Device& d, const Setup& s) {
-    if (s.bRequest == kStartStreaming && s.wIndex == 1) start_streaming(d);
-    else if (s.bRequest == kStopStreaming && s.wIndex == 1) d.streaming = false;
-    else if (s.bRequest == kLedState) d.led_state = s.wValue;
+    if (s.bRequest == kStartStreaming && s.wIndex == 1)
+        start_streaming(d);
+    else if (s.bRequest == kStopStreaming && s.wIndex == 1)
+        d.streaming = false;
+    else if (s.bRequest == kLedState)
+        d.led_state = s.wValue;
     return s.wLength;
 }
 
 int standard_request(Device& d, const Setup& s, unsigned char* data) {
     const bool in = s.bmRequestType & LIBUSB_ENDPOINT_IN;
     switch (s.bRequest) {
-        case LIBUSB_REQUEST_GET_DESCRIPTOR:
-            if ((s.wValue >> 8) == LIBUSB_DT_DEVICE) return reply(raw_device_descriptor(), s, data);
-            if ((s.wValue >> 8) == LIBUSB_DT_CONFIG) return reply(raw_config_descriptor(), s, data);
-            return LIBUSB_ERROR_PIPE;
-        case LIBUSB_REQUEST_GET_STATUS:
-            return reply({0, 0}, s, data);
-        case LIBUSB_REQUEST_GET_CONFIGURATION:
-            return reply({static_cast<uint8_t>(d.configuration)}, s, data);
-        case LIBUSB_REQUEST_SET_CONFIGURATION:
-            d.configuration = s.wValue;
-            return 0;
-        default:
-            return in ? reply({}, s, data) : 0;
+    case LIBUSB_REQUEST_GET_DESCRIPTOR:
+        if ((s.wValue >> 8) == LIBUSB_DT_DEVICE) return reply(raw_device_descriptor(), s, data);
+        if ((s.wValue >> 8) == LIBUSB_DT_CONFIG) return reply(raw_config_descriptor(), s, data);
+        return LIBUSB_ERROR_PIPE;
+    case LIBUSB_REQUEST_GET_STATUS:
+        return reply({0, 0}, s, data);
+    case LIBUSB_REQUEST_GET_CONFIGURATION:
+        return reply({static_cast<uint8_t>(d.configuration)}, s, data);
+    case LIBUSB_REQUEST_SET_CONFIGURATION:
+        d.configuration = s.wValue;
+        return 0;
+    default:
+        return in ? reply({}, s, data) : 0;
     }
 }
 

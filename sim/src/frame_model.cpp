@@ -10,26 +10,26 @@ std::vector<double> scene_response(Scene scene) {
     std::vector<double> r(kFilters, 0.0);
     for (int i = 0; i < kFilters; ++i) {
         switch (scene) {
-            case Scene::Dark:
-                // Faint stray light: a dark scene is never quite black, but it
-                // stays far below the exposure window even at the longest shutter.
-                r[i] = 0.002;
-                break;
-            case Scene::FlatWhite:
-                r[i] = 1.0;
-                break;
-            case Scene::LedLine: {
-                // A narrow line on a weak pedestal: without the pedestal the
-                // frame mean is all dark level and the exposure search oscillates.
-                const double u = (i - 512) / 4.0;
-                r[i] = 0.02 + 0.98 * std::exp(-0.5 * u * u);
-                break;
-            }
-            case Scene::BroadLamp: {
-                const double u = (i - 600) / 250.0;
-                r[i] = std::exp(-0.5 * u * u);
-                break;
-            }
+        case Scene::Dark:
+            // Faint stray light: a dark scene is never quite black, but it
+            // stays far below the exposure window even at the longest shutter.
+            r[i] = 0.002;
+            break;
+        case Scene::FlatWhite:
+            r[i] = 1.0;
+            break;
+        case Scene::LedLine: {
+            // A narrow line on a weak pedestal: without the pedestal the
+            // frame mean is all dark level and the exposure search oscillates.
+            const double u = (i - 512) / 4.0;
+            r[i] = 0.02 + 0.98 * std::exp(-0.5 * u * u);
+            break;
+        }
+        case Scene::BroadLamp: {
+            const double u = (i - 600) / 250.0;
+            r[i] = std::exp(-0.5 * u * u);
+            break;
+        }
         }
     }
     return r;
@@ -68,23 +68,23 @@ void render_optical(Device& d, uint64_t frame_no, uint16_t* out) {
 void render_frame(Device& d, uint16_t* out) {
     const uint64_t n = d.frame_no++;
     switch (d.source) {
-        case Source::Model:
-            render_optical(d, n, out);
-            return;
-        case Source::Constant:
-            std::fill(out, out + kFilters, static_cast<uint16_t>(std::min<int>(d.constant, 4095)));
-            return;
-        case Source::Pattern:
-            for (int i = 0; i < kFilters; ++i) out[i] = std::min<uint16_t>(d.pattern[i], 4095);
-            return;
-        case Source::Counter:
-            std::fill(out, out + kFilters, static_cast<uint16_t>(n % 4096));
-            return;
-        case Source::Callback:
-            std::fill(out, out + kFilters, 0);
-            if (d.callback) d.callback(n, out);
-            for (int i = 0; i < kFilters; ++i) out[i] = std::min<uint16_t>(out[i], 4095);
-            return;
+    case Source::Model:
+        render_optical(d, n, out);
+        return;
+    case Source::Constant:
+        std::fill(out, out + kFilters, static_cast<uint16_t>(std::min<int>(d.constant, 4095)));
+        return;
+    case Source::Pattern:
+        for (int i = 0; i < kFilters; ++i) out[i] = std::min<uint16_t>(d.pattern[i], 4095);
+        return;
+    case Source::Counter:
+        std::fill(out, out + kFilters, static_cast<uint16_t>(n % 4096));
+        return;
+    case Source::Callback:
+        std::fill(out, out + kFilters, 0);
+        if (d.callback) d.callback(n, out);
+        for (int i = 0; i < kFilters; ++i) out[i] = std::min<uint16_t>(out[i], 4095);
+        return;
     }
 }
 

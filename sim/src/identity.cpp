@@ -29,8 +29,8 @@ std::vector<uint8_t> encode_identity(const Identity& id) {
         b3 = ((x & 0x7F) << 1) | ((y >> 6) & 1);
         b4 = ((y & 0x3F) << 2) | (type & 3);
     }
-    return {static_cast<uint8_t>(b0), static_cast<uint8_t>(b1), static_cast<uint8_t>(b2),
-            static_cast<uint8_t>(b3), static_cast<uint8_t>(b4)};
+    return {static_cast<uint8_t>(b0), static_cast<uint8_t>(b1), static_cast<uint8_t>(b2), static_cast<uint8_t>(b3),
+            static_cast<uint8_t>(b4)};
 }
 
 namespace detail {
@@ -39,8 +39,8 @@ bool parse_identity_text(const std::string& text, Identity* out) {
     Identity id;
     char c = 0;
     int n = 0;
-    if (std::sscanf(text.c_str(), " %c%d-%d-%d-%d-%d%n", &c, &id.lot_id, &id.wafer_id, &id.x_coord,
-                    &id.y_coord, &id.sensor_type, &n) != 6)
+    if (std::sscanf(text.c_str(), " %c%d-%d-%d-%d-%d%n", &c, &id.lot_id, &id.wafer_id, &id.x_coord, &id.y_coord,
+                    &id.sensor_type, &n) != 6)
         return false;
     if (text.find_first_not_of(" \t", static_cast<size_t>(n)) != std::string::npos) return false;
     id.lot_char = c;

@@ -15,9 +15,8 @@ std::atomic<uint64_t> g_total_pause_us{0};
 
 uint64_t real_elapsed_us() {
     static const auto start = std::chrono::steady_clock::now();
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                     std::chrono::steady_clock::now() - start)
-                                     .count());
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count());
 }
 }  // namespace
 
@@ -35,9 +34,7 @@ void reset_clock() {
 
 }  // namespace detail
 
-uint64_t now_us() {
-    return vsensor_clock_is_virtual() ? detail::g_virtual_us.load() : detail::real_elapsed_us();
-}
+uint64_t now_us() { return vsensor_clock_is_virtual() ? detail::g_virtual_us.load() : detail::real_elapsed_us(); }
 
 uint64_t total_pause_us() { return detail::g_total_pause_us.load(); }
 

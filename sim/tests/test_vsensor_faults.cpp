@@ -21,8 +21,8 @@ protected:
     libusb_transfer* submit(libusb_device_handle* h) {
         libusb_transfer* t = libusb_alloc_transfer(0);
         libusb_fill_bulk_transfer(
-            t, h, 0x81, buf, sizeof buf,
-            [](libusb_transfer* tr) { *static_cast<int*>(tr->user_data) = tr->status; }, &status, 0);
+            t, h, 0x81, buf, sizeof buf, [](libusb_transfer* tr) { *static_cast<int*>(tr->user_data) = tr->status; },
+            &status, 0);
         EXPECT_EQ(libusb_submit_transfer(t), 0);
         return t;
     }

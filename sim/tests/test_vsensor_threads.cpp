@@ -66,8 +66,8 @@ TEST(Threads, RequestsOnTwoSensorsWhileTheEventThreadStreams) {
                 ASSERT_EQ(out(h[d], 71, 0, 1), 0);
                 ASSERT_EQ(out(h[d], 70, 0, 1), 0);
                 std::unique_lock<std::mutex> lk(q[d].m);
-                ASSERT_TRUE(q[d].cv.wait_for(lk, std::chrono::seconds(20),
-                                             [&] { return q[d].first_values.size() == 5; }));
+                ASSERT_TRUE(
+                    q[d].cv.wait_for(lk, std::chrono::seconds(20), [&] { return q[d].first_values.size() == 5; }));
                 q[d].accepting = false;
                 lk.unlock();
                 ASSERT_EQ(out(h[d], 71, 0, 1), 0);

@@ -17,9 +17,7 @@
 // parameter calls through them.
 _oru_def_auto_exposure_parameters m_gAEParams;
 
-void reset_ae_parameters() {
-    m_gAEParams.init();
-}
+void reset_ae_parameters() { m_gAEParams.init(); }
 
 void _oru_def_auto_exposure_parameters::init() {
     initial_ss = 5;
@@ -83,9 +81,7 @@ int to_int(double x) {
     return static_cast<int>(x);
 }
 
-int round_half_away_from_zero(double x) {
-    return to_int(x >= 0 ? std::floor(x + 0.5) : std::ceil(x - 0.5));
-}
+int round_half_away_from_zero(double x) { return to_int(x >= 0 ? std::floor(x + 0.5) : std::ceil(x - 0.5)); }
 
 // Summed in an int on purpose: every partial sum is truncated, which shifts
 // the secant steps slightly; kept so the search chooses the same speeds.
@@ -102,10 +98,8 @@ double frame_max(const std::vector<double>& frame) {
 // One search: the measurements it makes and how it ends when it cannot go on.
 class AeSearch {
 public:
-    AeSearch(const std::vector<int>& valid_filters, int frame_average, int sleep_time,
-             unsigned int iDeviceId)
-        : m_valid(valid_filters), m_frameAverage(frame_average), m_sleepTime(sleep_time),
-          m_deviceId(iDeviceId) {}
+    AeSearch(const std::vector<int>& valid_filters, int frame_average, int sleep_time, unsigned int iDeviceId)
+        : m_valid(valid_filters), m_frameAverage(frame_average), m_sleepTime(sleep_time), m_deviceId(iDeviceId) {}
 
     int run();
 
@@ -219,8 +213,8 @@ int AeSearch::run() {
             double fPrevMeanVal = integer_accumulated_mean(prev_frame);
             indicator = kInWindow;
             double fTargetMeanVal = P.target_dn_value * fCurMeanVal / fCurMaxVal;
-            double fTempVal = iCurSS + (iCurSS - iPrevSS) * (fTargetMeanVal - fCurMeanVal) /
-                                           (fCurMeanVal - fPrevMeanVal);
+            double fTempVal =
+                iCurSS + (iCurSS - iPrevSS) * (fTargetMeanVal - fCurMeanVal) / (fCurMeanVal - fPrevMeanVal);
             nCountForSameSS = iPrevSS == iCurSS ? nCountForSameSS + 1 : 0;
             if (nCountForSameSS == 3) return iCurSS;
             iPrevSS = iCurSS;
@@ -252,9 +246,8 @@ int AeSearch::run() {
 
 }  // namespace
 
-int find_optimal_shutter_speed_with_ae(const std::vector<int>& valid_filters, int frame_average,
-                                       int sleep_time, unsigned int iDeviceId,
-                                       ORU_ERROR_CODE* pErrorCode) {
+int find_optimal_shutter_speed_with_ae(const std::vector<int>& valid_filters, int frame_average, int sleep_time,
+                                       unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     AeSearch search(valid_filters, frame_average, sleep_time, iDeviceId);
     int iResult = search.run();
     if (pErrorCode != nullptr) *pErrorCode = search.error();

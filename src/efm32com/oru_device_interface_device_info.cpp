@@ -21,8 +21,7 @@ constexpr int kSpecialLots[] = {4486, 6529};
 
 bool is_special_lot(int iLot) {
     for (int iSpecial : kSpecialLots)
-        if (iLot == iSpecial)
-            return true;
+        if (iLot == iSpecial) return true;
     return false;
 }
 
@@ -66,9 +65,7 @@ std::string format_sensor_id(const SSensorIdFields& f) {
     return text;
 }
 
-ORU_ERROR_CODE get_firmware_version(unsigned char*) {
-    return lu_ec_success;
-}
+ORU_ERROR_CODE get_firmware_version(unsigned char*) { return lu_ec_success; }
 
 ORU_ERROR_CODE get_sensor_id_with_index(char* SensorID, unsigned int iDeviceId) {
     unsigned char buf[kIdentityBytes + 1] = {};
@@ -80,8 +77,8 @@ ORU_ERROR_CODE get_sensor_id_with_index(char* SensorID, unsigned int iDeviceId) 
 }
 
 // Unlike the raw form, no command and no pause before the read.
-ORU_ERROR_CODE get_sensor_id_with_index(char* lot_char, short* lot_id, short* wafer_id, short* x_coord,
-                                        short* y_coord, short* sensor_type, unsigned int iDeviceId) {
+ORU_ERROR_CODE get_sensor_id_with_index(char* lot_char, short* lot_id, short* wafer_id, short* x_coord, short* y_coord,
+                                        short* sensor_type, unsigned int iDeviceId) {
     unsigned char buf[kIdentityBytes + 1] = {};
     read_identity(buf, iDeviceId);
     const SSensorIdFields f = decode_sensor_id_fields(buf);

@@ -37,7 +37,6 @@ void reset_sensor_shutter_speeds() {
     for (auto& shutter : g_iSensorShutterSpeed) shutter = 0;
 }
 
-
 void reset_device_settings() {
     reset_sensor_shutter_speeds();
     g_iCurShutterSpeed = 1;
@@ -55,9 +54,7 @@ constexpr unsigned int kShutterReadPauseUs = 10000;
 // The blank time follows every shutter change with this margin.
 constexpr int kBlankTimeMargin = 32;
 
-unsigned int sleep_time_us() {
-    return static_cast<unsigned int>(g_iSleepTime) * 1000;
-}
+unsigned int sleep_time_us() { return static_cast<unsigned int>(g_iSleepTime) * 1000; }
 
 unsigned char command(int iCommand, int wValue, unsigned int iPauseUs, unsigned int iDeviceId) {
     const unsigned char ucReply = do_control_transfer(iCommand, wValue, iDeviceId);
@@ -69,13 +66,9 @@ SBytePair split_word(int iValue) {
     return {static_cast<unsigned char>(iValue >> 8), static_cast<unsigned char>(iValue)};
 }
 
-int join_word(SBytePair bytes) {
-    return bytes.ucFirst * 256 + bytes.ucSecond;
-}
+int join_word(SBytePair bytes) { return bytes.ucFirst * 256 + bytes.ucSecond; }
 
-double settling_ms(int iUnits) {
-    return iUnits * 0.7 + 10.0;
-}
+double settling_ms(int iUnits) { return iUnits * 0.7 + 10.0; }
 
 // Unsigned conversion of the settling time. A negative time (only from a
 // negative blank time) becomes 0, as the target's float-to-unsigned
@@ -105,9 +98,7 @@ void count_verified(bool bMatched) {
         ++iFailCount;
 }
 
-void note_blank_time(int iBlankTime) {
-    iCurBlankTime = iBlankTime;
-}
+void note_blank_time(int iBlankTime) { iCurBlankTime = iBlankTime; }
 
 SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair value, unsigned int iPauseUs,
                               unsigned int iDeviceId) {
@@ -117,8 +108,7 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
         command(write.iSecond, value.ucSecond, iPauseUs, iDeviceId);
         readBack.ucFirst = command(read.iFirst, 0, iPauseUs, iDeviceId);
         readBack.ucSecond = command(read.iSecond, 0, iPauseUs, iDeviceId);
-        if (readBack == value)
-            break;
+        if (readBack == value) break;
     }
     return readBack;
 }
@@ -133,7 +123,8 @@ ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDev
     command(ORU_WRITE_BLANK_TIME.iFirst, blankW.ucFirst, kShutterPauseUs, iDeviceId);
     command(ORU_WRITE_BLANK_TIME.iSecond, blankW.ucSecond, kShutterPauseUs, iDeviceId);
 
-    const SBytePair shutterR = write_verified_pair(ORU_WRITE_SHUTTER, ORU_READ_SHUTTER, shutterW, kShutterPauseUs, iDeviceId);
+    const SBytePair shutterR =
+        write_verified_pair(ORU_WRITE_SHUTTER, ORU_READ_SHUTTER, shutterW, kShutterPauseUs, iDeviceId);
     // The whole int must come back: a value beyond 16 bits always counts as failed.
     count_verified(shutterR == shutterW && join_word(shutterR) == iShutterSpeedW);
 
@@ -192,6 +183,6 @@ ORU_ERROR_CODE get_adc_setting_values(unsigned char* ucADCRange, unsigned char* 
     *ucGain = (ucGainRes >> 1) & 1;
     *ucRes = ucGainRes & 1;
     oru_log(kLogNormal, "[STM] ADC range: %d, Gain: %d, Res: %d, Device Id: %d\n", *ucADCRange, *ucGain, *ucRes,
-           static_cast<int>(iDeviceId));
+            static_cast<int>(iDeviceId));
     return lu_ec_success;
 }

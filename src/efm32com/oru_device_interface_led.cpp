@@ -21,13 +21,10 @@ void send_led_state_request(libusb_device_handle* pHandle, int wValue) {
     usb_control_msg(pHandle, kRequestTypeClassOut, kRequestLedState, wValue, 0, nullptr, 0, kTimeoutMs);
 }
 
-bool is_led_driver_open() {
-    return g_LedDriverHandle != nullptr;
-}
+bool is_led_driver_open() { return g_LedDriverHandle != nullptr; }
 
 bool is_led_driver_close() {
-    if (g_LedDriverHandle == nullptr)
-        return false;
+    if (g_LedDriverHandle == nullptr) return false;
     libusb_set_configuration(g_LedDriverHandle, kUnconfigured);
     libusb_release_interface(g_LedDriverHandle, kInterface);
     libusb_close(g_LedDriverHandle);
@@ -37,12 +34,9 @@ bool is_led_driver_close() {
 }
 
 int set_state_to_led_device(bool* OnArray, int nNumOfLED, int intensity) {
-    if (g_LedDriverHandle == nullptr)
-        return 0;
+    if (g_LedDriverHandle == nullptr) return 0;
     send_led_state_request(g_LedDriverHandle, make_led_state_word(OnArray, nNumOfLED, intensity));
     return 1;
 }
 
-bool set_op_mode_to_led_device(int, int) {
-    return g_LedDriverHandle != nullptr;
-}
+bool set_op_mode_to_led_device(int, int) { return g_LedDriverHandle != nullptr; }

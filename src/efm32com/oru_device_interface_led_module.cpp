@@ -31,12 +31,10 @@ ORU_ERROR_CODE set_LED_module_op_mode(unsigned int iOpMode, unsigned int iDevice
 int make_led_state_word(const bool* OnArray, int nNumOfLED, int intensity, int* pState) {
     unsigned int uState = 0;
     for (int i = 0; i < nNumOfLED && i < kStateBits; ++i)
-        if (OnArray[i])
-            uState |= 1u << i;
+        if (OnArray[i]) uState |= 1u << i;
     // The intensity is not masked: it is OR-ed over LED bits 8 and up.
     const unsigned int uWord = uState | (static_cast<unsigned int>(intensity) << 8);
-    if (pState)
-        *pState = static_cast<int>(uState);
+    if (pState) *pState = static_cast<int>(uState);
     return static_cast<int>(uWord);
 }
 
@@ -46,14 +44,11 @@ ORU_ERROR_CODE set_led_state_values(bool* OnArray, int nNumOfLED, int intensity,
     oru_log(kLogNormal, "[LED] set LED status(%d), intensity: %d, value: %d\n", iState, intensity, wValue);
     convert_number_to_binary(wValue);
     libusb_device_handle* pHandle = find_device_handle(iDeviceId);
-    if (pHandle != nullptr)
-        send_led_state_request(pHandle, wValue);
+    if (pHandle != nullptr) send_led_state_request(pHandle, wValue);
     return lu_ec_success;
 }
 
-ORU_ERROR_CODE set_led_op_mode_values(int, int, unsigned int) {
-    return lu_ec_success;
-}
+ORU_ERROR_CODE set_led_op_mode_values(int, int, unsigned int) { return lu_ec_success; }
 
 void convert_number_to_binary(int n) {
     if (n > 1) {

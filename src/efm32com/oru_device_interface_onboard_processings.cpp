@@ -28,9 +28,7 @@ unsigned char get_frame_average_count_for_on_board_processing(unsigned int iDevi
 
 void set_dark_correction_mode_for_on_board_processing(bool, unsigned int) {}
 
-unsigned char get_dark_correction_mode_for_on_board_processing(unsigned int) {
-    return 0;
-}
+unsigned char get_dark_correction_mode_for_on_board_processing(unsigned int) { return 0; }
 
 void get_dark_frame_for_on_board_processing(unsigned int) {}
 
@@ -40,18 +38,12 @@ void set_roi_info_to_sensor(const std::vector<int>&, int) {}
 
 void get_roi_data_from_sensor(const std::vector<int>&, int, const std::vector<double>&, int) {}
 
-double acquire_sub_frame_data(int*, int, unsigned int) {
-    return 0.0;
-}
+double acquire_sub_frame_data(int*, int, unsigned int) { return 0.0; }
 
 void write_roi_info_to_fw(int, int, unsigned int) {}
 
-int read_roi_info_from_fw(int, int, unsigned int) {
-    return kSuccess;
-}
+int read_roi_info_from_fw(int, int, unsigned int) { return kSuccess; }
 
-std::vector<int> get_roi_info_from_sensor(int, int, unsigned int) {
-    return {};
-}
+std::vector<int> get_roi_info_from_sensor(int, int, unsigned int) { return {}; }
 
 void set_roi_info_to_sensor(int, std::vector<int>, unsigned int) {}

@@ -87,12 +87,11 @@ uint64_t sensor_arrivals() { return g_arrivals; }
 void register_sensor_hotplug() {
     if (g_bHotplugRegistered || !libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG)) return;
     g_bHotplugRegistered =
-        libusb_hotplug_register_callback(nullptr,
-                                         static_cast<libusb_hotplug_event>(LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED |
-                                                                           LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT),
-                                         LIBUSB_HOTPLUG_NO_FLAGS, kSensorVendorId, kSensorProductId,
-                                         LIBUSB_HOTPLUG_MATCH_ANY, on_hotplug, nullptr,
-                                         &g_hotplugHandle) == LIBUSB_SUCCESS;
+        libusb_hotplug_register_callback(
+            nullptr,
+            static_cast<libusb_hotplug_event>(LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT),
+            LIBUSB_HOTPLUG_NO_FLAGS, kSensorVendorId, kSensorProductId, LIBUSB_HOTPLUG_MATCH_ANY, on_hotplug, nullptr,
+            &g_hotplugHandle) == LIBUSB_SUCCESS;
 }
 
 void deregister_sensor_hotplug() {

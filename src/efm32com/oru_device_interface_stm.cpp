@@ -34,23 +34,22 @@ struct SCommandGroup {
 
 // In the order the dispatcher tests them.
 const SCommandGroup kGroups[] = {
-    {{1}, false, 5, kLongTimeoutMs, false},                                     // identity
-    {{2, 27}, false, 2048, kLongTimeoutMs, true},                               // block read
-    {{4, 6, 7, 10, 35, 36, 38, 39, 40, 53, 58}, false, 1, kTimeoutMs, true},    // byte read
-    {{56}, true, 1, kTimeoutMs, true},                                          // byte read with argument
-    {{8}, false, 4, kTimeoutMs, true},                                          // word read
-    {{11}, false, 2048, kTimeoutMs, true},                                      // block read, short timeout
-    {{12}, false, 12, kTimeoutMs, true},                                        // record read
-    {{13}, false, 12, kTimeoutMs, true},                                        // record read
-    {{3, 5, 19, 20, 33, 34, 37, 54, 80, 81}, true, 1, kTimeoutMs, true},        // byte write
-    {{57}, true, 1, kTimeoutMs, true},                                          // byte write, second form
-    {{255}, true, 1, kTimeoutMs, true},                                         // probe
+    {{1}, false, 5, kLongTimeoutMs, false},  // identity
+    {{2, 27}, false, 2048, kLongTimeoutMs, true},  // block read
+    {{4, 6, 7, 10, 35, 36, 38, 39, 40, 53, 58}, false, 1, kTimeoutMs, true},  // byte read
+    {{56}, true, 1, kTimeoutMs, true},  // byte read with argument
+    {{8}, false, 4, kTimeoutMs, true},  // word read
+    {{11}, false, 2048, kTimeoutMs, true},  // block read, short timeout
+    {{12}, false, 12, kTimeoutMs, true},  // record read
+    {{13}, false, 12, kTimeoutMs, true},  // record read
+    {{3, 5, 19, 20, 33, 34, 37, 54, 80, 81}, true, 1, kTimeoutMs, true},  // byte write
+    {{57}, true, 1, kTimeoutMs, true},  // byte write, second form
+    {{255}, true, 1, kTimeoutMs, true},  // probe
 };
 
 const SCommandGroup* find_group(int iCommand) {
     for (const SCommandGroup& group : kGroups)
-        if (std::find(group.codes.begin(), group.codes.end(), iCommand) != group.codes.end())
-            return &group;
+        if (std::find(group.codes.begin(), group.codes.end(), iCommand) != group.codes.end()) return &group;
     return nullptr;
 }
 
@@ -63,11 +62,9 @@ constexpr int kWriteRegisterCodes[] = {37, 5, 34, 33, 49, 50, 51, 52, 19, 20};
 
 unsigned char do_control_transfer(int iCommand, int wValue, unsigned int iDeviceId) {
     libusb_device_handle* pHandle = device_handle_entry(iDeviceId);
-    if (pHandle == nullptr)
-        return kNotSent;
+    if (pHandle == nullptr) return kNotSent;
     const SCommandGroup* pGroup = find_group(iCommand);
-    if (pGroup == nullptr)
-        return kNotSent;
+    if (pGroup == nullptr) return kNotSent;
 
     // Zeroed, so a failed or short transfer answers 0; the status itself is
     // not looked at.
@@ -91,30 +88,24 @@ int stop_sensor(unsigned int iDeviceId) {
 
 unsigned char read_register_data(unsigned char reg, unsigned int iDeviceId) {
     constexpr int nRegisters = sizeof(kReadRegisterCodes) / sizeof(kReadRegisterCodes[0]);
-    if (reg < 1 || reg > nRegisters)
-        return 0;
+    if (reg < 1 || reg > nRegisters) return 0;
     return do_control_transfer(kReadRegisterCodes[reg - 1], 0, iDeviceId);
 }
 
 void write_register_data(unsigned char reg, unsigned char value, unsigned int iDeviceId) {
     constexpr int nRegisters = sizeof(kWriteRegisterCodes) / sizeof(kWriteRegisterCodes[0]);
-    if (reg < 1 || reg > nRegisters)
-        return;
+    if (reg < 1 || reg > nRegisters) return;
     do_control_transfer(kWriteRegisterCodes[reg - 1], value, iDeviceId);
 }
 
 // Reserved entry points of the interface.
 void send_command_to_device(int, int, unsigned int) {}
 
-bool read_from_device(int, int, unsigned int) {
-    return true;
-}
+bool read_from_device(int, int, unsigned int) { return true; }
 
 int set_device_index(unsigned int idx) {
     remember_device_index(idx);
     return 1;
 }
 
-unsigned int get_connected_total_devices() {
-    return static_cast<unsigned int>(UsbDevHandle::pDevH.size());
-}
+unsigned int get_connected_total_devices() { return static_cast<unsigned int>(UsbDevHandle::pDevH.size()); }

@@ -62,15 +62,14 @@ void start_streaming(int iMode, unsigned int iDeviceId) {
 // The bounded wait, with exit_cond_lock held. When the frames do not come
 // (stalled stream, event loop ended) the request is ended, the lock released
 // and streaming switched off; returns false.
-bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath,
-                     unsigned int iDeviceId) {
+bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath, unsigned int iDeviceId) {
     // A sensor without an open handle (failed claim, unplugged and
     // forgotten) can send nothing: do not wait for it at all. The frames
     // come at this sensor's own exposure, whatever another was set to last.
     auto deadline = std::chrono::steady_clock::now();
     if (find_device_handle(iDeviceId) != nullptr)
-        deadline += std::chrono::milliseconds(
-            frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
+        deadline +=
+            std::chrono::milliseconds(frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
     if (wait_for_queued_frames(lk, nNeeded, deadline, iDeviceId) >= nNeeded) return true;
     end_frame_request(0);
     // The ring would otherwise wait for one frame that nobody takes.
@@ -126,9 +125,7 @@ int sum_through_ring(double* sum, int iAvgNum) {
 
 }  // namespace
 
-void set_frame_wait_margin_ms(long lMarginMs) {
-    g_lFrameWaitMarginMs = lMarginMs;
-}
+void set_frame_wait_margin_ms(long lMarginMs) { g_lFrameWaitMarginMs = lMarginMs; }
 
 // The frames of a request arrive one exposure apart, plus the two a single
 // shot throws away. Allow twice that, at least 1 ms per frame, on top of a
@@ -141,9 +138,8 @@ long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames) {
     return static_cast<long>(g_lFrameWaitMarginMs + llFrames * llPerFrameMs * 2);
 }
 
-double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages,
-                                   int /*iDarkCorrectionMode*/, int useContAcq,
-                                   unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
+double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages, int /*iDarkCorrectionMode*/,
+                                   int useContAcq, unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     if (pErrorCode != nullptr) *pErrorCode = lu_ec_success;
     const double fDarkAverageVal = 0.0;  // dark correction is not done here
     // A failed or removed sensor sends no frames: fail at once.

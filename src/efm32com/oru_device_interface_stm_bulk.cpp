@@ -37,9 +37,9 @@ constexpr std::chrono::milliseconds kCancelPollSlice{20};
 struct BulkTransferSlot {
     unsigned int iDeviceId = 0;
     unsigned char* pBuffer = nullptr;
-    bool bInFlight = false;         // submitted, its callback has not ended it
+    bool bInFlight = false;  // submitted, its callback has not ended it
     bool bCancelRequested = false;  // tear-down asked for its cancellation
-    bool bAbandoned = false;        // tear-down gave up waiting; the callback frees it
+    bool bAbandoned = false;  // tear-down gave up waiting; the callback frees it
     unsigned int nSubmissions = 0;  // lets tear-down see a resubmission after its cancel
 };
 std::mutex g_bulkLock;
@@ -107,12 +107,10 @@ bool receive_frame(long iSensor, const unsigned char* raw) {
     return take_bulk_frame(samples);
 }
 
-libusb_transfer* new_bulk_transfer(libusb_device_handle* handle, unsigned char* buffer,
-                                          int length, int num_iso_pack) {
+libusb_transfer* new_bulk_transfer(libusb_device_handle* handle, unsigned char* buffer, int length, int num_iso_pack) {
     libusb_transfer* transfer = libusb_alloc_transfer(num_iso_pack);
     if (transfer == nullptr) return nullptr;
-    libusb_fill_bulk_transfer(transfer, handle, ORU_BULK_ENDPOINT, buffer, length, cb_bulkdata,
-                              nullptr, 0);
+    libusb_fill_bulk_transfer(transfer, handle, ORU_BULK_ENDPOINT, buffer, length, cb_bulkdata, nullptr, 0);
     return transfer;
 }
 
@@ -139,8 +137,7 @@ bool wait_until_ended(libusb_transfer* transfer) {
         }
         if (usb_event_loop_running()) {
             std::unique_lock<std::mutex> lk(g_bulkLock);
-            g_bulkCond.wait_for(lk, kCancelPollSlice,
-                                [transfer] { return !g_bulkSlots.at(transfer).bInFlight; });
+            g_bulkCond.wait_for(lk, kCancelPollSlice, [transfer] { return !g_bulkSlots.at(transfer).bInFlight; });
         } else {
             timeval tv{0, static_cast<suseconds_t>(kCancelPollSlice.count() * 1000)};
             libusb_handle_events_timeout_completed(nullptr, &tv, nullptr);
@@ -184,7 +181,8 @@ void complete_bulk_transfer(libusb_transfer* transfer) {
         end_transfer(transfer);
         oru_log(kLogError, "===>>>> libusb_submit_transfer fail!!!\n");
         // Refused because the device is gone: the same as a removal.
-        mark_transfer_fault(iSensor, iSubmit == LIBUSB_ERROR_NO_DEVICE ? LIBUSB_TRANSFER_NO_DEVICE : LIBUSB_TRANSFER_ERROR);
+        mark_transfer_fault(iSensor,
+                            iSubmit == LIBUSB_ERROR_NO_DEVICE ? LIBUSB_TRANSFER_NO_DEVICE : LIBUSB_TRANSFER_ERROR);
         return;
     }
     std::lock_guard<std::mutex> lk(g_bulkLock);
@@ -202,8 +200,7 @@ void LIBUSB_CALL cb_bulkdata(struct libusb_transfer* transfer) {
     }
 }
 
-int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*/,
-                          unsigned int iDeviceId) {
+int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*/, unsigned int iDeviceId) {
     libusb_device_handle* handle = find_device_handle(iDeviceId);
     if (handle == nullptr) return -1;  // a failed claim: nothing to stream from
     // Marked even if the allocation below fails: it is not tried again.
@@ -284,6 +281,4 @@ bool bulk_transfer_made(unsigned int iDeviceId) {
     return it != allocTransferBulkMap.end() && it->second;
 }
 
-void reset_bulk_transfers() {
-    allocTransferBulkMap.clear();
-}
+void reset_bulk_transfers() { allocTransferBulkMap.clear(); }

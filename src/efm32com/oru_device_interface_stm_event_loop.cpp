@@ -57,9 +57,7 @@ void start_usb_event_loop() {
     }
 }
 
-bool usb_event_loop_running() {
-    return g_bEventLoopRunning;
-}
+bool usb_event_loop_running() { return g_bEventLoopRunning; }
 
 void request_exit(int code) {
     {

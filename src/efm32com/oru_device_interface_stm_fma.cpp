@@ -24,9 +24,7 @@ namespace {
 int64_t g_llRingSum[ORU_NUM_FILTERS];
 int g_nRingSumSlots = 0;
 
-double* slot(int iSlot) {
-    return g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS;
-}
+double* slot(int iSlot) { return g_FMA_Buffer + static_cast<size_t>(iSlot) * ORU_NUM_FILTERS; }
 
 void sum_ring_afresh(int iSlots) {
     std::fill(std::begin(g_llRingSum), std::end(g_llRingSum), 0);
@@ -58,9 +56,7 @@ void set_frame_moving_average(bool bEnable) {
     if (bEnable) restart_frame_ring();
 }
 
-bool frame_ring_buffered() {
-    return g_enable_FMA && g_FMA_Buffered;
-}
+bool frame_ring_buffered() { return g_enable_FMA && g_FMA_Buffered; }
 
 void advance_frame_ring(int iSlots, double* sum) {
     if (!g_FMA_Buffered) {

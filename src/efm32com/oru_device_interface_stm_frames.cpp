@@ -18,16 +18,14 @@
 // library sets it.
 bool stopFlag = false;
 
-void reset_frame_streaming() {
-    stopFlag = false;
-}
+void reset_frame_streaming() { stopFlag = false; }
 
 namespace {
 
-constexpr uint8_t kStreamRequestType = 0x21;   // host-to-device, class, interface
+constexpr uint8_t kStreamRequestType = 0x21;  // host-to-device, class, interface
 constexpr uint16_t kStreamInterfaceIndex = 1;
 constexpr unsigned int kStreamTimeoutMs = 2000;
-constexpr uint16_t kControlReadAdcRange = 0x84; // the ADC range value of start-up
+constexpr uint16_t kControlReadAdcRange = 0x84;  // the ADC range value of start-up
 constexpr unsigned char kAcqBlankTime = 2;
 constexpr useconds_t kStopRepeatPauseUs = 20000;
 
@@ -67,8 +65,8 @@ int acquire_frame_data_bulk(int iCommand, unsigned int iDeviceId) {
     int iPauseMs = get_sleep_time_for_shutter_speed(g_iCurShutterSpeed);
     libusb_device_handle* handle = find_device_handle(iDeviceId);
     if (handle == nullptr) return 0;
-    libusb_control_transfer(handle, kStreamRequestType, static_cast<uint8_t>(iCommand), 0,
-                            kStreamInterfaceIndex, nullptr, 0, kStreamTimeoutMs);
+    libusb_control_transfer(handle, kStreamRequestType, static_cast<uint8_t>(iCommand), 0, kStreamInterfaceIndex,
+                            nullptr, 0, kStreamTimeoutMs);
     // The firmware needs the time of at least one exposure to switch.
     usleep(static_cast<useconds_t>(iPauseMs) * 1000);
     return 0;
@@ -99,8 +97,8 @@ int acquire_frame_data_control(int iCommand, unsigned int iDeviceId) {
         std::memset(buffer, 0, sizeof buffer);
         if (handle != nullptr) {
             libusb_control_transfer(handle, ORU_REQUEST_TYPE_CLASS_IN, static_cast<uint8_t>(iCommand),
-                                    kControlReadAdcRange, kStreamInterfaceIndex, buffer,
-                                    ORU_FRAME_BYTES, kStreamTimeoutMs);
+                                    kControlReadAdcRange, kStreamInterfaceIndex, buffer, ORU_FRAME_BYTES,
+                                    kStreamTimeoutMs);
         }
         usleep(static_cast<useconds_t>(iPauseMs) * 1000);
         if (count == 0 || count == iCurrAvgNum - 1) {

@@ -25,7 +25,8 @@ void initialize_sensor(unsigned int iDeviceId) {
     write_verified_pair(ORU_WRITE_ADC, ORU_READ_ADC, {ucAdcRangeW, ucAdcResW}, iPauseUs, iDeviceId);
     const SBytePair shutterR =
         write_verified_pair(ORU_WRITE_SHUTTER, ORU_READ_SHUTTER, {ucUpperByteW, ucLowerByteW}, iPauseUs, iDeviceId);
-    write_verified_pair(ORU_WRITE_BLANK_TIME, ORU_READ_BLANK_TIME, {ucBtUpperByteW, ucBtLowerByteW}, iPauseUs, iDeviceId);
+    write_verified_pair(ORU_WRITE_BLANK_TIME, ORU_READ_BLANK_TIME, {ucBtUpperByteW, ucBtLowerByteW}, iPauseUs,
+                        iDeviceId);
 
     // Only the shutter speed counts in the statistics.
     count_verified(shutterR.ucFirst * 256 + shutterR.ucSecond == iShutterSpeedW);

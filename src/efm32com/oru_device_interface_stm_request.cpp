@@ -93,17 +93,11 @@ size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
     return g_bFailed ? 0 : static_cast<size_t>(g_frameSum.nFrames);
 }
 
-size_t queued_frames() {
-    return static_cast<size_t>(g_frameSum.nFrames);
-}
+size_t queued_frames() { return static_cast<size_t>(g_frameSum.nFrames); }
 
-void add_queued_frames(double* sum) {
-    g_frameSum.add_to(sum);
-}
+void add_queued_frames(double* sum) { g_frameSum.add_to(sum); }
 
-void copy_queued_frame(size_t i, double* out) {
-    std::copy(g_keptFrames[i], g_keptFrames[i] + ORU_NUM_FILTERS, out);
-}
+void copy_queued_frame(size_t i, double* out) { std::copy(g_keptFrames[i], g_keptFrames[i] + ORU_NUM_FILTERS, out); }
 
 void end_frame_request(int iNextWanted) {
     g_frameSum.clear();

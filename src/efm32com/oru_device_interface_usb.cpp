@@ -11,13 +11,9 @@
 std::map<int, libusb_device_handle*> UsbDevHandle::pDevH = UsbDevHandle::create_map();
 std::map<int, int> UsbDevId::currentDevId = UsbDevId::create_map();
 
-std::map<int, libusb_device_handle*> UsbDevHandle::create_map() {
-    return {};
-}
+std::map<int, libusb_device_handle*> UsbDevHandle::create_map() { return {}; }
 
-std::map<int, int> UsbDevId::create_map() {
-    return {};
-}
+std::map<int, int> UsbDevId::create_map() { return {}; }
 
 // Written only here, on the caller thread (connect, disconnect); read by
 // every layer that talks to a sensor. No lock.
@@ -25,8 +21,7 @@ libusb_device_handle* g_LedDriverHandle = nullptr;
 
 void reset_usb_handles() {
     for (auto& entry : UsbDevHandle::pDevH)
-        if (entry.second != nullptr)
-            libusb_close(entry.second);
+        if (entry.second != nullptr) libusb_close(entry.second);
     UsbDevHandle::pDevH.clear();
     UsbDevId::currentDevId.clear();
     if (g_LedDriverHandle != nullptr) {
@@ -58,10 +53,8 @@ constexpr int kUnreadable = -2;
 int next_oru_device(libusb_device** pList, int iFrom) {
     for (int i = iFrom; pList[i] != nullptr; ++i) {
         libusb_device_descriptor desc;
-        if (libusb_get_device_descriptor(pList[i], &desc) < 0)
-            return kUnreadable;
-        if (desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID)
-            return i;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0) return kUnreadable;
+        if (desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID) return i;
     }
     return kEndOfList;
 }
@@ -69,8 +62,7 @@ int next_oru_device(libusb_device** pList, int iFrom) {
 // The sensor scans report an unreadable descriptor; the LED search does not.
 int next_sensor(libusb_device** pList, int iFrom) {
     const int i = next_oru_device(pList, iFrom);
-    if (i == kUnreadable)
-        oru_log(kLogError, "failed to get device descriptor\n");
+    if (i == kUnreadable) oru_log(kLogError, "failed to get device descriptor\n");
     return i;
 }
 
@@ -86,8 +78,7 @@ void report_open_failure(int iError) {
 libusb_device_handle* open_or_report(libusb_device* pDev) {
     libusb_device_handle* pHandle = nullptr;
     const int iError = libusb_open(pDev, &pHandle);
-    if (iError == LIBUSB_SUCCESS)
-        return pHandle;
+    if (iError == LIBUSB_SUCCESS) return pHandle;
     report_open_failure(iError);
     return nullptr;
 }
@@ -97,8 +88,7 @@ libusb_device_handle* open_or_report(libusb_device* pDev) {
 // that a reconnect really stores its new handle. Returns the stored handle.
 libusb_device_handle* store_handle(int iKey, libusb_device_handle* pHandle) {
     auto inserted = UsbDevHandle::pDevH.insert({iKey, pHandle});
-    if (!inserted.second && inserted.first->second == nullptr)
-        inserted.first->second = pHandle;
+    if (!inserted.second && inserted.first->second == nullptr) inserted.first->second = pHandle;
     return inserted.first->second;
 }
 
@@ -108,8 +98,7 @@ bool claim_or_forget(int iKey, int iInterface) {
     libusb_device_handle* pHandle = UsbDevHandle::pDevH[iKey];
     // A USB serial driver often binds to these ids; let libusb detach it.
     libusb_set_auto_detach_kernel_driver(pHandle, 1);
-    if (libusb_claim_interface(pHandle, iInterface) == LIBUSB_SUCCESS)
-        return true;
+    if (libusb_claim_interface(pHandle, iInterface) == LIBUSB_SUCCESS) return true;
     libusb_release_interface(pHandle, iInterface);
     libusb_close(pHandle);
     UsbDevHandle::pDevH[iKey] = nullptr;
@@ -121,12 +110,10 @@ int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
     int i = -1;
     for (unsigned int nMatching = 0; nMatching <= iDeviceId; ++nMatching) {
         i = next_sensor(pList, i + 1);
-        if (i < 0)
-            return 0;
+        if (i < 0) return 0;
     }
     libusb_device_handle* pHandle = open_or_report(pList[i]);
-    if (pHandle == nullptr)
-        return 0;
+    if (pHandle == nullptr) return 0;
 
     libusb_device_handle* pStored = store_handle(iKey, pHandle);
     if (pStored != nullptr) {
@@ -145,14 +132,11 @@ int connect_all_devices(libusb_device** pList) {
     int i = next_sensor(pList, 0);
     for (; i >= 0; i = next_sensor(pList, i + 1)) {
         libusb_device_handle* pHandle = open_or_report(pList[i]);
-        if (pHandle == nullptr)
-            return 0;
+        if (pHandle == nullptr) return 0;
         bOpened = true;
-        if (store_handle(iKey, pHandle) != nullptr && claim_or_forget(iKey, kFirstInterface))
-            ++iKey;
+        if (store_handle(iKey, pHandle) != nullptr && claim_or_forget(iKey, kFirstInterface)) ++iKey;
     }
-    if (i == kUnreadable)
-        return 0;
+    if (i == kUnreadable) return 0;
     return bOpened && UsbDevHandle::pDevH.count(iKey - 1) ? 1 : 0;
 }
 
@@ -160,8 +144,7 @@ int open_led_driver(libusb_device** pList) {
     // The first device with our ids is taken as the LED driver, even when it
     // is sensor 0: nothing on the bus tells the two apart.
     const int i = next_oru_device(pList, 0);
-    if (i < 0)
-        return 0;
+    if (i < 0) return 0;
     g_LedDriverHandle = open_or_report(pList[i]);
     return g_LedDriverHandle != nullptr ? 1 : 0;
 }
@@ -170,11 +153,9 @@ int open_led_driver(libusb_device** pList) {
 // handles keep their own device references, so the list can go afterwards.
 template <typename Scan>
 int scan_bus(Scan scan) {
-    if (!init_default_context())
-        return 0;
+    if (!init_default_context()) return 0;
     libusb_device** pList = nullptr;
-    if (libusb_get_device_list(NULL, &pList) < 0)
-        return 0;
+    if (libusb_get_device_list(NULL, &pList) < 0) return 0;
     const int iResult = scan(pList);
     libusb_free_device_list(pList, 1);
     return iResult;
@@ -186,17 +167,12 @@ int connect_device(unsigned int iDeviceId) {
     return scan_bus([iDeviceId](libusb_device** pList) { return connect_nth_device(pList, iDeviceId); });
 }
 
-int connect_device() {
-    return scan_bus(connect_all_devices);
-}
+int connect_device() { return scan_bus(connect_all_devices); }
 
-int connect_device(int, int, unsigned int) {
-    return 0;
-}
+int connect_device(int, int, unsigned int) { return 0; }
 
 int connect_LED_device() {
-    if (g_LedDriverHandle != nullptr)
-        return 1;
+    if (g_LedDriverHandle != nullptr) return 1;
     return scan_bus(open_led_driver);
 }
 
@@ -204,28 +180,22 @@ int disconnect_device(unsigned int iDeviceId) {
     // Only forgets the handle: the interface stays claimed and the handle
     // open, as the tear-down expects.
     auto it = UsbDevHandle::pDevH.find(static_cast<int>(iDeviceId));
-    if (it != UsbDevHandle::pDevH.end() && it->second != nullptr)
-        UsbDevHandle::pDevH.erase(it);
+    if (it != UsbDevHandle::pDevH.end() && it->second != nullptr) UsbDevHandle::pDevH.erase(it);
     return 1;
 }
 
-int reconnect_device(unsigned int&, libusb_device*, libusb_context*, bool) {
-    return 1;
-}
+int reconnect_device(unsigned int&, libusb_device*, libusb_context*, bool) { return 1; }
 
 int first_interface_number(libusb_device_handle* pHandle, int* pnInterfaces) {
     libusb_config_descriptor* pConfig = nullptr;
     int nInterfaces = 0;
     int iInterface = kNoInterface;
-    if (libusb_get_config_descriptor(libusb_get_device(pHandle), kFirstConfiguration, &pConfig) ==
-        LIBUSB_SUCCESS) {
+    if (libusb_get_config_descriptor(libusb_get_device(pHandle), kFirstConfiguration, &pConfig) == LIBUSB_SUCCESS) {
         nInterfaces = pConfig->bNumInterfaces;
-        if (nInterfaces > 0)
-            iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
+        if (nInterfaces > 0) iInterface = pConfig->interface[0].altsetting[0].bInterfaceNumber;
         libusb_free_config_descriptor(pConfig);
     }
-    if (pnInterfaces != nullptr)
-        *pnInterfaces = nInterfaces;
+    if (pnInterfaces != nullptr) *pnInterfaces = nInterfaces;
     return iInterface;
 }
 

@@ -23,8 +23,7 @@ int64_t clock_ns(clockid_t clock) {
 
 }  // namespace
 
-FrameRing::FrameRing(std::size_t capacity)
-    : m_capacity(capacity), m_samples(capacity * kFilters), m_stamps(capacity) {}
+FrameRing::FrameRing(std::size_t capacity) : m_capacity(capacity), m_samples(capacity * kFilters), m_stamps(capacity) {}
 
 void FrameRing::push(const unsigned char* raw) {
     const int64_t realtime = clock_ns(CLOCK_REALTIME);

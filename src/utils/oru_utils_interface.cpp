@@ -176,8 +176,8 @@ std::vector<int> oru_utils_interface::string_to_integer_vector(const std::string
     return values;
 }
 
-void oru_utils_interface::decode_sensor_ID(const std::string& sensor_id, char* lot_char, short* lot_id,
-                                           short* wafer_id, short* x_coord, short* y_coord) {
+void oru_utils_interface::decode_sensor_ID(const std::string& sensor_id, char* lot_char, short* lot_id, short* wafer_id,
+                                           short* x_coord, short* y_coord) {
     auto store = [](short* target, int value) {
         if (target != nullptr) *target = static_cast<short>(value);
     };
@@ -271,8 +271,8 @@ void oru_utils_interface::normalize(std::vector<double>& in, std::vector<double>
 
 // ---------------------------------------------------------------- spectra
 
-void oru_utils_interface::get_spectrum_info(std::vector<double>& spectrum, double& fPeakWavelength,
-                                            double& fPeakPower, double& fFWHM) {
+void oru_utils_interface::get_spectrum_info(std::vector<double>& spectrum, double& fPeakWavelength, double& fPeakPower,
+                                            double& fFWHM) {
     if (spectrum.empty()) return;
     fPeakWavelength = 0.0;
     fPeakPower = 0.0;
@@ -304,7 +304,8 @@ void oru_utils_interface::get_spectrum_derivative(std::vector<double>& in, std::
     (void)in;
     if (iDim == 1 || iDim == 2) return;
     out.clear();
-    oru_log(kLogError, "[oru_utils_interface] Error: wrong derivative dimension. 1-D or 2-D only supported. (%d)\n", iDim);
+    oru_log(kLogError, "[oru_utils_interface] Error: wrong derivative dimension. 1-D or 2-D only supported. (%d)\n",
+            iDim);
 }
 
 void oru_utils_interface::make_gaussian_spectrum(int iSpecLength, double fWavelength, double fBandWidth,

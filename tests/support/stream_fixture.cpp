@@ -26,8 +26,11 @@ usbtest::Wire stream_start(unsigned int iPauseMs) {
 }
 
 usbtest::Wire stream_stop(unsigned int iPauseMs) {
-    return stream_cmd(71, iPauseMs).pause_ms(20).then(stream_cmd(71, iPauseMs)).pause_ms(20).then(
-        stream_cmd(71, iPauseMs));
+    return stream_cmd(71, iPauseMs)
+        .pause_ms(20)
+        .then(stream_cmd(71, iPauseMs))
+        .pause_ms(20)
+        .then(stream_cmd(71, iPauseMs));
 }
 
 std::vector<int> shutter_speeds_written(int dev) {
@@ -46,8 +49,7 @@ std::vector<int> shutter_speeds_written(int dev) {
 
 bool wait_for_health(unsigned int iDeviceId, int iHealth) {
     std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10),
-                              [&] { return sensor_health(iDeviceId) == iHealth; });
+    return exit_cond.wait_for(lk, std::chrono::seconds(10), [&] { return sensor_health(iDeviceId) == iHealth; });
 }
 
 ::testing::AssertionResult all_equal(const std::vector<double>& values, double value) {

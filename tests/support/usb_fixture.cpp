@@ -21,9 +21,7 @@ Wire& Wire::pause_ms(unsigned int iMs) {
     return *this;
 }
 
-Wire& Wire::cmd_then_pause(int iCode, int iValue, unsigned int iMs) {
-    return cmd(iCode, iValue).pause_ms(iMs);
-}
+Wire& Wire::cmd_then_pause(int iCode, int iValue, unsigned int iMs) { return cmd(iCode, iValue).pause_ms(iMs); }
 
 Wire& Wire::then(const Wire& other) {
     m_items.insert(m_items.end(), other.m_items.begin(), other.m_items.end());
@@ -32,24 +30,21 @@ Wire& Wire::then(const Wire& other) {
 
 std::string Wire::str() const {
     std::string text;
-    for (const std::string& item : m_items)
-        text += (text.empty() ? "" : ", ") + item;
+    for (const std::string& item : m_items) text += (text.empty() ? "" : ", ") + item;
     return text;
 }
 
 std::vector<vsensor::Event> control_events() {
     std::vector<vsensor::Event> controls;
     for (const vsensor::Event& e : vsensor::events())
-        if (e.kind == vsensor::EventKind::Control)
-            controls.push_back(e);
+        if (e.kind == vsensor::EventKind::Control) controls.push_back(e);
     return controls;
 }
 
 std::vector<std::string> lifecycle_of(int iDev) {
     std::vector<std::string> steps;
     for (const vsensor::Event& e : vsensor::events())
-        if (e.kind == vsensor::EventKind::Lifecycle && e.dev == iDev)
-            steps.push_back(e.what);
+        if (e.kind == vsensor::EventKind::Lifecycle && e.dev == iDev) steps.push_back(e.what);
     return steps;
 }
 
@@ -59,13 +54,9 @@ void reset_usb_layer() {
     vsensor::reset();
 }
 
-void UsbTest::SetUp() {
-    reset_usb_layer();
-}
+void UsbTest::SetUp() { reset_usb_layer(); }
 
-void UsbTest::TearDown() {
-    reset_usb_layer();
-}
+void UsbTest::TearDown() { reset_usb_layer(); }
 
 void UsbTest::connect_sensors(int nSensors, unsigned int faults) {
     vsensor::SensorOptions opts;
@@ -74,8 +65,7 @@ void UsbTest::connect_sensors(int nSensors, unsigned int faults) {
 }
 
 void UsbTest::connect_sensors(const std::vector<vsensor::SensorOptions>& sensors) {
-    for (const vsensor::SensorOptions& opts : sensors)
-        vsensor::add_sensor(opts);
+    for (const vsensor::SensorOptions& opts : sensors) vsensor::add_sensor(opts);
     testing::internal::CaptureStdout();
     for (size_t i = 0; i < sensors.size(); ++i)
         EXPECT_EQ(connect_device(static_cast<unsigned int>(i)), 1) << "sensor " << i;

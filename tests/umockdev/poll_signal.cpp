@@ -33,8 +33,7 @@ void PollSignal::set_ready(bool ready) {
     m_ready = ready;
     if (ready) {
         char buf[kOnePage];
-        while (read(m_fd, buf, sizeof buf) > 0) {
-        }
+        while (read(m_fd, buf, sizeof buf) > 0) {}
     } else {
         const char byte = 0;
         if (write(m_fd, &byte, 1) < 0 && errno != EAGAIN) m_ready = true;

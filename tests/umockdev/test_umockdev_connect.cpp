@@ -19,21 +19,33 @@ namespace {
 class RealUsbConnect : public RealUsbTest {};
 
 std::string cmd(int code, int value, int pause_ms) {
-    return "cmd " + std::to_string(code) + " value " + std::to_string(value) + ", pause " +
-           std::to_string(pause_ms) + " ms";
+    return "cmd " + std::to_string(code) + " value " + std::to_string(value) + ", pause " + std::to_string(pause_ms) +
+           " ms";
 }
 
 // What the bring-up of one sensor sends: initial settings with read-backs,
 // start, ADC 132 / gain 1 / resolution 0, no on-board averaging, stop streaming.
 std::string bring_up_wire() {
-    const std::vector<std::string> steps = {
-        cmd(19, 132, 30), cmd(20, 0, 30), cmd(35, 0, 30), cmd(40, 0, 30),  // ADC
-        cmd(37, 0, 30),   cmd(5, 1, 30),  cmd(36, 0, 30), cmd(4, 0, 30),   // shutter speed 1
-        cmd(34, 0, 30),   cmd(33, 2, 30), cmd(39, 0, 30), cmd(38, 0, 30),  // blank time 2
-        cmd(3, 3, 10),                                                     // start
-        cmd(19, 132, 30), cmd(20, 2, 30), cmd(35, 0, 30), cmd(40, 0, 30),  // ADC 132, gain 1
-        cmd(54, 0, 20),   cmd(53, 0, 20),                                  // on-board averaging off
-        "out 71 value 0 index 1, pause 30 ms"};
+    const std::vector<std::string> steps = {cmd(19, 132, 30),
+                                            cmd(20, 0, 30),
+                                            cmd(35, 0, 30),
+                                            cmd(40, 0, 30),  // ADC
+                                            cmd(37, 0, 30),
+                                            cmd(5, 1, 30),
+                                            cmd(36, 0, 30),
+                                            cmd(4, 0, 30),  // shutter speed 1
+                                            cmd(34, 0, 30),
+                                            cmd(33, 2, 30),
+                                            cmd(39, 0, 30),
+                                            cmd(38, 0, 30),  // blank time 2
+                                            cmd(3, 3, 10),  // start
+                                            cmd(19, 132, 30),
+                                            cmd(20, 2, 30),
+                                            cmd(35, 0, 30),
+                                            cmd(40, 0, 30),  // ADC 132, gain 1
+                                            cmd(54, 0, 20),
+                                            cmd(53, 0, 20),  // on-board averaging off
+                                            "out 71 value 0 index 1, pause 30 ms"};
     std::string text;
     for (const std::string& s : steps) text += (text.empty() ? "" : ", ") + s;
     return text;
@@ -52,9 +64,7 @@ std::string wire_from_first_request(int dev) {
     return text;
 }
 
-bool starts_with_bring_up(int dev) {
-    return wire_from_first_request(dev).rfind(bring_up_wire(), 0) == 0;
-}
+bool starts_with_bring_up(int dev) { return wire_from_first_request(dev).rfind(bring_up_wire(), 0) == 0; }
 
 std::vector<std::string> sensor_list() {
     std::vector<std::string> ids;

@@ -56,8 +56,8 @@ TEST_F(RealUsbUnplug, UnplugWhileStreamingEndsTheReadAndTheTearDown) {
     // The transfer was either submitted (it completes with NO_DEVICE) or
     // between its callback and its resubmission (which usbfs refuses).
     const bool completed_no_device = errors == "bulk data transfer status 5?\n";
-    const bool resubmit_refused = errors.empty() &&
-                                  output.find("===>>>> libusb_submit_transfer fail!!!\n") != std::string::npos;
+    const bool resubmit_refused =
+        errors.empty() && output.find("===>>>> libusb_submit_transfer fail!!!\n") != std::string::npos;
     EXPECT_TRUE(completed_no_device || resubmit_refused) << "stderr: " << errors << "stdout: " << output;
     RecordProperty("unplug_seen_as", completed_no_device ? "completion with NO_DEVICE" : "refused resubmission");
     // Either way only that sensor is marked; the loop goes on for the others.

@@ -67,11 +67,25 @@ std::string add_device(Testbed& tb, const std::shared_ptr<vsensor::detail::Devic
     const std::string devname = "/dev/bus/usb/" + text(kBusNumber, "%03d") + "/" + text(devnum, "%03d");
     const std::string dev = text(kUsbDeviceMajor) + ":" + text((kBusNumber - 1) * 128 + devnum - 1);
     const std::string busnum = text(kBusNumber), devnum_text = text(devnum);
-    const gchar* attributes[] = {"busnum", busnum.c_str(), "devnum", devnum_text.c_str(), "idVendor", "0483",
-                                 "idProduct", "5740", "speed", "12", "bConfigurationValue", "1",
-                                 "bNumConfigurations", "1", "dev", dev.c_str(), nullptr};
-    const gchar* properties[] = {"DEVTYPE", "usb_device", "DEVNAME", devname.c_str(), "BUSNUM", busnum.c_str(),
-                                 "DEVNUM", devnum_text.c_str(), "PRODUCT", "483/5740/200", nullptr};
+    const gchar* attributes[] = {"busnum",
+                                 busnum.c_str(),
+                                 "devnum",
+                                 devnum_text.c_str(),
+                                 "idVendor",
+                                 "0483",
+                                 "idProduct",
+                                 "5740",
+                                 "speed",
+                                 "12",
+                                 "bConfigurationValue",
+                                 "1",
+                                 "bNumConfigurations",
+                                 "1",
+                                 "dev",
+                                 dev.c_str(),
+                                 nullptr};
+    const gchar* properties[] = {"DEVTYPE", "usb_device",        "DEVNAME", devname.c_str(), "BUSNUM", busnum.c_str(),
+                                 "DEVNUM",  devnum_text.c_str(), "PRODUCT", "483/5740/200",  nullptr};
     gchar* syspath = umockdev_testbed_add_devicev(tb.testbed, "usb", name.c_str(), nullptr,
                                                   const_cast<gchar**>(attributes), const_cast<gchar**>(properties));
     if (!syspath) return "umockdev_testbed_add_device failed for " + name;

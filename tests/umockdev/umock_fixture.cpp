@@ -59,8 +59,7 @@ bool files_closed(int dev) {
 std::string default_sensor_id(int pos) {
     const vsensor::Identity id;
     return std::string(1, id.lot_char) + std::to_string(id.lot_id) + "-" + std::to_string(id.wafer_id) + "-" +
-           std::to_string(id.x_coord + pos) + "-" + std::to_string(id.y_coord) + "-" +
-           std::to_string(id.sensor_type);
+           std::to_string(id.x_coord + pos) + "-" + std::to_string(id.y_coord) + "-" + std::to_string(id.sensor_type);
 }
 
 std::vector<std::string> transcript_items(int dev, bool with_lifecycle) {

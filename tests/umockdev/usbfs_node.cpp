@@ -39,12 +39,18 @@ bool trace_on() {
 // Lifecycle events carry libusb's code for the result, as the virtual face logs them.
 int libusb_code(int err) {
     switch (err) {
-        case 0: return LIBUSB_SUCCESS;
-        case EBUSY: return LIBUSB_ERROR_BUSY;
-        case ENOENT: return LIBUSB_ERROR_NOT_FOUND;
-        case ENODEV: return LIBUSB_ERROR_NO_DEVICE;
-        case EINVAL: return LIBUSB_ERROR_INVALID_PARAM;
-        default: return LIBUSB_ERROR_OTHER;
+    case 0:
+        return LIBUSB_SUCCESS;
+    case EBUSY:
+        return LIBUSB_ERROR_BUSY;
+    case ENOENT:
+        return LIBUSB_ERROR_NOT_FOUND;
+    case ENODEV:
+        return LIBUSB_ERROR_NO_DEVICE;
+    case EINVAL:
+        return LIBUSB_ERROR_INVALID_PARAM;
+    default:
+        return LIBUSB_ERROR_OTHER;
     }
 }
 
@@ -160,59 +166,65 @@ long UsbfsNode::dispatch(UMockdevIoctlClient* client, unsigned long request, int
     if (request == USBDEVFS_REAPURBNDELAY || request == USBDEVFS_REAPURB) return reap(client, err);
     if (d.unplugged) return fail(err, ENODEV);
     switch (request) {
-        case USBDEVFS_GET_CAPABILITIES: {
-            UMockdevIoctlData* data = resolve_arg(client, sizeof(uint32_t));
-            if (!data) return fail(err, EFAULT);
-            std::memcpy(data->data, &kCapabilities, sizeof kCapabilities);
-            g_object_unref(data);
-            return 0;
-        }
-        case USBDEVFS_SETCONFIGURATION: {
-            int configuration = 0;
-            if (!read_arg(client, &configuration)) return fail(err, EFAULT);
-            // usbfs refuses while any interface is claimed, by anyone.
-            int e = 0;
-            if (d.claimed_by) e = EBUSY;
-            else if (configuration != -1 && configuration != 0 && configuration != 1) e = EINVAL;
-            else d.configuration = std::max(configuration, 0);
-            vsensor::detail::log_lifecycle(d.pos, "set_configuration " + std::to_string(configuration),
-                                           libusb_code(e));
-            return e ? fail(err, e) : 0;
-        }
-        case USBDEVFS_CLAIMINTERFACE: {
-            unsigned int interface = 0;
-            if (!read_arg(client, &interface)) return fail(err, EFAULT);
-            return claim(client, interface, err);
-        }
-        case USBDEVFS_DISCONNECT_CLAIM: {
-            usbdevfs_disconnect_claim dc{};
-            if (!read_arg(client, &dc)) return fail(err, EFAULT);
-            return claim(client, dc.interface, err);
-        }
-        case USBDEVFS_RELEASEINTERFACE: {
-            unsigned int interface = 0;
-            if (!read_arg(client, &interface)) return fail(err, EFAULT);
-            return release(client, interface, err);
-        }
-        case USBDEVFS_SUBMITURB:
-            return submit(client, err);
-        case USBDEVFS_DISCARDURB:
-            return discard(client, err);
-        case USBDEVFS_GETDRIVER:
-        case USBDEVFS_IOCTL:
-            return fail(err, ENODATA);  // no kernel driver bound, none to attach
-        default:
-            return fail(err, ENOTTY);
+    case USBDEVFS_GET_CAPABILITIES: {
+        UMockdevIoctlData* data = resolve_arg(client, sizeof(uint32_t));
+        if (!data) return fail(err, EFAULT);
+        std::memcpy(data->data, &kCapabilities, sizeof kCapabilities);
+        g_object_unref(data);
+        return 0;
+    }
+    case USBDEVFS_SETCONFIGURATION: {
+        int configuration = 0;
+        if (!read_arg(client, &configuration)) return fail(err, EFAULT);
+        // usbfs refuses while any interface is claimed, by anyone.
+        int e = 0;
+        if (d.claimed_by)
+            e = EBUSY;
+        else if (configuration != -1 && configuration != 0 && configuration != 1)
+            e = EINVAL;
+        else
+            d.configuration = std::max(configuration, 0);
+        vsensor::detail::log_lifecycle(d.pos, "set_configuration " + std::to_string(configuration), libusb_code(e));
+        return e ? fail(err, e) : 0;
+    }
+    case USBDEVFS_CLAIMINTERFACE: {
+        unsigned int interface = 0;
+        if (!read_arg(client, &interface)) return fail(err, EFAULT);
+        return claim(client, interface, err);
+    }
+    case USBDEVFS_DISCONNECT_CLAIM: {
+        usbdevfs_disconnect_claim dc{};
+        if (!read_arg(client, &dc)) return fail(err, EFAULT);
+        return claim(client, dc.interface, err);
+    }
+    case USBDEVFS_RELEASEINTERFACE: {
+        unsigned int interface = 0;
+        if (!read_arg(client, &interface)) return fail(err, EFAULT);
+        return release(client, interface, err);
+    }
+    case USBDEVFS_SUBMITURB:
+        return submit(client, err);
+    case USBDEVFS_DISCARDURB:
+        return discard(client, err);
+    case USBDEVFS_GETDRIVER:
+    case USBDEVFS_IOCTL:
+        return fail(err, ENODATA);  // no kernel driver bound, none to attach
+    default:
+        return fail(err, ENOTTY);
     }
 }
 
 long UsbfsNode::claim(UMockdevIoctlClient* client, unsigned int interface, int* err) {
     Device& d = *m_device;
     int e = 0;
-    if (d.configuration == 0 || interface != kInterface) e = ENOENT;
-    else if (d.faults & vsensor::kFaultClaim) e = EBUSY;
-    else if (d.claimed_by && d.claimed_by != client) e = EBUSY;
-    else d.claimed_by = client;
+    if (d.configuration == 0 || interface != kInterface)
+        e = ENOENT;
+    else if (d.faults & vsensor::kFaultClaim)
+        e = EBUSY;
+    else if (d.claimed_by && d.claimed_by != client)
+        e = EBUSY;
+    else
+        d.claimed_by = client;
     vsensor::detail::log_lifecycle(d.pos, "claim " + std::to_string(interface), libusb_code(e));
     return e ? fail(err, e) : 0;
 }
@@ -220,9 +232,12 @@ long UsbfsNode::claim(UMockdevIoctlClient* client, unsigned int interface, int* 
 long UsbfsNode::release(UMockdevIoctlClient* client, unsigned int interface, int* err) {
     Device& d = *m_device;
     int e = 0;
-    if (d.configuration == 0 || interface != kInterface) e = ENOENT;
-    else if (d.claimed_by != client) e = EINVAL;
-    else d.claimed_by = nullptr;
+    if (d.configuration == 0 || interface != kInterface)
+        e = ENOENT;
+    else if (d.claimed_by != client)
+        e = EINVAL;
+    else
+        d.claimed_by = nullptr;
     vsensor::detail::log_lifecycle(d.pos, "release " + std::to_string(interface), libusb_code(e));
     return e ? fail(err, e) : 0;
 }

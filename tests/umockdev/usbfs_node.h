@@ -78,9 +78,9 @@ private:
     std::shared_ptr<vsensor::detail::Device> m_device;
     UMockdevIoctlBase* m_handler = nullptr;
     std::deque<Urb> m_pending;  // submitted, not complete (bulk, or a control that times out)
-    std::deque<Urb> m_done;     // complete, waiting to be reaped
-    std::deque<Urb> m_reaped;   // handed back by the client's last reap
-    std::set<UMockdevIoctlClient*> m_clients;   // open files
+    std::deque<Urb> m_done;  // complete, waiting to be reaped
+    std::deque<Urb> m_reaped;  // handed back by the client's last reap
+    std::set<UMockdevIoctlClient*> m_clients;  // open files
     std::deque<UMockdevIoctlClient*> m_closed;  // files closed, not dealt with yet
     PollSignal m_signal;
 };

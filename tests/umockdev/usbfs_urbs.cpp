@@ -48,9 +48,12 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
     const bool control = urb->type == USBDEVFS_URB_TYPE_CONTROL && urb->endpoint == 0;
     const bool bulk_in = urb->type == USBDEVFS_URB_TYPE_BULK && urb->endpoint == vsensor::kBulkEndpoint;
     int e = 0;
-    if (!control && !bulk_in) e = ENOENT;
-    else if (control && urb->buffer_length < kSetupBytes) e = EINVAL;
-    else if (d.configuration == 0) e = control ? 0 : ENOENT;
+    if (!control && !bulk_in)
+        e = ENOENT;
+    else if (control && urb->buffer_length < kSetupBytes)
+        e = EINVAL;
+    else if (d.configuration == 0)
+        e = control ? 0 : ENOENT;
     if (!e) {
         GError* error = nullptr;
         u.buffer = umockdev_ioctl_data_resolve(u.urb, offsetof(usbdevfs_urb, buffer),
@@ -60,8 +63,10 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
     }
     if (!e && bulk_in) {
         // Like usbfs, the first use of an interface claims it for that file.
-        if (d.claimed_by && d.claimed_by != client) e = EBUSY;
-        else d.claimed_by = client;
+        if (d.claimed_by && d.claimed_by != client)
+            e = EBUSY;
+        else
+            d.claimed_by = client;
     }
     if (e) {
         drop(u);
@@ -76,9 +81,12 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
         if (to_interface) {
             // usbfs checks interface requests against the claims: another
             // file's claim refuses them, and none yet claims it for this file.
-            if (d.configuration == 0) e = EHOSTUNREACH;
-            else if (d.claimed_by && d.claimed_by != client) e = EBUSY;
-            else d.claimed_by = client;
+            if (d.configuration == 0)
+                e = EHOSTUNREACH;
+            else if (d.claimed_by && d.claimed_by != client)
+                e = EBUSY;
+            else
+                d.claimed_by = client;
         }
         if (e) {
             drop(u);
@@ -109,8 +117,10 @@ void UsbfsNode::run_control(Urb& u) {
     } else {
         finish(u, 0, result);
     }
-    if (d.unplugged && !was_unplugged) complete_all_pending(-ESHUTDOWN);  // it unplugged itself
-    else if (vsensor::detail::switches_streaming(s)) feed();
+    if (d.unplugged && !was_unplugged)
+        complete_all_pending(-ESHUTDOWN);  // it unplugged itself
+    else if (vsensor::detail::switches_streaming(s))
+        feed();
 }
 
 long UsbfsNode::discard(UMockdevIoctlClient* client, int* err) {

@@ -23,13 +23,13 @@ enum class Scene { Dark, FlatWhite, LedLine, BroadLamp };
 // Fault modes, per device; combine with |.
 enum Fault : unsigned {
     kFaultNone = 0,
-    kFaultOpenAccess = 1u << 0,      // libusb_open fails with LIBUSB_ERROR_ACCESS
-    kFaultDescriptor = 1u << 1,      // libusb_get_device_descriptor fails
-    kFaultClaim = 1u << 2,           // libusb_claim_interface fails (LIBUSB_ERROR_BUSY)
-    kFaultNoEcho = 1u << 3,          // every IN control request answers 0
+    kFaultOpenAccess = 1u << 0,  // libusb_open fails with LIBUSB_ERROR_ACCESS
+    kFaultDescriptor = 1u << 1,  // libusb_get_device_descriptor fails
+    kFaultClaim = 1u << 2,  // libusb_claim_interface fails (LIBUSB_ERROR_BUSY)
+    kFaultNoEcho = 1u << 3,  // every IN control request answers 0
     kFaultControlTimeout = 1u << 4,  // control transfers fail with LIBUSB_ERROR_TIMEOUT
-    kFaultStreamStall = 1u << 5,     // bulk transfers never complete
-    kFaultBulkError = 1u << 6,       // the next bulk completion has status LIBUSB_TRANSFER_ERROR
+    kFaultStreamStall = 1u << 5,  // bulk transfers never complete
+    kFaultBulkError = 1u << 6,  // the next bulk completion has status LIBUSB_TRANSFER_ERROR
     kFaultUnplugOnStream = 1u << 7,  // unplugs itself at its next start-streaming request
 };
 
@@ -49,13 +49,13 @@ std::vector<uint8_t> encode_identity(const Identity& id);
 using FrameSource = std::function<void(uint64_t frame_no, uint16_t* out)>;
 
 struct SensorOptions {
-    Identity identity;                  // default: x_coord = 12 + bus position
-    bool identity_set = false;          // false: derive a distinct default per device
+    Identity identity;  // default: x_coord = 12 + bus position
+    bool identity_set = false;  // false: derive a distinct default per device
     std::vector<uint8_t> raw_identity;  // if 5 bytes: sent verbatim instead of `identity`
     Scene scene = Scene::FlatWhite;
-    double brightness = 1.0;            // scene scale
+    double brightness = 1.0;  // scene scale
     double dark_level = 64.0;
-    double noise_sigma = 0.0;           // Gaussian noise in DN (0 = none)
+    double noise_sigma = 0.0;  // Gaussian noise in DN (0 = none)
     uint32_t noise_seed = 1;
     unsigned faults = kFaultNone;
 };
@@ -81,19 +81,19 @@ void set_constant_frame(int dev, uint16_t value);
 void set_pattern(int dev, const std::vector<uint16_t>& per_filter);  // 1024 values
 void use_frame_counter(int dev);  // every filter = frame_no % 4096
 void use_optical_model(int dev);
-void set_realtime(bool on);       // pace frames in real time (default off)
+void set_realtime(bool on);  // pace frames in real time (default off)
 // Unplug: later transfers fail with LIBUSB_ERROR_NO_DEVICE and a pending bulk
 // transfer completes with LIBUSB_TRANSFER_NO_DEVICE.
 void unplug(int dev);
 
 // ---- inspection ---------------------------------------------------------
-uint8_t register_value(int dev, int code);        // last byte written by code
+uint8_t register_value(int dev, int code);  // last byte written by code
 void set_register_value(int dev, int code, uint8_t v);
-int shutter_speed(int dev);                        // (reg37 << 8) | reg5
+int shutter_speed(int dev);  // (reg37 << 8) | reg5
 bool streaming(int dev);
-uint64_t frames_sent(int dev);                     // bulk frames completed, total
-int led_state_word(int dev);                       // last wValue of request 9, -1 if none
-bool is_open(int dev);                             // a handle is open on it
+uint64_t frames_sent(int dev);  // bulk frames completed, total
+int led_state_word(int dev);  // last wValue of request 9, -1 if none
+bool is_open(int dev);  // a handle is open on it
 bool is_claimed(int dev);
 // Encodes one frame the way the firmware sends it.
 std::vector<uint8_t> encode_frame(const uint16_t* values1024);
@@ -102,16 +102,16 @@ std::vector<uint8_t> encode_frame(const uint16_t* values1024);
 enum class EventKind { Control, Bulk, Pause, Lifecycle };
 struct Event {
     EventKind kind;
-    int dev = -1;                 // bus position (-1 for pauses)
+    int dev = -1;  // bus position (-1 for pauses)
     uint8_t bmRequestType = 0;
     uint8_t bRequest = 0;
     uint16_t wValue = 0, wIndex = 0, wLength = 0;
-    unsigned timeout = 0;         // ms
-    int status = 0;               // bulk: transfer status; control/lifecycle: the call's result
-    uint64_t pause_us = 0;        // pause
-    std::string what;             // lifecycle: "open", "claim 0", "release 0", "close", "set_configuration -1", "exit", ...
-    uint64_t at_us = 0;           // virtual time when it happened
-    uint64_t count = 1;           // bulk: completions merged into this event (see below)
+    unsigned timeout = 0;  // ms
+    int status = 0;  // bulk: transfer status; control/lifecycle: the call's result
+    uint64_t pause_us = 0;  // pause
+    std::string what;  // lifecycle: "open", "claim 0", "release 0", "close", "set_configuration -1", "exit", ...
+    uint64_t at_us = 0;  // virtual time when it happened
+    uint64_t count = 1;  // bulk: completions merged into this event (see below)
 };
 // Long streaming runs stay readable: per device and streaming run, the first
 // kBulkEventsPerRun successful completions are logged one by one, the rest are

@@ -41,26 +41,28 @@ int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char
         const auto now = SteadyClock::now();
         SteadyClock::time_point wake;
         switch (bulk_state(d, now, &wake)) {
-            case BulkState::NoDevice:
-                log_bulk(d.pos, LIBUSB_TRANSFER_NO_DEVICE);
-                return LIBUSB_ERROR_NO_DEVICE;
-            case BulkState::Error:
-                d.faults &= ~vsensor::kFaultBulkError;
-                log_bulk(d.pos, LIBUSB_TRANSFER_ERROR);
-                return LIBUSB_ERROR_IO;
-            case BulkState::Frame: {
-                const int n = deliver_frame(d, data, length);
-                if (transferred) *transferred = n;
-                log_bulk(d.pos, LIBUSB_TRANSFER_COMPLETED);
-                return LIBUSB_SUCCESS;
-            }
-            case BulkState::Pending:
-                break;
+        case BulkState::NoDevice:
+            log_bulk(d.pos, LIBUSB_TRANSFER_NO_DEVICE);
+            return LIBUSB_ERROR_NO_DEVICE;
+        case BulkState::Error:
+            d.faults &= ~vsensor::kFaultBulkError;
+            log_bulk(d.pos, LIBUSB_TRANSFER_ERROR);
+            return LIBUSB_ERROR_IO;
+        case BulkState::Frame: {
+            const int n = deliver_frame(d, data, length);
+            if (transferred) *transferred = n;
+            log_bulk(d.pos, LIBUSB_TRANSFER_COMPLETED);
+            return LIBUSB_SUCCESS;
+        }
+        case BulkState::Pending:
+            break;
         }
         if (now >= deadline) return LIBUSB_ERROR_TIMEOUT;
         const auto until = std::min(deadline, wake);
-        if (until == SteadyClock::time_point::max()) bus().cv.wait(lk);
-        else bus().cv.wait_until(lk, until);
+        if (until == SteadyClock::time_point::max())
+            bus().cv.wait(lk);
+        else
+            bus().cv.wait_until(lk, until);
     }
 }
 

@@ -29,23 +29,25 @@ bool complete_if_ready(libusb_transfer* t, SteadyClock::time_point now, SteadyCl
         status = p->control_status;
     } else {
         switch (bulk_state(d, now, wake)) {
-            case BulkState::NoDevice:
-                status = LIBUSB_TRANSFER_NO_DEVICE;
-                break;
-            case BulkState::Error:
-                d.faults &= ~vsensor::kFaultBulkError;  // one failed completion per fault
-                status = LIBUSB_TRANSFER_ERROR;
-                break;
-            case BulkState::Frame:
-                t->actual_length = deliver_frame(d, t->buffer, t->length);
-                status = (t->flags & LIBUSB_TRANSFER_SHORT_NOT_OK) && t->actual_length < t->length
-                             ? LIBUSB_TRANSFER_ERROR
-                             : LIBUSB_TRANSFER_COMPLETED;
-                break;
-            case BulkState::Pending:
-                if (p->has_deadline && now >= p->deadline) status = LIBUSB_TRANSFER_TIMED_OUT;
-                else if (p->has_deadline) *wake = std::min(*wake, p->deadline);
-                break;
+        case BulkState::NoDevice:
+            status = LIBUSB_TRANSFER_NO_DEVICE;
+            break;
+        case BulkState::Error:
+            d.faults &= ~vsensor::kFaultBulkError;  // one failed completion per fault
+            status = LIBUSB_TRANSFER_ERROR;
+            break;
+        case BulkState::Frame:
+            t->actual_length = deliver_frame(d, t->buffer, t->length);
+            status = (t->flags & LIBUSB_TRANSFER_SHORT_NOT_OK) && t->actual_length < t->length
+                         ? LIBUSB_TRANSFER_ERROR
+                         : LIBUSB_TRANSFER_COMPLETED;
+            break;
+        case BulkState::Pending:
+            if (p->has_deadline && now >= p->deadline)
+                status = LIBUSB_TRANSFER_TIMED_OUT;
+            else if (p->has_deadline)
+                *wake = std::min(*wake, p->deadline);
+            break;
         }
     }
     if (status < 0) return false;
@@ -137,9 +139,7 @@ int LIBUSB_CALL libusb_handle_events_timeout(libusb_context* ctx, struct timeval
     return handle_events(ctx, to_duration(tv), nullptr);
 }
 
-int LIBUSB_CALL libusb_handle_events(libusb_context* ctx) {
-    return handle_events(ctx, kDefaultEventTimeout, nullptr);
-}
+int LIBUSB_CALL libusb_handle_events(libusb_context* ctx) { return handle_events(ctx, kDefaultEventTimeout, nullptr); }
 
 int LIBUSB_CALL libusb_handle_events_completed(libusb_context* ctx, int* completed) {
     return handle_events(ctx, kDefaultEventTimeout, completed);

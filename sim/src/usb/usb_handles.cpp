@@ -63,9 +63,7 @@ void LIBUSB_CALL libusb_close(libusb_device_handle* handle) {
     log_lifecycle(pos, "close");
 }
 
-libusb_device* LIBUSB_CALL libusb_get_device(libusb_device_handle* handle) {
-    return handle ? handle->device : nullptr;
-}
+libusb_device* LIBUSB_CALL libusb_get_device(libusb_device_handle* handle) { return handle ? handle->device : nullptr; }
 
 int LIBUSB_CALL libusb_get_configuration(libusb_device_handle* handle, int* config) {
     if (!handle || !config) return LIBUSB_ERROR_INVALID_PARAM;
@@ -81,10 +79,14 @@ int LIBUSB_CALL libusb_set_configuration(libusb_device_handle* handle, int confi
     {
         std::lock_guard<std::mutex> lk(bus().m);
         vsensor::detail::Device& d = *handle->device->dev;
-        if (d.unplugged) result = LIBUSB_ERROR_NO_DEVICE;
-        else if (d.claimed_by) result = LIBUSB_ERROR_BUSY;  // as usbfs: not while an interface is claimed
-        else if (configuration != -1 && configuration != 0 && configuration != 1) result = LIBUSB_ERROR_NOT_FOUND;
-        else d.configuration = configuration < 0 ? 0 : configuration;
+        if (d.unplugged)
+            result = LIBUSB_ERROR_NO_DEVICE;
+        else if (d.claimed_by)
+            result = LIBUSB_ERROR_BUSY;  // as usbfs: not while an interface is claimed
+        else if (configuration != -1 && configuration != 0 && configuration != 1)
+            result = LIBUSB_ERROR_NOT_FOUND;
+        else
+            d.configuration = configuration < 0 ? 0 : configuration;
     }
     log_lifecycle(pos_of(handle), "set_configuration " + std::to_string(configuration), result);
     return result;
@@ -96,12 +98,18 @@ int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interfa
     {
         std::lock_guard<std::mutex> lk(bus().m);
         vsensor::detail::Device& d = *handle->device->dev;
-        if (interface_number < 0 || interface_number >= 32) result = LIBUSB_ERROR_INVALID_PARAM;
-        else if (d.unplugged) result = LIBUSB_ERROR_NO_DEVICE;
-        else if (interface_number != 0) result = LIBUSB_ERROR_NOT_FOUND;
-        else if (d.faults & vsensor::kFaultClaim) result = LIBUSB_ERROR_BUSY;
-        else if (d.claimed_by && d.claimed_by != handle) result = LIBUSB_ERROR_BUSY;
-        else d.claimed_by = handle;
+        if (interface_number < 0 || interface_number >= 32)
+            result = LIBUSB_ERROR_INVALID_PARAM;
+        else if (d.unplugged)
+            result = LIBUSB_ERROR_NO_DEVICE;
+        else if (interface_number != 0)
+            result = LIBUSB_ERROR_NOT_FOUND;
+        else if (d.faults & vsensor::kFaultClaim)
+            result = LIBUSB_ERROR_BUSY;
+        else if (d.claimed_by && d.claimed_by != handle)
+            result = LIBUSB_ERROR_BUSY;
+        else
+            d.claimed_by = handle;
     }
     log_lifecycle(pos_of(handle), "claim " + std::to_string(interface_number), result);
     return result;
@@ -113,10 +121,14 @@ int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int inter
     {
         std::lock_guard<std::mutex> lk(bus().m);
         vsensor::detail::Device& d = *handle->device->dev;
-        if (interface_number < 0 || interface_number >= 32) result = LIBUSB_ERROR_INVALID_PARAM;
-        else if (interface_number != 0 || d.claimed_by != handle) result = LIBUSB_ERROR_NOT_FOUND;
-        else if (d.unplugged) result = LIBUSB_ERROR_NO_DEVICE;
-        else d.claimed_by = nullptr;
+        if (interface_number < 0 || interface_number >= 32)
+            result = LIBUSB_ERROR_INVALID_PARAM;
+        else if (interface_number != 0 || d.claimed_by != handle)
+            result = LIBUSB_ERROR_NOT_FOUND;
+        else if (d.unplugged)
+            result = LIBUSB_ERROR_NO_DEVICE;
+        else
+            d.claimed_by = nullptr;
     }
     log_lifecycle(pos_of(handle), "release " + std::to_string(interface_number), result);
     return result;
@@ -156,15 +168,13 @@ int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int) {
 
 int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface_number) {
     if (!handle) return LIBUSB_ERROR_INVALID_PARAM;
-    log_lifecycle(pos_of(handle), "detach_kernel_driver " + std::to_string(interface_number),
-                  LIBUSB_ERROR_NOT_FOUND);
+    log_lifecycle(pos_of(handle), "detach_kernel_driver " + std::to_string(interface_number), LIBUSB_ERROR_NOT_FOUND);
     return LIBUSB_ERROR_NOT_FOUND;
 }
 
 int LIBUSB_CALL libusb_attach_kernel_driver(libusb_device_handle* handle, int interface_number) {
     if (!handle) return LIBUSB_ERROR_INVALID_PARAM;
-    log_lifecycle(pos_of(handle), "attach_kernel_driver " + std::to_string(interface_number),
-                  LIBUSB_ERROR_NOT_FOUND);
+    log_lifecycle(pos_of(handle), "attach_kernel_driver " + std::to_string(interface_number), LIBUSB_ERROR_NOT_FOUND);
     return LIBUSB_ERROR_NOT_FOUND;
 }
 
@@ -174,8 +184,7 @@ int LIBUSB_CALL libusb_set_auto_detach_kernel_driver(libusb_device_handle* handl
     return LIBUSB_SUCCESS;
 }
 
-int LIBUSB_CALL libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char*,
-                                                   int) {
+int LIBUSB_CALL libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char*, int) {
     if (!handle || index == 0) return LIBUSB_ERROR_INVALID_PARAM;
     return LIBUSB_ERROR_PIPE;  // the devices have no string descriptors
 }

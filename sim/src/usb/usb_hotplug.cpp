@@ -4,9 +4,8 @@
 
 extern "C" {
 
-int LIBUSB_CALL libusb_hotplug_register_callback(libusb_context*, int, int, int, int, int,
-                                                 libusb_hotplug_callback_fn, void*,
-                                                 libusb_hotplug_callback_handle* handle) {
+int LIBUSB_CALL libusb_hotplug_register_callback(libusb_context*, int, int, int, int, int, libusb_hotplug_callback_fn,
+                                                 void*, libusb_hotplug_callback_handle* handle) {
     if (handle != nullptr) *handle = 0;
     return LIBUSB_ERROR_NOT_SUPPORTED;
 }

@@ -14,8 +14,8 @@
 struct libusb_context {
     int refs = 1;
     bool is_default = false;
-    bool dead = false;          // exited; kept so that late users fail cleanly
-    bool interrupted = false;   // libusb_interrupt_event_handler pending
+    bool dead = false;  // exited; kept so that late users fail cleanly
+    bool interrupted = false;  // libusb_interrupt_event_handler pending
     int debug = 0;
     std::vector<libusb_transfer*> flying;
     std::map<const vsensor::detail::Device*, libusb_device*> devices;

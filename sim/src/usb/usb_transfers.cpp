@@ -13,8 +13,8 @@ namespace {
 
 // Our bookkeeping sits in front of the public structure, whose iso packet
 // descriptors must stay at its end.
-constexpr size_t kPrivSize = (sizeof(TransferPriv) + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
-                             alignof(std::max_align_t);
+constexpr size_t kPrivSize =
+    (sizeof(TransferPriv) + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) * alignof(std::max_align_t);
 
 libusb_transfer* transfer_of(TransferPriv* p) {
     return reinterpret_cast<libusb_transfer*>(reinterpret_cast<unsigned char*>(p) + kPrivSize);
@@ -32,8 +32,8 @@ int transfer_status_of(int result) {
 // event handling. Caller holds the lock.
 void run_control(std::unique_lock<std::mutex>& lk, libusb_transfer* t, Device& d) {
     const libusb_control_setup* raw = libusb_control_transfer_get_setup(t);
-    const Setup s{raw->bmRequestType, raw->bRequest, libusb_le16_to_cpu(raw->wValue),
-                  libusb_le16_to_cpu(raw->wIndex), libusb_le16_to_cpu(raw->wLength)};
+    const Setup s{raw->bmRequestType, raw->bRequest, libusb_le16_to_cpu(raw->wValue), libusb_le16_to_cpu(raw->wIndex),
+                  libusb_le16_to_cpu(raw->wLength)};
     if (switches_streaming(s)) wait_deliveries(lk, d);
     const int result = firmware_control(d, s, libusb_control_transfer_get_data(t));
     log_control(d.pos, s.bmRequestType, s.bRequest, s.wValue, s.wIndex, s.wLength, t->timeout, result);
@@ -56,8 +56,8 @@ extern "C" {
 
 struct libusb_transfer* LIBUSB_CALL libusb_alloc_transfer(int iso_packets) {
     if (iso_packets < 0) return nullptr;
-    const size_t size = kPrivSize + sizeof(libusb_transfer) +
-                        static_cast<size_t>(iso_packets) * sizeof(libusb_iso_packet_descriptor);
+    const size_t size =
+        kPrivSize + sizeof(libusb_transfer) + static_cast<size_t>(iso_packets) * sizeof(libusb_iso_packet_descriptor);
     void* mem = std::calloc(1, size);
     if (!mem) return nullptr;
     TransferPriv* p = new (mem) TransferPriv;
@@ -97,15 +97,16 @@ int LIBUSB_CALL libusb_submit_transfer(struct libusb_transfer* t) {
         if (p->in_flight) return LIBUSB_ERROR_BUSY;
         if (d.unplugged || dev->ctx->dead) return LIBUSB_ERROR_NO_DEVICE;
         switch (t->type) {
-            case LIBUSB_TRANSFER_TYPE_BULK:
-                if (t->endpoint != vsensor::kBulkEndpoint) return LIBUSB_ERROR_NOT_FOUND;
-                break;
-            case LIBUSB_TRANSFER_TYPE_CONTROL:
-                if (!t->buffer || t->length < static_cast<int>(LIBUSB_CONTROL_SETUP_SIZE)) return LIBUSB_ERROR_INVALID_PARAM;
-                run_control(lk, t, d);
-                break;
-            default:
-                return LIBUSB_ERROR_NOT_SUPPORTED;
+        case LIBUSB_TRANSFER_TYPE_BULK:
+            if (t->endpoint != vsensor::kBulkEndpoint) return LIBUSB_ERROR_NOT_FOUND;
+            break;
+        case LIBUSB_TRANSFER_TYPE_CONTROL:
+            if (!t->buffer || t->length < static_cast<int>(LIBUSB_CONTROL_SETUP_SIZE))
+                return LIBUSB_ERROR_INVALID_PARAM;
+            run_control(lk, t, d);
+            break;
+        default:
+            return LIBUSB_ERROR_NOT_SUPPORTED;
         }
         t->actual_length = t->type == LIBUSB_TRANSFER_TYPE_CONTROL ? t->actual_length : 0;
         p->ctx = dev->ctx;
