@@ -59,12 +59,22 @@ ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
 /* State of the connected sensor sensor_index (it need not be active):
  *   1  usable;
  *   2  failed: its bulk transfer ended in error; its reads and stream return
- *      -9 at once until duDisconnect and duConnect bring it up again;
+ *      -9 at once until duReconnectSensor (or duDisconnect and duConnect)
+ *      brings it up again;
  *   3  removed: unplugged (seen through hotplug where libusb has it, or when
  *      its transfer reports the device gone); reads and stream return -9.
  * -24 for an index outside 0..duGetMaxSensorCount()-1, -7 for an index with
  * no connected sensor. A fault on one sensor leaves the others streaming. */
 ORU_EXPORT int duGetSensorState(int sensor_index);
+/* Brings sensor sensor_index back under the same index, whatever its state:
+ * closes its stream (its readers get -9), drops its transfer and handle, and
+ * opens the attached sensor, not held by another index, whose ID (as
+ * duGetSensorID gives it) is sensor_id, with the startup settings and its last
+ * shutter speed. The other sensors go on streaming meanwhile.
+ * 1 when it is back (state 1; start a new stream to read on), 0 when no such
+ * sensor is attached yet (call again later), -8 for a null or empty ID,
+ * -24 and -7 as duGetSensorState. */
+ORU_EXPORT int duReconnectSensor(int sensor_index, const char* sensor_id);
 
 /* Frame streams. While the active sensor's stream is on, every frame it sends
  * is kept, in order, in a ring of that sensor (about 2 s of frames at the

@@ -42,6 +42,17 @@ void append_int(std::string& out, Int value) {
     out.append(buf, result.ptr);
 }
 
+// Seconds with milliseconds; a plain 0 when nothing was missed.
+void append_gap(std::string& out, double seconds) {
+    if (seconds <= 0.0) {
+        out += '0';
+        return;
+    }
+    char buf[64];
+    const auto result = std::to_chars(buf, buf + sizeof buf, seconds, std::chars_format::fixed, 3);
+    out.append(buf, result.ptr);
+}
+
 // Values rounded to four decimals, as the CSV has them.
 nlohmann::json rounded_values(const std::vector<double>& values) {
     nlohmann::json array = nlohmann::json::array();
@@ -91,7 +102,7 @@ std::string format_header(OutputFormat format) {
         return line;
     }
     case OutputFormat::Csv: {
-        std::string header = "time,sensor_id,first_sequence,last_sequence,shutter_speed,averages,saturated";
+        std::string header = "time,sensor_id,first_sequence,last_sequence,shutter_speed,averages,saturated,gap";
         for (int f = 0; f < 1024; ++f) {
             header += ",f";
             append_int(header, f);
@@ -127,6 +138,8 @@ void format_reading(OutputFormat format, const Measurement& m, std::size_t index
         append_int(out, m.averages);
         out += ',';
         append_int(out, m.saturated);
+        out += ',';
+        append_gap(out, m.gap);
         for (double v : m.values) {
             out += ',';
             append_fixed(out, v);
@@ -143,6 +156,7 @@ void format_reading(OutputFormat format, const Measurement& m, std::size_t index
             {"shutter_speed", m.shutter_speed},
             {"averages", m.averages},
             {"saturated", m.saturated},
+            {"gap", std::round(m.gap * 1e3) / 1e3},
             {"values", rounded_values(m.values)},
         };
         out += row.dump();

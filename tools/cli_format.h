@@ -20,6 +20,9 @@ struct Measurement {
     // request, which is not part of a stream.
     int64_t first_sequence = -1, last_sequence = -1;
     int saturated = 0;  // filters at 4095 DN or more in any frame
+    // Seconds the sensor was lost (removed or failed) before this reading,
+    // until it came back; 0 when nothing was missed.
+    double gap = 0.0;
     std::vector<double> values;  // 1024 filter outputs, DN
 };
 

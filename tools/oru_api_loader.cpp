@@ -96,5 +96,6 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duStopFrameStream", api.duStopFrameStream, error) &&
            bind(lib, "duReadFrameStreamOf", api.duReadFrameStreamOf, error) &&
            bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
+           bind(lib, "duReconnectSensor", api.duReconnectSensor, error) &&
            bind(lib, "duSetLogHandler", api.duSetLogHandler, error);
 }

@@ -30,6 +30,7 @@ struct OruApi {
     int (*duStopFrameStream)();
     int (*duReadFrameStreamOf)(int, double*, int, int, duFrameStreamInfo*);
     int (*duGetSensorState)(int);
+    int (*duReconnectSensor)(int, const char*);
     void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
 };
 

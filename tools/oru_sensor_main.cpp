@@ -30,6 +30,7 @@ struct Options {
     int averages = 10;
     int shutter = 0;
     bool auto_exposure = false;
+    bool no_recover = false;
     int target = 3500;
     int repeat = 1;  // 0: until stopped
     double duration = 0.0;  // 0: no time limit
@@ -270,14 +271,16 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     const OutputFormat format = format_from_name(o.format);
     // Back-to-back readings come from the streams, so that none shares or
     // skips a frame; spaced-out readings are fresh requests each.
-    ReadingSource source(s.api, sensors, o.averages, o.interval == 0.0);
+    ReadingSource source(s.api, sensors, o.averages, o.interval == 0.0, !o.no_recover);
     if (!out.write(format_header(format))) return fail_output(out);
     if (const int r = source.start(); r < 0) return fail("starting the frame stream failed", r);
 
     std::vector<Measurement> kept;  // for the whole-series formats and the plot
     const bool keep = !format_streams(format) || !o.plot.empty();
     const auto start = std::chrono::steady_clock::now();
-    const auto deadline = start + std::chrono::duration<double>(o.duration);
+    const auto deadline = start + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                      std::chrono::duration<double>(o.duration));
+    if (o.duration > 0) source.set_deadline(deadline);
     std::size_t readings = 0;
     std::string text;
     for (int round = 0; o.repeat == 0 || round < o.repeat; ++round) {
@@ -285,7 +288,9 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
         if (stop_signal() != 0 || (o.duration > 0 && std::chrono::steady_clock::now() >= deadline)) break;
         for (std::size_t i = 0; i < sensors.size() && stop_signal() == 0; ++i) {
             Measurement m;
-            if (const int r = source.read(i, m); r < 0) {
+            const int r = source.read(i, m);
+            if (r == ReadingSource::kStopped) break;
+            if (r < 0) {
                 if (stop_signal() != 0) break;
                 return fail("reading filter data failed", r);
             }
@@ -344,6 +349,9 @@ void describe(CLI::App& app, Options& o) {
         ->check(CLI::IsMember(format_names()));
     read->add_option("-o,--output", o.output, "write to FILE instead of standard output");
     read->add_option("--plot", o.plot, "also draw the filter outputs as an SVG line plot");
+    read->add_flag("--no-recover", o.no_recover,
+                   "end with an error when a sensor is removed or fails, instead of waiting for it to come "
+                   "back and reading on");
 
     CLI::App* set = app.add_subcommand("set", "set shutter speed, ADC gain or ADC range (until the next connect)");
     set->add_option("--shutter", o.shutter, "shutter speed")->check(CLI::Range(1, 3000));

@@ -3,8 +3,15 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
+#include <cstdio>
+
+#include "stop_signals.h"
 
 namespace {
+
+constexpr int kStateFailed = 2;
+constexpr int kStateRemoved = 3;
+constexpr double kRetrySeconds = 0.2;
 
 int64_t realtime_now_ns() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
@@ -13,11 +20,13 @@ int64_t realtime_now_ns() {
 
 }  // namespace
 
-ReadingSource::ReadingSource(const OruApi& api, std::vector<SourceSensor> sensors, int averages, bool streamed)
+ReadingSource::ReadingSource(const OruApi& api, std::vector<SourceSensor> sensors, int averages, bool streamed,
+                             bool recover)
     : m_api(api),
       m_sensors(std::move(sensors)),
       m_averages(averages),
       m_streamed(streamed),
+      m_recover(recover),
       m_running(m_sensors.size(), false) {}
 
 ReadingSource::~ReadingSource() { stop(); }
@@ -49,7 +58,47 @@ int ReadingSource::stream_timeout_ms(const SourceSensor& sensor) const {
     return static_cast<int>(std::min<long long>(INT_MAX, 2000 + 2LL * m_averages * per_frame_ms));
 }
 
+bool ReadingSource::stopping() const { return stop_signal() != 0 || std::chrono::steady_clock::now() >= m_deadline; }
+
 int ReadingSource::read(std::size_t which, Measurement& m) {
+    const int result = read_once(which, m);
+    if (result >= 0 || !m_recover) return result;
+    const int state = m_api.duGetSensorState(m_sensors[which].index);
+    if (state != kStateFailed && state != kStateRemoved) return result;
+    double away = 0.0;
+    if (const int r = wait_and_reopen(which, &away); r != 0) return r;
+    const int again = read_once(which, m);
+    m.gap = away;
+    return again;
+}
+
+// Waits for the sensor's ID to come back on the bus, reopens it under its
+// index and restarts its stream; the other sensors' streams run on.
+int ReadingSource::wait_and_reopen(std::size_t which, double* seconds_away) {
+    const SourceSensor& sensor = m_sensors[which];
+    const auto lost = std::chrono::steady_clock::now();
+    const int state = m_api.duGetSensorState(sensor.index);
+    std::fprintf(stderr, "oru-sensor: sensor %s %s; waiting for it to come back\n", sensor.id.c_str(),
+                 state == kStateRemoved ? "was removed" : "failed");
+    m_running[which] = false;
+    for (;;) {
+        if (stopping()) return kStopped;
+        const int reopened = m_api.duReconnectSensor(sensor.index, sensor.id.c_str());
+        if (reopened < 0) return reopened;
+        if (reopened == 1) break;
+        sleep_unless_stopped(kRetrySeconds);
+    }
+    if (m_streamed) {
+        m_api.duActivateSensorWithIndex(sensor.index);
+        if (const int result = m_api.duStartFrameStream(); result < 0) return result;
+        m_running[which] = true;
+    }
+    *seconds_away = std::chrono::duration<double>(std::chrono::steady_clock::now() - lost).count();
+    std::fprintf(stderr, "oru-sensor: sensor %s is back after %.1f s\n", sensor.id.c_str(), *seconds_away);
+    return 0;
+}
+
+int ReadingSource::read_once(std::size_t which, Measurement& m) {
     const SourceSensor& sensor = m_sensors[which];
     m.sensor_id = sensor.id;
     m.averages = m_averages;

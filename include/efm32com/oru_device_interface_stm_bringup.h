@@ -7,6 +7,9 @@
 
 extern int maxNumOfDevice;
 
+// The settings a freshly opened sensor gets: the initial state, streaming
+// stopped, ADC 132/1/0, no on-board averaging.
+void apply_startup_settings(unsigned int iDeviceId);
 int initialize_device_interface(unsigned int iDeviceId);  // lu_ec_success or lu_ec_fail_to_initialize_device
 int close_device_interface(unsigned int iDeviceId);  // always 1
 

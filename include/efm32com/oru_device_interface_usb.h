@@ -5,6 +5,7 @@
 
 #include <libusb.h>
 #include <map>
+#include <vector>
 
 #define ORU_USB_VENDOR_ID 1155 /* 0x0483 */
 #define ORU_USB_PRODUCT_ID 22336 /* 0x5740 */
@@ -41,6 +42,17 @@ int first_interface_number(libusb_device_handle* pHandle, int* pnInterfaces = nu
 libusb_device_handle* device_handle_entry(unsigned int iDeviceId);
 // Records the index chosen by set_device_index.
 void remember_device_index(unsigned int iDeviceId);
+
+// Recovery of one sensor while the others run.
+// Sensors on the bus that no index holds open, each referenced: the caller
+// passes every one to libusb_unref_device.
+std::vector<libusb_device*> free_sensor_devices();
+// Opens pDev as sensor iDeviceId and claims its first interface; 1 on success,
+// 0 with nothing stored otherwise.
+int open_sensor_as(unsigned int iDeviceId, libusb_device* pDev);
+// Releases and closes the handle of sensor iDeviceId (a dead one after an
+// unplug too) and forgets it.
+void close_sensor_as(unsigned int iDeviceId);
 
 // Closes every stored handle and empties the maps (tests).
 void reset_usb_handles();

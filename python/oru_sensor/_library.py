@@ -88,6 +88,7 @@ def _declare(lib):
         "duReadFrameStream": ([p_double, c_int, c_int, ctypes.c_void_p], c_int),
         "duReadFrameStreamOf": ([c_int, p_double, c_int, c_int, ctypes.c_void_p], c_int),
         "duGetSensorState": ([c_int], c_int),
+        "duReconnectSensor": ([c_int, ctypes.c_char_p], c_int),
         "duLockSensors": ([], None),
         "duUnlockSensors": ([], None),
         "duSetLogHandler": ([_LOG_HANDLER, ctypes.c_void_p], None),

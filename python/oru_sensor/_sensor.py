@@ -103,12 +103,12 @@ class Sensor:
                        saturated=int(sum(1 for v in values if v >= 4095)), dropped=0,
                        sensor_id=self.sensor_id)
 
-    def stream(self, averages=1, count=None, timeout=5.0):
+    def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):
         """Readings of every frame in order, each the average of `averages`
-        consecutive frames; see FrameStream. While the stream is on, reads,
-        the shutter-speed search and shutter or ADC changes of this sensor
-        raise IllDefinedInput."""
-        return FrameStream(self, averages, count, timeout)
+        consecutive frames; see FrameStream (also for `recover`). While the
+        stream is on, reads, the shutter-speed search and shutter or ADC
+        changes of this sensor raise IllDefinedInput."""
+        return FrameStream(self, averages, count, timeout, recover, recover_timeout)
 
     def optimal_shutter_speed(self, filters=None, target=None):
         """Searches the shutter speed that puts the brightest of `filters`

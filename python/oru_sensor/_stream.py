@@ -2,9 +2,11 @@
 
 import ctypes
 import datetime
+import logging
+import time
 from array import array
 
-from ._errors import check
+from ._errors import FwRecvTimeout, check
 
 try:  # optional
     import numpy as _np
@@ -42,14 +44,15 @@ class Reading:
     of its first and last frame (None for a single request), `time` (wall
     clock of its last frame, an aware datetime), `monotonic` (seconds),
     `shutter_speed`, `averages`, `saturated` (filters at 4095 DN in any frame),
-    `dropped` (frames the stream lost so far), `sensor_id` and `gap_before`
-    (frames missing before this reading; 0 when none)."""
+    `dropped` (frames the stream lost so far, ring overflow), `sensor_id` and
+    `gap_before` (seconds the sensor was lost, removed or failed, before it
+    came back and this reading was taken; 0 when nothing was missed)."""
 
     __slots__ = ("values", "first_sequence", "last_sequence", "time", "monotonic", "shutter_speed",
                  "averages", "saturated", "dropped", "sensor_id", "gap_before")
 
     def __init__(self, values, *, first_sequence, last_sequence, time, monotonic, shutter_speed, averages,
-                 saturated, dropped, sensor_id, gap_before=0):
+                 saturated, dropped, sensor_id, gap_before=0.0):
         self.values = values
         self.first_sequence = first_sequence
         self.last_sequence = last_sequence
@@ -84,9 +87,16 @@ class FrameStream:
     or iterate it directly. The stream starts at the first reading (or on
     entering the `with`) and stops on leaving the loop or the `with`, after
     `count` readings, or on an error. A reading that does not come within
-    `timeout` seconds raises FwRecvTimeout."""
+    `timeout` seconds raises FwRecvTimeout.
 
-    def __init__(self, sensor, averages=1, count=None, timeout=5.0):
+    With `recover` (the default), a sensor that is removed or fails is waited
+    for (the same sensor ID, for up to `recover_timeout` seconds, None for no
+    limit), reopened, and the stream goes on; the next reading's `gap_before`
+    says how long it was away."""
+
+    RETRY_SECONDS = 0.2
+
+    def __init__(self, sensor, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):
         averages = int(averages)
         if not 1 <= averages <= 2**31 - 1:
             raise ValueError("averages must be 1..%d, got %r" % (2**31 - 1, averages))
@@ -103,16 +113,16 @@ class FrameStream:
         self._info = FrameStreamInfo()
         self._on = False
         self._done = 0
-        self._next_sequence = 0
         self._sensor_id = None
+        self._recover = bool(recover)
+        self._recover_timeout = None if recover_timeout is None else float(recover_timeout)
 
     def start(self):
         if not self._on:
             self._sensor_id = self._sensor.sensor_id
             self._sensor._call(self._sensor._lib.duStartFrameStream, what="starting the frame stream")
             self._on = True
-            self._next_sequence = 0
-
+    
     def stop(self):
         if self._on:
             self._on = False
@@ -136,19 +146,48 @@ class FrameStream:
             self.stop()
             raise StopIteration
         self.start()
+        gap = 0.0
         try:
-            # By index, without the library's lock: other threads' calls go on
-            # while this one waits for its frames.
-            result = self._sensor._lib.duReadFrameStreamOf(self._sensor.index, self._buf, self._averages,
-                                                           self._timeout_ms, ctypes.byref(self._info))
+            result = self._read()
+            if result < 0 and self._recover and self._sensor.state in (self.FAILED, self.REMOVED):
+                gap = self._come_back()
+                result = self._read()
             check(result, "reading the frame stream")
         except BaseException:
             self.stop()
             raise
         self._done += 1
-        gap = self._info.first_sequence - self._next_sequence
-        self._next_sequence = self._info.last_sequence + 1
         return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+
+    FAILED, REMOVED = 2, 3
+
+    def _read(self):
+        # By index, without the library's lock: other threads' calls go on
+        # while this one waits for its frames.
+        return self._sensor._lib.duReadFrameStreamOf(self._sensor.index, self._buf, self._averages,
+                                                     self._timeout_ms, ctypes.byref(self._info))
+
+    def _come_back(self):
+        """Waits for the sensor to be attached again, reopens it and restarts
+        the stream; returns the seconds it was away."""
+        lost = time.monotonic()
+        log = logging.getLogger("oru_sensor")
+        log.warning("sensor %s %s; waiting for it to come back", self._sensor_id,
+                    "was removed" if self._sensor.state == self.REMOVED else "failed")
+        self._on = False  # the reopen closes the library's stream
+        while True:
+            result = self._sensor._lib.duReconnectSensor(self._sensor.index, self._sensor_id.encode())
+            check(result, "reconnecting sensor %s" % self._sensor_id)
+            if result == 1:
+                break
+            if self._recover_timeout is not None and time.monotonic() - lost >= self._recover_timeout:
+                raise FwRecvTimeout(FwRecvTimeout.code, "sensor %s did not come back within %g s"
+                                    % (self._sensor_id, self._recover_timeout))
+            time.sleep(self.RETRY_SECONDS)
+        self.start()
+        away = time.monotonic() - lost
+        log.warning("sensor %s is back after %.1f s", self._sensor_id, away)
+        return away
 
     def __del__(self):
         try:

@@ -1,6 +1,8 @@
 """The Python layer on virtual sensors (drop-in USB library, no hardware)."""
 
 import os
+import subprocess
+import sys
 import unittest
 from array import array
 
@@ -94,10 +96,10 @@ class StreamTest(unittest.TestCase):
                     s.read_filter_data(1)  # refused while streaming
                 got += list(readings)
             self.assertEqual(len(got), 5)
-            self.assertEqual(got[0].first_sequence - got[0].gap_before, 0)
+            self.assertEqual(got[0].first_sequence - got[0].dropped, 0)
             for prev, r in zip(got, got[1:]):
-                self.assertEqual(r.first_sequence, prev.last_sequence + 1 + r.gap_before)
-                self.assertGreaterEqual(r.dropped, prev.dropped)
+                self.assertEqual(r.first_sequence, prev.last_sequence + 1 + r.dropped - prev.dropped)
+                self.assertEqual(r.gap_before, 0)
             for r in got:
                 self.assertEqual(r.last_sequence - r.first_sequence, 3)
                 self.assertEqual((len(r.values), r.averages, r.sensor_id), (1024, 4, s.sensor_id))
@@ -132,6 +134,26 @@ class StreamTest(unittest.TestCase):
                 with self.subTest(what), self.assertRaises(ValueError):
                     call()
             self.assertGreater(s.optimal_shutter_speed([1, 1024], target=5000), 0)
+
+
+    def test_a_lost_sensor_comes_back_with_the_gap_recorded(self):
+        # The fault schedule is read when the library loads: a process of its own.
+        script = """if True:
+            import oru_sensor
+            with oru_sensor.connect(virtual=2) as sensors:
+                got = list(sensors[1].stream(averages=20, count=150, recover=%s))
+                print(sum(r.gap_before > 0 for r in got), got[-1].sensor_id)"""
+        for faults in ("1:bulk-error",):
+            with self.subTest(faults=faults):
+                env = dict(os.environ, ORU_VSENSOR_FAULTS=faults, ORU_VSENSOR_REALTIME="1")
+                back = subprocess.run([sys.executable, "-c", script % True], env=env, capture_output=True,
+                                      text=True, timeout=120)
+                self.assertEqual(back.stdout.split(), ["1", "A4486-3-13-40-2"], back.stderr)
+                self.assertIn("is back after", back.stderr)
+                lost = subprocess.run([sys.executable, "-c", script % False], env=env, capture_output=True,
+                                      text=True, timeout=120)
+                self.assertNotEqual(lost.returncode, 0)
+                self.assertIn("FwRecvTimeout", lost.stderr)
 
 
 class ThreadsTest(unittest.TestCase):

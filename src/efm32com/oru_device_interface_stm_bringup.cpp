@@ -41,20 +41,23 @@ void close_sensor_handle(libusb_device_handle* handle) {
 
 }  // namespace
 
+void apply_startup_settings(unsigned int iDeviceId) {
+    initialize_sensor(iDeviceId);
+    start_sensor(iDeviceId);
+    set_adc_setting_values(kStartupAdcRange, kStartupAdcGain, kStartupAdcRes, iDeviceId);
+    set_frame_average_count_for_on_board_processing(0, iDeviceId);
+    get_frame_average_count_for_on_board_processing(iDeviceId);
+}
+
 int initialize_device_interface(unsigned int iDeviceId) {
     int iResult = lu_ec_success;
     initialize_ae_module("./config/intensity_LUT.csv", "./config/ss_LUT.csv");
 
     bool bConnected = connect_device(iDeviceId) == 1;
-    if (bConnected) {
-        initialize_sensor(iDeviceId);
-        start_sensor(iDeviceId);
-        set_adc_setting_values(kStartupAdcRange, kStartupAdcGain, kStartupAdcRes, iDeviceId);
-        set_frame_average_count_for_on_board_processing(0, iDeviceId);
-        get_frame_average_count_for_on_board_processing(iDeviceId);
-    } else {
+    if (bConnected)
+        apply_startup_settings(iDeviceId);
+    else
         iResult = lu_ec_fail_to_initialize_device;
-    }
 
     if (libusb_device_handle* handle = find_device_handle(iDeviceId); bConnected && handle != nullptr)
         mark_sensor_usable(iDeviceId, libusb_get_device(handle));

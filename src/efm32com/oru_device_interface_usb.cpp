@@ -186,6 +186,41 @@ int disconnect_device(unsigned int iDeviceId) {
 
 int reconnect_device(unsigned int&, libusb_device*, libusb_context*, bool) { return 1; }
 
+std::vector<libusb_device*> free_sensor_devices() {
+    std::vector<libusb_device*> free;
+    scan_bus([&free](libusb_device** pList) {
+        for (int i = next_oru_device(pList, 0); i >= 0; i = next_oru_device(pList, i + 1)) {
+            bool bHeld = false;
+            for (const auto& entry : UsbDevHandle::pDevH)
+                bHeld = bHeld || (entry.second != nullptr && libusb_get_device(entry.second) == pList[i]);
+            if (!bHeld) free.push_back(libusb_ref_device(pList[i]));
+        }
+        return 1;
+    });
+    return free;
+}
+
+int open_sensor_as(unsigned int iDeviceId, libusb_device* pDev) {
+    libusb_device_handle* pHandle = nullptr;
+    if (libusb_open(pDev, &pHandle) != LIBUSB_SUCCESS) return 0;
+    const int iKey = static_cast<int>(iDeviceId);
+    UsbDevHandle::pDevH[iKey] = pHandle;
+    if (claim_or_forget(iKey, first_interface_number(pHandle))) return 1;
+    UsbDevHandle::pDevH.erase(iKey);
+    return 0;
+}
+
+void close_sensor_as(unsigned int iDeviceId) {
+    auto it = UsbDevHandle::pDevH.find(static_cast<int>(iDeviceId));
+    if (it == UsbDevHandle::pDevH.end()) return;
+    if (libusb_device_handle* pHandle = it->second) {
+        const int iInterface = first_interface_number(pHandle);
+        if (iInterface >= 0) libusb_release_interface(pHandle, iInterface);
+        libusb_close(pHandle);
+    }
+    UsbDevHandle::pDevH.erase(it);
+}
+
 int first_interface_number(libusb_device_handle* pHandle, int* pnInterfaces) {
     libusb_config_descriptor* pConfig = nullptr;
     int nInterfaces = 0;

@@ -173,9 +173,9 @@ class Rows(unittest.TestCase):
         self.assertEqual(r.returncode, 0, r.stderr)
         rows = csv_rows(r.stdout)
         header = rows[0]
-        self.assertEqual(header[:7], ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_speed",
-                                      "averages", "saturated"])
-        self.assertEqual(header[7:], ["f%d" % i for i in range(1024)])
+        self.assertEqual(header[:8], ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_speed",
+                                      "averages", "saturated", "gap"])
+        self.assertEqual(header[8:], ["f%d" % i for i in range(1024)])
         self.assertEqual(len(rows), 6)
         for k, values in enumerate(rows[1:]):
             row = dict(zip(header, values))
@@ -222,7 +222,7 @@ class Rows(unittest.TestCase):
                 rows = csv_rows(text)
                 self.assertGreater(len(rows), 5)
                 for values in rows[1:]:
-                    self.assertEqual(len(values), 7 + 1024)
+                    self.assertEqual(len(values), 8 + 1024)
                     float(values[-1])
                 # Consecutive readings share and skip no frame.
                 seq = [(int(v[2]), int(v[3])) for v in rows[1:]]
@@ -262,6 +262,31 @@ class Faults(unittest.TestCase):
         self.assertEqual(r.returncode, 1)
         self.assertIn("the sensor did not answer in time (code -9)", r.stderr)
         self.assertEqual(r.stderr.count("\n"), 1)
+
+    def test_lost_sensor_comes_back_and_the_gap_is_recorded(self):
+        # Sensor 1 of 2 fails, or is unplugged and plugged in again, while both
+        # stream; sensor 0 goes on without a gap, sensor 1 is back with one.
+        for faults in ("1:bulk-error",):
+            with self.subTest(faults=faults):
+                env = {"ORU_VSENSOR_FAULTS": faults, "ORU_VSENSOR_REALTIME": "1", "ORU_VSENSOR_PATTERN": "counter"}
+                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "3", "--format", "jsonl",
+                        env=env)
+                self.assertEqual(r.returncode, 0, r.stderr)
+                self.assertRegex(r.stderr, r"sensor A4486-3-13-40-2 (failed|was removed); waiting for it to come "
+                                 r"back\noru-sensor: sensor A4486-3-13-40-2 is back after \d+\.\d s\n$")
+                rows = [json.loads(line) for line in r.stdout.splitlines()]
+                first = [row for row in rows if row["sensor_id"] == "A4486-3-12-40-2"]
+                second = [row for row in rows if row["sensor_id"] == "A4486-3-13-40-2"]
+                self.assertEqual([row["first_sequence"] for row in first], [50 * k for k in range(len(first))])
+                self.assertTrue(all(row["gap"] == 0 for row in first))
+                gaps = [row["gap"] for row in second if row["gap"] > 0]
+                self.assertEqual(len(gaps), 1, second)
+                back = next(i for i, row in enumerate(second) if row["gap"] > 0)
+                self.assertLess(back, len(second) - 1)  # and it reads on
+                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "3", "--no-recover",
+                        env=env)
+                self.assertEqual(r.returncode, 1)
+                self.assertIn("(code -9)", r.stderr)
 
     def test_doctor_without_hardware(self):
         with tempfile.TemporaryDirectory() as d:
