@@ -3,6 +3,8 @@
 #   native      unit and integration tests on virtual sensors, the real-libusb
 #               tier (umockdev), the C smoke test, the CLI and Python tests
 #   install     the installed package: examples built through CMake and pkg-config
+#   packages    the Debian packages: lintian, installed and used, removed; the
+#               arm64 and armhf packages checked and their CLI run under qemu-user
 #   valgrind    memcheck over the tests labelled memcheck (native build)
 #   sanitizers  ThreadSanitizer, AddressSanitizer + UndefinedBehaviorSanitizer
 #   arm64 armhf the cross-built targets, run under qemu-user
@@ -14,7 +16,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
-TIERS=${ORU_TEST_TIERS:-"native install valgrind sanitizers arm64 armhf fuzz"}
+TIERS=${ORU_TEST_TIERS:-"native install packages valgrind sanitizers arm64 armhf fuzz"}
 RESULTS=$(mktemp -d /tmp/oru-test.XXXXXX)
 trap 'rm -rf "$RESULTS"' EXIT
 export ORU_RESULTS_DIR=$RESULTS
@@ -48,6 +50,7 @@ install_tier() {
 
 tier native && run_tier "native build and tests" native
 tier install && run_tier "installed package" install_tier
+tier packages && run_tier "Debian packages" ./scripts/test-packages.sh
 tier valgrind && run_tier "valgrind memcheck" env BUILD_DIR=build ./scripts/valgrind.sh
 tier sanitizers && run_tier "sanitizers" ./scripts/test-sanitizers.sh thread address
 tier arm64 && run_tier "arm64 under qemu" ./scripts/test-arm.sh arm64
