@@ -14,6 +14,18 @@ void unref_device_locked(libusb_device* d) {
     delete d;
 }
 
+libusb_device* device_for_locked(libusb_context* ctx, const std::shared_ptr<Device>& d) {
+    libusb_device*& dev = ctx->devices[d.get()];
+    if (dev) {
+        ++dev->refs;
+    } else {
+        dev = new libusb_device;
+        dev->ctx = ctx;
+        dev->dev = d;
+    }
+    return dev;
+}
+
 }  // namespace vsensor::detail
 
 extern "C" {
@@ -24,18 +36,8 @@ ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* ctx, libusb_device***
     libusb_context* c = vsensor::detail::resolve_context(ctx);
     if (!c || c->dead) return LIBUSB_ERROR_INVALID_PARAM;
     std::vector<libusb_device*> found;
-    for (const auto& d : bus().devices) {
-        if (d->unplugged) continue;
-        libusb_device*& dev = c->devices[d.get()];
-        if (dev) {
-            ++dev->refs;
-        } else {
-            dev = new libusb_device;
-            dev->ctx = c;
-            dev->dev = d;
-        }
-        found.push_back(dev);
-    }
+    for (const auto& d : bus().devices)
+        if (!d->unplugged) found.push_back(vsensor::detail::device_for_locked(c, d));
     auto* out = static_cast<libusb_device**>(std::calloc(found.size() + 1, sizeof(libusb_device*)));
     if (!out) return LIBUSB_ERROR_NO_MEM;
     for (size_t i = 0; i < found.size(); ++i) out[i] = found[i];
@@ -76,7 +78,7 @@ int LIBUSB_CALL libusb_get_port_numbers(libusb_device* dev, uint8_t* port_number
 }
 
 uint8_t LIBUSB_CALL libusb_get_device_address(libusb_device* dev) {
-    return dev ? static_cast<uint8_t>(dev->dev->pos + 2) : 0;
+    return dev ? static_cast<uint8_t>(dev->dev->address) : 0;
 }
 
 int LIBUSB_CALL libusb_get_device_speed(libusb_device*) { return LIBUSB_SPEED_FULL; }

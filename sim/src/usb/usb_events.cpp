@@ -1,5 +1,5 @@
-// Event handling: completions are delivered, and callbacks run, inside
-// libusb_handle_events* on the calling thread. Waiting blocks on the bus's
+// Event handling: completions and hotplug events are delivered, and their
+// callbacks run, inside libusb_handle_events* on the calling thread. Waiting blocks on the bus's
 // condition variable; nothing spins.
 #include <algorithm>
 #include <sys/time.h>
@@ -101,9 +101,11 @@ SteadyClock::duration to_duration(const struct timeval* tv) {
 
 int handle_events(libusb_context* ctx_arg, SteadyClock::duration timeout, int* completed) {
     std::vector<Ready> ready;
+    std::deque<HotplugMessage> hotplug;
+    libusb_context* ctx = nullptr;
     {
         std::unique_lock<std::mutex> lk(bus().m);
-        libusb_context* ctx = resolve_context(ctx_arg);
+        ctx = resolve_context(ctx_arg);
         if (!ctx) return LIBUSB_ERROR_INVALID_PARAM;
         const auto deadline = SteadyClock::now() + timeout;
         for (;;) {
@@ -116,11 +118,13 @@ int handle_events(libusb_context* ctx_arg, SteadyClock::duration timeout, int* c
             const auto now = SteadyClock::now();
             SteadyClock::time_point wake;
             ready = take_ready(ctx, now, &wake);
-            if (!ready.empty()) break;
+            hotplug.swap(ctx->hotplug_msgs);
+            if (!ready.empty() || !hotplug.empty()) break;
             if (now >= deadline) return LIBUSB_SUCCESS;
             bus().cv.wait_until(lk, std::min(deadline, wake));
         }
     }
+    deliver_hotplug(ctx, hotplug);
     run_callbacks(ready);
     return LIBUSB_SUCCESS;
 }

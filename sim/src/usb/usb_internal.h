@@ -5,11 +5,33 @@
 
 #include <libusb.h>
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "../bus.h"
+
+namespace vsensor::detail {
+
+struct HotplugCallback {
+    libusb_hotplug_callback_handle handle = 0;
+    int events = 0;
+    int vendor_id = LIBUSB_HOTPLUG_MATCH_ANY;
+    int product_id = LIBUSB_HOTPLUG_MATCH_ANY;
+    int dev_class = LIBUSB_HOTPLUG_MATCH_ANY;
+    libusb_hotplug_callback_fn fn = nullptr;
+    void* user_data = nullptr;
+};
+
+// An arrival or removal waiting for the context's event handler; holds a
+// reference on `device`.
+struct HotplugMessage {
+    libusb_device* device = nullptr;
+    libusb_hotplug_event event = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
+};
+
+}  // namespace vsensor::detail
 
 struct libusb_context {
     int refs = 1;
@@ -19,6 +41,9 @@ struct libusb_context {
     int debug = 0;
     std::vector<libusb_transfer*> flying;
     std::map<const vsensor::detail::Device*, libusb_device*> devices;
+    std::vector<vsensor::detail::HotplugCallback> hotplug_cbs;
+    std::deque<vsensor::detail::HotplugMessage> hotplug_msgs;
+    libusb_hotplug_callback_handle next_hotplug_handle = 1;
 };
 
 struct libusb_device {
@@ -49,6 +74,17 @@ TransferPriv* priv_of(libusb_transfer* t);
 // The context a NULL argument means; null when there is none.
 libusb_context* resolve_context(libusb_context* ctx);
 void unref_device_locked(libusb_device* d);
+// The context's libusb_device for `d`, with a new reference (created on first use).
+libusb_device* device_for_locked(libusb_context* ctx, const std::shared_ptr<Device>& d);
+// Contexts initialised and not yet exited.
+std::vector<libusb_context*>& live_contexts();
+// Bus hook: queues the event in every live context that has callbacks.
+void queue_hotplug(const std::shared_ptr<Device>& d, bool arrived);
+// Runs the callbacks for `msgs` on this thread (lock not held) and drops
+// their device references.
+void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs);
+// Caller holds the lock: forgets callbacks and queued events of a dying context.
+void drop_hotplug(libusb_context* ctx);
 // Drops transfers of `ctx` (all, or only those on `handle`) that are in flight:
 // they will never complete, as with libusb when their handle or context goes.
 void drop_flying(libusb_context* ctx, const libusb_device_handle* handle);
