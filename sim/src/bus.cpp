@@ -12,7 +12,14 @@ namespace vsensor {
 namespace detail {
 
 Bus& bus() {
-    static Bus* b = new Bus;
+    static Bus* b = [] {
+        auto* fresh = new Bus;
+        fresh->root_hub = std::make_shared<Device>();
+        fresh->root_hub->pos = -1;
+        fresh->root_hub->address = 1;
+        fresh->root_hub->root_hub = true;
+        return fresh;
+    }();
     return *b;
 }
 

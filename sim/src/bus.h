@@ -22,6 +22,7 @@ enum class Source { Model, Constant, Pattern, Counter, Callback };
 struct Device {
     int pos = 0;
     int address = 0;  // USB device address; a replugged sensor gets a new one
+    bool root_hub = false;  // the hub every device hangs off (pos -1, address 1)
     bool led_driver = false;
     SensorOptions opts;
     std::vector<uint8_t> identity_bytes;  // the 5 bytes answered to code 1
@@ -61,6 +62,7 @@ struct Bus {
     bool realtime = false;
     int next_address = 2;  // 1 is the root hub
     HotplugHook hotplug_hook = nullptr;
+    std::shared_ptr<Device> root_hub;
 };
 
 // Never destroyed: an event thread may still be waiting at process exit.

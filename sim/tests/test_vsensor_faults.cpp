@@ -11,32 +11,7 @@ using namespace vsensor_test;
 
 namespace {
 
-class Faults : public ::testing::Test {
-protected:
-    void SetUp() override {
-        vsensor::reset();
-        ASSERT_EQ(libusb_init(nullptr), 0);
-        vsensor::add_sensor();
-        vsensor::add_sensor();
-    }
-    void TearDown() override { libusb_exit(nullptr); }
-
-    // Submits a bulk transfer on `h`; the callback stores the status.
-    libusb_transfer* submit(libusb_device_handle* h) {
-        libusb_transfer* t = libusb_alloc_transfer(0);
-        libusb_fill_bulk_transfer(
-            t, h, 0x81, buf, sizeof buf, [](libusb_transfer* tr) { *static_cast<int*>(tr->user_data) = tr->status; },
-            &status, 0);
-        EXPECT_EQ(libusb_submit_transfer(t), 0);
-        return t;
-    }
-    void handle(int usec = 20000) {
-        timeval tv{0, usec};
-        ASSERT_EQ(libusb_handle_events_timeout(nullptr, &tv), 0);
-    }
-    unsigned char buf[2048] = {};
-    int status = -1;
-};
+class Faults : public TwoSensors {};
 
 TEST_F(Faults, OpenAccessRefusesOpeningThatDeviceOnly) {
     vsensor::set_faults(0, vsensor::kFaultOpenAccess);

@@ -52,7 +52,10 @@ int LIBUSB_CALL libusb_init(libusb_context** ctx) {
             g_default = fresh = new libusb_context;
             g_default->is_default = true;
         }
-        if (fresh) vsensor::detail::live_contexts().push_back(fresh);
+        if (fresh) {
+            vsensor::detail::open_pollfd(fresh);
+            vsensor::detail::live_contexts().push_back(fresh);
+        }
     }
     vsensor::detail::resume_schedule();
     vsensor::detail::log_lifecycle(-1, "init");
@@ -71,6 +74,9 @@ void LIBUSB_CALL libusb_exit(libusb_context* ctx) {
             c->dead = true;
             vsensor::detail::drop_flying(c, nullptr);
             vsensor::detail::drop_hotplug(c);
+            vsensor::detail::close_pollfd(c);
+            vsensor::detail::unref_device_locked(c->root_hub);
+            c->root_hub = nullptr;
             if (c == g_default) g_default = nullptr;
             auto& live = vsensor::detail::live_contexts();
             live.erase(std::remove(live.begin(), live.end(), c), live.end());

@@ -22,6 +22,7 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
         // A timeout fault fails at once: the virtual sensor never really waits.
         result = d.unplugged ? LIBUSB_ERROR_NO_DEVICE : firmware_control(d, s, data);
         log_control(d.pos, request_type, bRequest, wValue, wIndex, wLength, timeout, result);
+        if (switches_streaming(s)) rearm_all_pollfds_locked();
     }
     bus().cv.notify_all();  // streaming may have started or stopped
     return result;

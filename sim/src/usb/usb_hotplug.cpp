@@ -68,6 +68,7 @@ void queue_hotplug(const std::shared_ptr<Device>& d, bool arrived) {
         ctx->hotplug_msgs.push_back({device_for_locked(ctx, d),
                                      arrived ? LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED : LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT});
     }
+    rearm_all_pollfds_locked();  // a removal also ends transfers in flight
 }
 
 void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs) {

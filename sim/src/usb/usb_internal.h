@@ -5,6 +5,8 @@
 
 #include <libusb.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
@@ -44,6 +46,19 @@ struct libusb_context {
     std::vector<vsensor::detail::HotplugCallback> hotplug_cbs;
     std::deque<vsensor::detail::HotplugMessage> hotplug_msgs;
     libusb_hotplug_callback_handle next_hotplug_handle = 1;
+    libusb_device* root_hub = nullptr;  // made by libusb_get_parent, one reference held
+
+    // libusb's event lock and event waiters; not guarded by bus().m.
+    std::mutex events_lock;
+    std::atomic<bool> events_locked{false};
+    std::mutex waiters_lock;
+    std::condition_variable waiters_cond;
+
+    // A timerfd that is readable while events are pending (libusb_get_pollfds).
+    int pollfd = -1;
+    bool pollfd_used = false;  // re-armed only once a client has asked for it
+    libusb_pollfd_removed_cb pollfd_removed = nullptr;
+    void* pollfd_user_data = nullptr;
 };
 
 struct libusb_device {
@@ -67,6 +82,7 @@ struct TransferPriv {
     int control_status = LIBUSB_TRANSFER_COMPLETED;  // async control: decided at submit
     bool has_deadline = false;
     SteadyClock::time_point deadline{};
+    uint32_t stream_id = 0;
 };
 
 TransferPriv* priv_of(libusb_transfer* t);
@@ -85,6 +101,16 @@ void queue_hotplug(const std::shared_ptr<Device>& d, bool arrived);
 void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs);
 // Caller holds the lock: forgets callbacks and queued events of a dying context.
 void drop_hotplug(libusb_context* ctx);
+
+// Caller holds the lock. Arms the context's pollfd for the moment events are
+// pending (at once, at the next frame or timeout, or never).
+void rearm_pollfd_locked(libusb_context* ctx);
+void rearm_all_pollfds_locked();
+// The timerfd for a new context; closes it (telling the notifier) at exit.
+void open_pollfd(libusb_context* ctx);
+void close_pollfd(libusb_context* ctx);
+// Wakes threads in libusb_wait_for_event.
+void signal_event_waiters(libusb_context* ctx);
 // Drops transfers of `ctx` (all, or only those on `handle`) that are in flight:
 // they will never complete, as with libusb when their handle or context goes.
 void drop_flying(libusb_context* ctx, const libusb_device_handle* handle);
