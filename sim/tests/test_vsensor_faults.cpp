@@ -189,6 +189,8 @@ struct FilterCase {
     const char* expected;  // after unplug(1) and replug(1)
 };
 
+void PrintTo(const FilterCase& c, std::ostream* os) { *os << c.name; }
+
 class HotplugFilter : public Faults, public ::testing::WithParamInterface<FilterCase> {};
 
 TEST_P(HotplugFilter, EventsArriveInsideEventHandlingWithTheirDevice) {
@@ -236,6 +238,8 @@ struct RegisterCase {
     const char* at_register;  // seen before register returns
     const char* after;  // seen after unplug(0), replug(0), unplug(1)
 };
+
+void PrintTo(const RegisterCase& c, std::ostream* os) { *os << c.name; }
 
 class HotplugRegister : public Faults, public ::testing::WithParamInterface<RegisterCase> {};
 
@@ -318,6 +322,8 @@ struct ScheduleCase {
     const char* expected;  // hotplug events, in order
     int wait_ms;  // at least this long after configuration
 };
+
+void PrintTo(const ScheduleCase& c, std::ostream* os) { *os << c.faults; }
 
 class Schedule : public ::testing::TestWithParam<ScheduleCase> {};
 

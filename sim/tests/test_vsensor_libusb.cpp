@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -50,6 +51,8 @@ struct Answer {
     std::function<int(libusb_device_handle*)> call;
     int plugged, unplugged;
 };
+
+void PrintTo(const Answer& a, std::ostream* os) { *os << a.name; }
 
 class Answers : public Libusb, public ::testing::WithParamInterface<Answer> {};
 
@@ -185,19 +188,25 @@ TEST_F(Libusb, WaitForEventWakesAtACompletionOrTimesOut) {
     timeval short_wait{0, 20000};
     EXPECT_EQ(libusb_wait_for_event(nullptr, &short_wait), 1);
     libusb_unlock_event_waiters(nullptr);
-    libusb_transfer* t = submit(h);
+    // Set on the event thread, read here: atomic.
+    std::atomic<int> done{-1};
+    libusb_transfer* t = libusb_alloc_transfer(0);
+    libusb_fill_bulk_transfer(
+        t, h, 0x81, buf, sizeof buf,
+        [](libusb_transfer* tr) { static_cast<std::atomic<int>*>(tr->user_data)->store(tr->status); }, &done, 0);
+    ASSERT_EQ(libusb_submit_transfer(t), 0);
     ASSERT_EQ(out(h, 70, 0, 1), 0);
     {
         EventThread events;
         libusb_lock_event_waiters(nullptr);
         timeval long_wait{10, 0};
         const auto t0 = std::chrono::steady_clock::now();
-        while (status == -1 && std::chrono::steady_clock::now() - t0 < std::chrono::seconds(10))
+        while (done == -1 && std::chrono::steady_clock::now() - t0 < std::chrono::seconds(10))
             EXPECT_EQ(libusb_wait_for_event(nullptr, &long_wait), 0);
         libusb_unlock_event_waiters(nullptr);
         EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
     }
-    EXPECT_EQ(status, LIBUSB_TRANSFER_COMPLETED);
+    EXPECT_EQ(done, LIBUSB_TRANSFER_COMPLETED);
     libusb_free_transfer(t);
     libusb_close(h);
 }

@@ -73,6 +73,7 @@ void LIBUSB_CALL libusb_exit(libusb_context* ctx) {
         } else {
             c->dead = true;
             vsensor::detail::drop_flying(c, nullptr);
+            std::vector<libusb_transfer*>().swap(c->flying);
             vsensor::detail::drop_hotplug(c);
             vsensor::detail::close_pollfd(c);
             vsensor::detail::unref_device_locked(c->root_hub);

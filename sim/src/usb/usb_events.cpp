@@ -108,7 +108,7 @@ SteadyClock::duration to_duration(const struct timeval* tv) {
 // The event handler's part: caller holds the context's event lock.
 int handle_locked(libusb_context* ctx, SteadyClock::time_point deadline, int* completed) {
     std::vector<Ready> ready;
-    std::deque<HotplugMessage> hotplug;
+    std::vector<HotplugMessage> hotplug;
     {
         std::unique_lock<std::mutex> lk(bus().m);
         for (;;) {

@@ -71,7 +71,7 @@ void queue_hotplug(const std::shared_ptr<Device>& d, bool arrived) {
     rearm_all_pollfds_locked();  // a removal also ends transfers in flight
 }
 
-void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs) {
+void deliver_hotplug(libusb_context* ctx, std::vector<HotplugMessage>& msgs) {
     for (const HotplugMessage& msg : msgs)
         for (libusb_hotplug_callback_handle h : handles_of(ctx)) call_one(ctx, h, msg.device, msg.event);
     std::lock_guard<std::mutex> lk(bus().m);
@@ -81,8 +81,9 @@ void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs) {
 
 void drop_hotplug(libusb_context* ctx) {
     for (const HotplugMessage& msg : ctx->hotplug_msgs) unref_device_locked(msg.device);
-    ctx->hotplug_msgs.clear();
-    ctx->hotplug_cbs.clear();
+    // The exited context object stays; what it holds goes.
+    std::vector<HotplugMessage>().swap(ctx->hotplug_msgs);
+    std::vector<HotplugCallback>().swap(ctx->hotplug_cbs);
 }
 
 }  // namespace vsensor::detail

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <deque>
 #include <map>
 #include <memory>
 #include <vector>
@@ -44,7 +43,7 @@ struct libusb_context {
     std::vector<libusb_transfer*> flying;
     std::map<const vsensor::detail::Device*, libusb_device*> devices;
     std::vector<vsensor::detail::HotplugCallback> hotplug_cbs;
-    std::deque<vsensor::detail::HotplugMessage> hotplug_msgs;
+    std::vector<vsensor::detail::HotplugMessage> hotplug_msgs;
     libusb_hotplug_callback_handle next_hotplug_handle = 1;
     libusb_device* root_hub = nullptr;  // made by libusb_get_parent, one reference held
 
@@ -98,7 +97,7 @@ std::vector<libusb_context*>& live_contexts();
 void queue_hotplug(const std::shared_ptr<Device>& d, bool arrived);
 // Runs the callbacks for `msgs` on this thread (lock not held) and drops
 // their device references.
-void deliver_hotplug(libusb_context* ctx, std::deque<HotplugMessage>& msgs);
+void deliver_hotplug(libusb_context* ctx, std::vector<HotplugMessage>& msgs);
 // Caller holds the lock: forgets callbacks and queued events of a dying context.
 void drop_hotplug(libusb_context* ctx);
 
