@@ -22,6 +22,7 @@ TEST_PACKAGES=(
   valgrind
   chromium chromium-driver python3-selenium
   lintian python3-venv python3-setuptools python3-wheel
+  python3-usb usbutils
 )
 case "$profile" in
   build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;

@@ -5,13 +5,21 @@
 
 #include "event_log.h"
 #include "frame_model.h"
+#include "schedule.h"
 #include "virtual_clock.h"
 
 namespace vsensor {
 namespace detail {
 
 Bus& bus() {
-    static Bus* b = new Bus;
+    static Bus* b = [] {
+        auto* fresh = new Bus;
+        fresh->root_hub = std::make_shared<Device>();
+        fresh->root_hub->pos = -1;
+        fresh->root_hub->address = 1;
+        fresh->root_hub->root_hub = true;
+        return fresh;
+    }();
     return *b;
 }
 
@@ -27,15 +35,54 @@ Device& checked_device(int dev) {
     return *d;
 }
 
+void unplug_locked(Device& d) {
+    if (d.unplugged) return;
+    d.unplugged = true;
+    d.streaming = false;
+    d.claimed_by = nullptr;
+    log_lifecycle(d.pos, "unplug");
+    Bus& b = bus();
+    if (b.hotplug_hook && device_at(d.pos) == &d) b.hotplug_hook(b.devices[static_cast<size_t>(d.pos)], false);
+}
+
+namespace {
+
+// Caller holds bus().m. A device as it comes out of power-up at `pos`.
+std::shared_ptr<Device> new_device(int pos, const SensorOptions& opts, bool led_driver) {
+    auto d = std::make_shared<Device>();
+    Bus& b = bus();
+    d->pos = pos;
+    d->address = b.next_address;
+    b.next_address = b.next_address >= 127 ? 2 : b.next_address + 1;
+    d->led_driver = led_driver;
+    if (led_driver) return d;
+    d->opts = opts;
+    if (!opts.identity_set) {
+        d->opts.identity = Identity{};
+        d->opts.identity.x_coord = 12 + pos;
+        d->opts.identity_set = true;  // a replugged sensor keeps it
+    }
+    d->identity_bytes = opts.raw_identity.size() == 5 ? opts.raw_identity : encode_identity(d->opts.identity);
+    d->response = scene_response(d->opts.scene);
+    d->faults = opts.faults;
+    d->rng.seed(opts.noise_seed);
+    d->next_due = SteadyClock::now();
+    return d;
+}
+
+}  // namespace
+
 }  // namespace detail
 
 using detail::bus;
 using detail::checked_device;
 
 void reset() {
+    detail::clear_schedule();
     {
         std::lock_guard<std::mutex> lk(bus().m);
         bus().devices.clear();
+        bus().next_address = 2;
     }
     bus().cv.notify_all();
     detail::clear_log();
@@ -44,28 +91,16 @@ void reset() {
 
 int add_sensor(const SensorOptions& opts) {
     std::lock_guard<std::mutex> lk(bus().m);
-    auto d = std::make_shared<detail::Device>();
-    d->pos = static_cast<int>(bus().devices.size());
-    d->opts = opts;
-    if (!opts.identity_set) {
-        d->opts.identity = Identity{};
-        d->opts.identity.x_coord = 12 + d->pos;
-    }
-    d->identity_bytes = opts.raw_identity.size() == 5 ? opts.raw_identity : encode_identity(d->opts.identity);
-    d->response = detail::scene_response(opts.scene);
-    d->faults = opts.faults;
-    d->rng.seed(opts.noise_seed);
-    bus().devices.push_back(d);
-    return d->pos;
+    const int pos = static_cast<int>(bus().devices.size());
+    bus().devices.push_back(detail::new_device(pos, opts, false));
+    return pos;
 }
 
 int add_led_driver() {
     std::lock_guard<std::mutex> lk(bus().m);
-    auto d = std::make_shared<detail::Device>();
-    d->pos = static_cast<int>(bus().devices.size());
-    d->led_driver = true;
-    bus().devices.push_back(d);
-    return d->pos;
+    const int pos = static_cast<int>(bus().devices.size());
+    bus().devices.push_back(detail::new_device(pos, {}, true));
+    return pos;
 }
 
 int device_count() {
@@ -133,12 +168,28 @@ void set_realtime(bool on) {
 void unplug(int dev) {
     {
         std::lock_guard<std::mutex> lk(bus().m);
-        detail::Device& d = checked_device(dev);
-        d.unplugged = true;
-        d.streaming = false;
-        d.claimed_by = nullptr;
+        detail::unplug_locked(checked_device(dev));
     }
-    detail::log_lifecycle(dev, "unplug");
+    bus().cv.notify_all();
+}
+
+void replug(int dev) {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        detail::Device& old = checked_device(dev);
+        detail::unplug_locked(old);
+        SensorOptions opts = old.opts;
+        opts.faults = kFaultNone;
+        auto fresh = detail::new_device(dev, opts, old.led_driver);
+        // The frame source is the user's choice of what the sensor sees.
+        fresh->source = old.source;
+        fresh->constant = old.constant;
+        fresh->pattern = old.pattern;
+        fresh->callback = old.callback;
+        bus().devices[static_cast<size_t>(dev)] = fresh;
+        detail::log_lifecycle(dev, "replug");
+        if (bus().hotplug_hook) bus().hotplug_hook(fresh, true);
+    }
     bus().cv.notify_all();
 }
 

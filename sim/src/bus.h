@@ -21,6 +21,8 @@ enum class Source { Model, Constant, Pattern, Counter, Callback };
 
 struct Device {
     int pos = 0;
+    int address = 0;  // USB device address; a replugged sensor gets a new one
+    bool root_hub = false;  // the hub every device hangs off (pos -1, address 1)
     bool led_driver = false;
     SensorOptions opts;
     std::vector<uint8_t> identity_bytes;  // the 5 bytes answered to code 1
@@ -49,11 +51,18 @@ struct Device {
     int delivering = 0;  // completions taken but whose callback still runs
 };
 
+// Called under Bus::m when a device leaves or arrives, so that the libusb
+// face can queue hotplug events for its event handlers.
+using HotplugHook = void (*)(const std::shared_ptr<Device>& d, bool arrived);
+
 struct Bus {
     std::mutex m;
     std::condition_variable cv;
     std::vector<std::shared_ptr<Device>> devices;
     bool realtime = false;
+    int next_address = 2;  // 1 is the root hub
+    HotplugHook hotplug_hook = nullptr;
+    std::shared_ptr<Device> root_hub;
 };
 
 // Never destroyed: an event thread may still be waiting at process exit.
@@ -63,6 +72,9 @@ Bus& bus();
 Device* device_at(int dev);
 // Throws std::out_of_range for a bad position (test API misuse).
 Device& checked_device(int dev);
+// Caller holds bus().m. Takes the device off the bus (once): transfers fail
+// with NO_DEVICE from now on and the hotplug hook hears of it.
+void unplug_locked(Device& d);
 
 }  // namespace vsensor::detail
 

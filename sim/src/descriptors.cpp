@@ -9,7 +9,7 @@ constexpr uint16_t kMaxPacket = 64;
 constexpr uint16_t kConfigTotalLength = LIBUSB_DT_CONFIG_SIZE + LIBUSB_DT_INTERFACE_SIZE + LIBUSB_DT_ENDPOINT_SIZE;
 }  // namespace
 
-libusb_device_descriptor device_descriptor() {
+libusb_device_descriptor device_descriptor(bool hub) {
     libusb_device_descriptor d{};
     d.bLength = LIBUSB_DT_DEVICE_SIZE;
     d.bDescriptorType = LIBUSB_DT_DEVICE;
@@ -20,6 +20,17 @@ libusb_device_descriptor device_descriptor() {
     d.idProduct = kProductId;
     d.bcdDevice = 0x0200;
     d.bNumConfigurations = 1;
+    if (hub) {
+        // As Linux presents a USB 2.0 root hub: single TT, strings 3/2/1.
+        d.bDeviceClass = LIBUSB_CLASS_HUB;
+        d.bDeviceProtocol = 1;
+        d.idVendor = 0x1d6b;
+        d.idProduct = 0x0002;
+        d.bcdDevice = 0x0601;
+        d.iManufacturer = 3;
+        d.iProduct = 2;
+        d.iSerialNumber = 1;
+    }
     return d;
 }
 
@@ -73,13 +84,14 @@ std::vector<uint8_t> raw_config_descriptor() {
             0};
 }
 
-libusb_config_descriptor* new_config_tree() {
+libusb_config_descriptor* new_config_tree(bool hub) {
     auto* ep = new libusb_endpoint_descriptor{};
     ep->bLength = LIBUSB_DT_ENDPOINT_SIZE;
     ep->bDescriptorType = LIBUSB_DT_ENDPOINT;
     ep->bEndpointAddress = kBulkEndpoint;
-    ep->bmAttributes = LIBUSB_TRANSFER_TYPE_BULK;
-    ep->wMaxPacketSize = kMaxPacket;
+    ep->bmAttributes = hub ? LIBUSB_TRANSFER_TYPE_INTERRUPT : LIBUSB_TRANSFER_TYPE_BULK;
+    ep->wMaxPacketSize = hub ? 4 : kMaxPacket;  // the hub's status change endpoint
+    ep->bInterval = hub ? 12 : 0;
 
     auto* alt = new libusb_interface_descriptor{};
     alt->bLength = LIBUSB_DT_INTERFACE_SIZE;
@@ -87,7 +99,7 @@ libusb_config_descriptor* new_config_tree() {
     alt->bInterfaceNumber = 0;
     alt->bAlternateSetting = 0;
     alt->bNumEndpoints = 1;
-    alt->bInterfaceClass = LIBUSB_CLASS_VENDOR_SPEC;
+    alt->bInterfaceClass = hub ? LIBUSB_CLASS_HUB : LIBUSB_CLASS_VENDOR_SPEC;
     alt->endpoint = ep;
 
     auto* itf = new libusb_interface{};
@@ -100,8 +112,8 @@ libusb_config_descriptor* new_config_tree() {
     config->wTotalLength = kConfigTotalLength;
     config->bNumInterfaces = 1;
     config->bConfigurationValue = 1;
-    config->bmAttributes = 0x80;
-    config->MaxPower = 50;
+    config->bmAttributes = hub ? 0xE0 : 0x80;
+    config->MaxPower = hub ? 0 : 50;
     config->interface = itf;
     return config;
 }

@@ -7,6 +7,7 @@
 
 #include "event_log.h"
 #include "identity_text.h"
+#include "schedule.h"
 #include "vsensor/vsensor.h"
 
 namespace vsensor {
@@ -55,21 +56,49 @@ unsigned fault_bit(const std::string& name) {
     return 0;
 }
 
-// "0:stall,1:claim" -> faults per sensor number.
-std::vector<unsigned> parse_faults(const char* text, int sensors) {
-    std::vector<unsigned> faults(static_cast<size_t>(sensors), kFaultNone);
-    if (!text) return faults;
+// "500ms", "3s", "1.5s" -> milliseconds; -1 when malformed.
+long parse_delay(const std::string& text) {
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    const std::string unit = end ? end : "";
+    if (end == text.c_str() || v < 0 || (unit != "ms" && unit != "s")) return -1;
+    return static_cast<long>(unit == "s" ? v * 1000 + 0.5 : v + 0.5);
+}
+
+struct FaultPlan {
+    std::vector<unsigned> faults;  // per sensor number, from the start
+    std::vector<detail::TimedAction> timed;  // `dev` still a sensor number
+};
+
+// "0:stall,1:claim,1:unplug@3s,1:replug@5s" -> faults per sensor number and
+// timed entries (unplug, replug or any fault name after a delay).
+FaultPlan parse_faults(const char* text, int sensors) {
+    FaultPlan plan{std::vector<unsigned>(static_cast<size_t>(sensors), kFaultNone), {}};
+    if (!text) return plan;
     for (const std::string& item : split(text, ',')) {
         const size_t colon = item.find(':');
-        const unsigned bit = colon == std::string::npos ? 0 : fault_bit(item.substr(colon + 1));
+        const size_t at = item.find('@');
+        const std::string name =
+            colon == std::string::npos ? "" : item.substr(colon + 1, at == std::string::npos ? at : at - colon - 1);
         const int n = colon == std::string::npos ? -1 : std::atoi(item.substr(0, colon).c_str());
-        if (!bit || n < 0 || n >= sensors) {
+        const long delay = at == std::string::npos ? 0 : parse_delay(item.substr(at + 1));
+        detail::TimedAction a;
+        a.kind = name == "unplug"   ? detail::TimedAction::Unplug
+                 : name == "replug" ? detail::TimedAction::Replug
+                                    : detail::TimedAction::Fault;
+        a.fault = fault_bit(name);
+        a.dev = n;
+        a.at = std::chrono::milliseconds(delay);
+        const bool timed = at != std::string::npos;
+        if (n < 0 || n >= sensors || delay < 0 || (!a.fault && !(timed && a.kind == detail::TimedAction::Replug))) {
             warn("ignoring fault '" + item + "'");
-            continue;
+        } else if (timed) {
+            plan.timed.push_back(a);
+        } else {
+            plan.faults[static_cast<size_t>(n)] |= a.fault;
         }
-        faults[static_cast<size_t>(n)] |= bit;
     }
-    return faults;
+    return plan;
 }
 
 // ORU_VSENSOR_PATTERN: model (default), counter, or constant:<value>.
@@ -101,13 +130,15 @@ int configure_from_environment() {
     if (const char* b = env("ORU_VSENSOR_BRIGHTNESS")) base.brightness = std::atof(b);
     if (const char* n = env("ORU_VSENSOR_NOISE")) base.noise_sigma = std::atof(n);
     if (const char* s = env("ORU_VSENSOR_SEED")) base.noise_seed = static_cast<uint32_t>(std::strtoul(s, nullptr, 0));
-    const std::vector<unsigned> faults = parse_faults(env("ORU_VSENSOR_FAULTS"), count);
+    FaultPlan plan = parse_faults(env("ORU_VSENSOR_FAULTS"), count);
 
     int added = 0;
     if (const char* l = env("ORU_VSENSOR_LED_DRIVER"); l && std::atoi(l) != 0) {
         add_led_driver();
         ++added;
     }
+    const std::vector<unsigned>& faults = plan.faults;
+    std::vector<int> positions;  // bus position by sensor number
     for (int n = 0; n < count; ++n) {
         SensorOptions opts = base;
         opts.faults = faults[static_cast<size_t>(n)];
@@ -117,9 +148,12 @@ int configure_from_environment() {
         if (n < static_cast<int>(ids.size()) && !detail::parse_identity_text(ids[n], &opts.identity))
             warn("ignoring sensor ID '" + ids[n] + "'");
         const int dev = add_sensor(opts);
+        positions.push_back(dev);
         apply_pattern(dev, env("ORU_VSENSOR_PATTERN"));
         ++added;
     }
+    for (detail::TimedAction& a : plan.timed) a.dev = positions[static_cast<size_t>(a.dev)];
+    detail::set_schedule(std::move(plan.timed));
     return added;
 }
 

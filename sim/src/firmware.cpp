@@ -97,10 +97,7 @@ int sensor_in(Device& d, const Setup& s, unsigned char* data) {
 
 void start_streaming(Device& d) {
     if (d.faults & kFaultUnplugOnStream) {
-        d.unplugged = true;
-        d.streaming = false;
-        d.claimed_by = nullptr;
-        log_lifecycle(d.pos, "unplug");
+        unplug_locked(d);
         return;
     }
     d.streaming = true;

@@ -43,4 +43,27 @@ EventThread::~EventThread() {
     thread_.join();
 }
 
+void TwoSensors::SetUp() {
+    vsensor::reset();
+    ASSERT_EQ(libusb_init(nullptr), 0);
+    vsensor::add_sensor();
+    vsensor::add_sensor();
+}
+
+void TwoSensors::TearDown() { libusb_exit(nullptr); }
+
+libusb_transfer* TwoSensors::submit(libusb_device_handle* h) {
+    libusb_transfer* t = libusb_alloc_transfer(0);
+    libusb_fill_bulk_transfer(
+        t, h, 0x81, buf, sizeof buf, [](libusb_transfer* tr) { *static_cast<int*>(tr->user_data) = tr->status; },
+        &status, 0);
+    EXPECT_EQ(libusb_submit_transfer(t), 0);
+    return t;
+}
+
+void TwoSensors::handle(int usec) {
+    timeval tv{0, usec};
+    ASSERT_EQ(libusb_handle_events_timeout(nullptr, &tv), 0);
+}
+
 }  // namespace vsensor_test

@@ -2,6 +2,7 @@
 #ifndef VSENSOR_TEST_UTIL_H
 #define VSENSOR_TEST_UTIL_H
 
+#include <gtest/gtest.h>
 #include <libusb.h>
 
 #include <atomic>
@@ -35,6 +36,19 @@ public:
 private:
     std::atomic<bool> stop_{false};
     std::thread thread_;
+};
+
+// Two sensors on a fresh bus and the default context around each test.
+class TwoSensors : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Submits a bulk transfer on `h`; its callback stores the status.
+    libusb_transfer* submit(libusb_device_handle* h);
+    // One libusb_handle_events_timeout of `usec`.
+    void handle(int usec = 20000);
+    unsigned char buf[2048] = {};
+    int status = -1;
 };
 
 }  // namespace vsensor_test

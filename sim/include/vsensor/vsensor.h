@@ -82,9 +82,17 @@ void set_pattern(int dev, const std::vector<uint16_t>& per_filter);  // 1024 val
 void use_frame_counter(int dev);  // every filter = frame_no % 4096
 void use_optical_model(int dev);
 void set_realtime(bool on);  // pace frames in real time (default off)
-// Unplug: later transfers fail with LIBUSB_ERROR_NO_DEVICE and a pending bulk
-// transfer completes with LIBUSB_TRANSFER_NO_DEVICE.
+// Unplug: later transfers fail with LIBUSB_ERROR_NO_DEVICE, a pending bulk
+// transfer completes with LIBUSB_TRANSFER_NO_DEVICE and contexts with hotplug
+// callbacks see DEVICE_LEFT. Unplugging twice does nothing more.
 void unplug(int dev);
+// Plugs the sensor at `dev` back (unplugging it first if needed): same
+// identity, scene, options and frame source, faults cleared, firmware state
+// as after power-up. It is a new libusb_device (new device address, same bus
+// and port); the old one and its handles stay gone. Contexts with hotplug
+// callbacks see DEVICE_LEFT (if it was still plugged) and DEVICE_ARRIVED.
+// The test API's `dev` then refers to the new device.
+void replug(int dev);
 
 // ---- inspection ---------------------------------------------------------
 uint8_t register_value(int dev, int code);  // last byte written by code

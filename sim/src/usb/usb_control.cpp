@@ -1,5 +1,6 @@
 // Synchronous control and bulk transfers.
 #include <algorithm>
+#include <cerrno>
 
 #include "../event_log.h"
 #include "../firmware.h"
@@ -22,8 +23,14 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
         // A timeout fault fails at once: the virtual sensor never really waits.
         result = d.unplugged ? LIBUSB_ERROR_NO_DEVICE : firmware_control(d, s, data);
         log_control(d.pos, request_type, bRequest, wValue, wIndex, wLength, timeout, result);
+        if (switches_streaming(s)) rearm_all_pollfds_locked();
     }
     bus().cv.notify_all();  // streaming may have started or stopped
+    // libusb on Linux leaves errno as the failed usbfs ioctl set it, and
+    // clients such as lsusb tell a stall (EPIPE) from other failures by it.
+    if (result == LIBUSB_ERROR_PIPE) errno = EPIPE;
+    if (result == LIBUSB_ERROR_NO_DEVICE) errno = ENODEV;
+    if (result == LIBUSB_ERROR_TIMEOUT) errno = ETIMEDOUT;
     return result;
 }
 

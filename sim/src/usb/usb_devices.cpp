@@ -14,6 +14,18 @@ void unref_device_locked(libusb_device* d) {
     delete d;
 }
 
+libusb_device* device_for_locked(libusb_context* ctx, const std::shared_ptr<Device>& d) {
+    libusb_device*& dev = ctx->devices[d.get()];
+    if (dev) {
+        ++dev->refs;
+    } else {
+        dev = new libusb_device;
+        dev->ctx = ctx;
+        dev->dev = d;
+    }
+    return dev;
+}
+
 }  // namespace vsensor::detail
 
 extern "C" {
@@ -24,18 +36,8 @@ ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* ctx, libusb_device***
     libusb_context* c = vsensor::detail::resolve_context(ctx);
     if (!c || c->dead) return LIBUSB_ERROR_INVALID_PARAM;
     std::vector<libusb_device*> found;
-    for (const auto& d : bus().devices) {
-        if (d->unplugged) continue;
-        libusb_device*& dev = c->devices[d.get()];
-        if (dev) {
-            ++dev->refs;
-        } else {
-            dev = new libusb_device;
-            dev->ctx = c;
-            dev->dev = d;
-        }
-        found.push_back(dev);
-    }
+    for (const auto& d : bus().devices)
+        if (!d->unplugged) found.push_back(vsensor::detail::device_for_locked(c, d));
     auto* out = static_cast<libusb_device**>(std::calloc(found.size() + 1, sizeof(libusb_device*)));
     if (!out) return LIBUSB_ERROR_NO_MEM;
     for (size_t i = 0; i < found.size(); ++i) out[i] = found[i];
@@ -65,24 +67,28 @@ void LIBUSB_CALL libusb_unref_device(libusb_device* dev) {
 
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device*) { return 1; }
 
-uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* dev) {
-    return dev ? static_cast<uint8_t>(dev->dev->pos + 1) : 0;
-}
-
-int LIBUSB_CALL libusb_get_port_numbers(libusb_device* dev, uint8_t* port_numbers, int len) {
-    if (!dev || !port_numbers || len < 1) return LIBUSB_ERROR_OVERFLOW;
-    port_numbers[0] = libusb_get_port_number(dev);
-    return 1;
-}
-
 uint8_t LIBUSB_CALL libusb_get_device_address(libusb_device* dev) {
-    return dev ? static_cast<uint8_t>(dev->dev->pos + 2) : 0;
+    return dev ? static_cast<uint8_t>(dev->dev->address) : 0;
 }
 
-int LIBUSB_CALL libusb_get_device_speed(libusb_device*) { return LIBUSB_SPEED_FULL; }
+int LIBUSB_CALL libusb_get_device_speed(libusb_device* dev) {
+    return dev && dev->dev->root_hub ? LIBUSB_SPEED_HIGH : LIBUSB_SPEED_FULL;
+}
 
-int LIBUSB_CALL libusb_get_max_packet_size(libusb_device*, unsigned char endpoint) {
-    return endpoint == vsensor::kBulkEndpoint ? 64 : LIBUSB_ERROR_NOT_FOUND;
+int LIBUSB_CALL libusb_get_max_packet_size(libusb_device* dev, unsigned char endpoint) {
+    if (!dev || endpoint != vsensor::kBulkEndpoint) return LIBUSB_ERROR_NOT_FOUND;
+    return dev->dev->root_hub ? 4 : 64;
+}
+
+// As libusb: the isochronous formula for iso and interrupt endpoints,
+// wMaxPacketSize for the others (the bulk endpoint answers 64).
+int LIBUSB_CALL libusb_get_max_iso_packet_size(libusb_device* dev, unsigned char endpoint) {
+    if (!dev) return LIBUSB_ERROR_INVALID_PARAM;
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        if (dev->dev->configuration <= 0) return LIBUSB_ERROR_NOT_FOUND;
+    }
+    return libusb_get_max_packet_size(dev, endpoint);
 }
 
 int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* dev, struct libusb_device_descriptor* desc) {
@@ -91,7 +97,7 @@ int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* dev, struct libusb_d
         std::lock_guard<std::mutex> lk(bus().m);
         if (dev->dev->faults & vsensor::kFaultDescriptor) return LIBUSB_ERROR_IO;
     }
-    *desc = vsensor::detail::device_descriptor();
+    *desc = vsensor::detail::device_descriptor(dev->dev->root_hub);
     return LIBUSB_SUCCESS;
 }
 
@@ -99,7 +105,7 @@ int LIBUSB_CALL libusb_get_config_descriptor(libusb_device* dev, uint8_t config_
                                              struct libusb_config_descriptor** config) {
     if (!dev || !config) return LIBUSB_ERROR_INVALID_PARAM;
     if (config_index != 0) return LIBUSB_ERROR_NOT_FOUND;
-    *config = vsensor::detail::new_config_tree();
+    *config = vsensor::detail::new_config_tree(dev->dev->root_hub);
     return LIBUSB_SUCCESS;
 }
 
@@ -109,7 +115,7 @@ int LIBUSB_CALL libusb_get_active_config_descriptor(libusb_device* dev, struct l
         std::lock_guard<std::mutex> lk(bus().m);
         if (dev->dev->configuration <= 0) return LIBUSB_ERROR_NOT_FOUND;
     }
-    *config = vsensor::detail::new_config_tree();
+    *config = vsensor::detail::new_config_tree(dev->dev->root_hub);
     return LIBUSB_SUCCESS;
 }
 

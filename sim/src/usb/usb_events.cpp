@@ -1,8 +1,9 @@
-// Event handling: completions are delivered, and callbacks run, inside
-// libusb_handle_events* on the calling thread. Waiting blocks on the bus's
-// condition variable; nothing spins.
+// Event handling: completions and hotplug events are delivered, and their
+// callbacks run, inside libusb_handle_events* on the calling thread. Waiting
+// blocks on the bus's condition variable; nothing spins.
 #include <algorithm>
 #include <sys/time.h>
+#include <sys/timerfd.h>
 
 #include "../event_log.h"
 #include "usb_internal.h"
@@ -17,8 +18,10 @@ struct Ready {
 };
 
 // Caller holds the lock. Decides the fate of one transfer in flight;
-// returns true when it completes now (status and data filled in).
-bool complete_if_ready(libusb_transfer* t, SteadyClock::time_point now, SteadyClock::time_point* wake) {
+// returns true when it completes now (status and data filled in, unless
+// `peek` only asks).
+bool complete_if_ready(libusb_transfer* t, SteadyClock::time_point now, SteadyClock::time_point* wake,
+                       bool peek = false) {
     TransferPriv* p = priv_of(t);
     Device& d = *p->dev;
     *wake = SteadyClock::time_point::max();
@@ -33,10 +36,12 @@ bool complete_if_ready(libusb_transfer* t, SteadyClock::time_point now, SteadyCl
             status = LIBUSB_TRANSFER_NO_DEVICE;
             break;
         case BulkState::Error:
+            if (peek) return true;
             d.faults &= ~vsensor::kFaultBulkError;  // one failed completion per fault
             status = LIBUSB_TRANSFER_ERROR;
             break;
         case BulkState::Frame:
+            if (peek) return true;
             t->actual_length = deliver_frame(d, t->buffer, t->length);
             status = (t->flags & LIBUSB_TRANSFER_SHORT_NOT_OK) && t->actual_length < t->length
                          ? LIBUSB_TRANSFER_ERROR
@@ -50,7 +55,7 @@ bool complete_if_ready(libusb_transfer* t, SteadyClock::time_point now, SteadyCl
             break;
         }
     }
-    if (status < 0) return false;
+    if (status < 0 || peek) return status >= 0;
     if (status != LIBUSB_TRANSFER_COMPLETED && t->type != LIBUSB_TRANSFER_TYPE_CONTROL) t->actual_length = 0;
     t->status = static_cast<libusb_transfer_status>(status);
     if (t->type == LIBUSB_TRANSFER_TYPE_BULK) log_bulk(d.pos, status);
@@ -78,7 +83,7 @@ std::vector<Ready> take_ready(libusb_context* ctx, SteadyClock::time_point now, 
     return ready;
 }
 
-void run_callbacks(const std::vector<Ready>& ready) {
+void run_callbacks(libusb_context* ctx, const std::vector<Ready>& ready) {
     for (const Ready& r : ready) {
         libusb_transfer* t = r.transfer;
         const bool free_after = t->flags & LIBUSB_TRANSFER_FREE_TRANSFER;
@@ -92,6 +97,7 @@ void run_callbacks(const std::vector<Ready>& ready) {
         for (const Ready& r : ready) --r.dev->delivering;
     }
     bus().cv.notify_all();
+    if (!ready.empty()) signal_event_waiters(ctx);
 }
 
 SteadyClock::duration to_duration(const struct timeval* tv) {
@@ -99,35 +105,92 @@ SteadyClock::duration to_duration(const struct timeval* tv) {
     return std::chrono::seconds(tv->tv_sec) + std::chrono::microseconds(tv->tv_usec);
 }
 
-int handle_events(libusb_context* ctx_arg, SteadyClock::duration timeout, int* completed) {
+// The event handler's part: caller holds the context's event lock.
+int handle_locked(libusb_context* ctx, SteadyClock::time_point deadline, int* completed) {
     std::vector<Ready> ready;
+    std::vector<HotplugMessage> hotplug;
     {
         std::unique_lock<std::mutex> lk(bus().m);
-        libusb_context* ctx = resolve_context(ctx_arg);
-        if (!ctx) return LIBUSB_ERROR_INVALID_PARAM;
-        const auto deadline = SteadyClock::now() + timeout;
         for (;;) {
             if (ctx->dead) return LIBUSB_ERROR_INVALID_PARAM;
-            if (completed && *completed) return LIBUSB_SUCCESS;
+            if (completed && *completed) break;
             if (ctx->interrupted) {
                 ctx->interrupted = false;
-                return LIBUSB_SUCCESS;
+                break;
             }
             const auto now = SteadyClock::now();
             SteadyClock::time_point wake;
             ready = take_ready(ctx, now, &wake);
-            if (!ready.empty()) break;
-            if (now >= deadline) return LIBUSB_SUCCESS;
+            hotplug.swap(ctx->hotplug_msgs);
+            if (!ready.empty() || !hotplug.empty() || now >= deadline) break;
             bus().cv.wait_until(lk, std::min(deadline, wake));
         }
+        rearm_pollfd_locked(ctx);
     }
-    run_callbacks(ready);
+    deliver_hotplug(ctx, hotplug);
+    run_callbacks(ctx, ready);
     return LIBUSB_SUCCESS;
 }
+
+// As libusb: the thread that gets the event lock handles events; the others
+// wait until it is done (or a completion is signalled), then return.
+int handle_events(libusb_context* ctx_arg, SteadyClock::duration timeout, int* completed) {
+    libusb_context* ctx = nullptr;
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        ctx = resolve_context(ctx_arg);
+        if (!ctx) return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const auto deadline = SteadyClock::now() + timeout;
+    for (;;) {
+        if (libusb_try_lock_events(ctx) == 0) {
+            const int r = completed && *completed ? LIBUSB_SUCCESS : handle_locked(ctx, deadline, completed);
+            libusb_unlock_events(ctx);
+            return r;
+        }
+        std::unique_lock<std::mutex> lk(ctx->waiters_lock);
+        if (completed && *completed) return LIBUSB_SUCCESS;
+        if (!ctx->events_locked) continue;  // the handler just left: try again
+        ctx->waiters_cond.wait_until(lk, deadline);
+        return LIBUSB_SUCCESS;
+    }
+}
+
+SteadyClock::time_point deadline_of(const struct timeval* tv) { return SteadyClock::now() + to_duration(tv); }
 
 constexpr auto kDefaultEventTimeout = std::chrono::seconds(60);
 
 }  // namespace
+
+namespace vsensor::detail {
+
+void rearm_pollfd_locked(libusb_context* ctx) {
+    if (!ctx->pollfd_used || ctx->pollfd < 0) return;
+    const auto now = SteadyClock::now();
+    bool pending = ctx->interrupted || !ctx->hotplug_msgs.empty();
+    SteadyClock::time_point wake = SteadyClock::time_point::max();
+    for (libusb_transfer* t : ctx->flying) {
+        SteadyClock::time_point w;
+        pending = pending || complete_if_ready(t, now, &w, true);
+        wake = std::min(wake, w);
+    }
+    itimerspec when{};
+    if (pending) {
+        when.it_value.tv_nsec = 1;  // expires at once: readable now
+    } else if (wake != SteadyClock::time_point::max()) {
+        const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(wake.time_since_epoch()).count();
+        when.it_value.tv_sec = static_cast<time_t>(ns / 1000000000);
+        when.it_value.tv_nsec = std::max<long>(1, static_cast<long>(ns % 1000000000));
+    }
+    // Re-arming also clears a past expiry, so the fd reads as "pending" only.
+    timerfd_settime(ctx->pollfd, pending ? 0 : TFD_TIMER_ABSTIME, &when, nullptr);
+}
+
+void rearm_all_pollfds_locked() {
+    for (libusb_context* ctx : live_contexts()) rearm_pollfd_locked(ctx);
+}
+
+}  // namespace vsensor::detail
 
 extern "C" {
 
@@ -151,10 +214,20 @@ void LIBUSB_CALL libusb_interrupt_event_handler(libusb_context* ctx) {
         libusb_context* c = resolve_context(ctx);
         if (!c) return;
         c->interrupted = true;
+        rearm_pollfd_locked(c);
     }
     bus().cv.notify_all();
 }
 
 int LIBUSB_CALL libusb_get_next_timeout(libusb_context*, struct timeval*) { return 0; }
+
+int LIBUSB_CALL libusb_handle_events_locked(libusb_context* ctx, struct timeval* tv) {
+    {
+        std::lock_guard<std::mutex> lk(bus().m);
+        ctx = resolve_context(ctx);
+        if (!ctx) return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    return handle_locked(ctx, deadline_of(tv), nullptr);
+}
 
 }  // extern "C"

@@ -21,6 +21,7 @@ int LIBUSB_CALL libusb_open(libusb_device* dev, libusb_device_handle** handle) {
     {
         std::lock_guard<std::mutex> lk(bus().m);
         vsensor::detail::Device& d = *dev->dev;
+        if (d.root_hub) return LIBUSB_ERROR_ACCESS;  // as for a user without rights on the hub
         if (d.unplugged || dev->ctx->dead) {
             result = LIBUSB_ERROR_NO_DEVICE;
         } else if (d.faults & vsensor::kFaultOpenAccess) {

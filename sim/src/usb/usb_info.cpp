@@ -93,7 +93,8 @@ const struct libusb_version* LIBUSB_CALL libusb_get_version(void) {
 }
 
 int LIBUSB_CALL libusb_has_capability(uint32_t capability) {
-    return capability == LIBUSB_CAP_HAS_CAPABILITY || capability == LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER;
+    return capability == LIBUSB_CAP_HAS_CAPABILITY || capability == LIBUSB_CAP_HAS_HOTPLUG ||
+           capability == LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER;
 }
 
 }  // extern "C"

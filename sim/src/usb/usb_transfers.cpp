@@ -116,6 +116,7 @@ int LIBUSB_CALL libusb_submit_transfer(struct libusb_transfer* t) {
         p->has_deadline = t->timeout != 0;
         if (p->has_deadline) p->deadline = SteadyClock::now() + std::chrono::milliseconds(t->timeout);
         dev->ctx->flying.push_back(t);
+        rearm_pollfd_locked(dev->ctx);
     }
     bus().cv.notify_all();
     return LIBUSB_SUCCESS;
@@ -130,6 +131,7 @@ int LIBUSB_CALL libusb_cancel_transfer(struct libusb_transfer* t) {
         if (!p->in_flight || p->cancelled) return LIBUSB_ERROR_NOT_FOUND;
         p->cancelled = true;
         pos = p->dev->pos;
+        rearm_pollfd_locked(p->ctx);
     }
     bus().cv.notify_all();
     log_lifecycle(pos, "cancel");
