@@ -175,21 +175,31 @@ TEST_F(Faults, BulkErrorStopsThatSensorAloneUntilTheNextConnect) {
     EXPECT_TRUE(reads_its_level(1, 1));
 }
 
-TEST_F(Faults, SensorStateRejectsBadIndices) {
+TEST_F(Faults, SensorStateAndReconnectRejectBadInput) {
     ASSERT_EQ(connect_sensors(2), 2);
-    EXPECT_EQ(duGetSensorState(-1), -lu_ec_ill_defined_input);
-    EXPECT_EQ(duGetSensorState(10), -lu_ec_ill_defined_input);
+    const std::string id = default_sensor_id(1);
+    for (int index : {-1, 10}) {
+        EXPECT_EQ(duGetSensorState(index), -lu_ec_ill_defined_input);
+        EXPECT_EQ(duReconnectSensor(index, id.c_str()), -lu_ec_ill_defined_input);
+    }
     EXPECT_EQ(duGetSensorState(2), -lu_ec_device_object_is_null);
+    EXPECT_EQ(duReconnectSensor(2, id.c_str()), -lu_ec_device_object_is_null);
+    EXPECT_EQ(duReconnectSensor(1, nullptr), -lu_ec_sensor_id_is_empty);
+    EXPECT_EQ(duReconnectSensor(1, ""), -lu_ec_sensor_id_is_empty);
     EXPECT_EQ(duGetSensorState(1), 1);
+    EXPECT_TRUE(vsensor::is_claimed(1));  // nothing was dropped
 }
 
 // A fault on sensor 1 of 3 while all three stream: sensors 0 and 2 go on
 // without a gap (every frame carries its number), sensor 1 reports its state
-// and its reads end.
+// and its reads end. Once the fault is gone (or the sensor is back on the
+// bus), sensor 1 is reopened under its index and streams again, while the
+// other two still go on without a gap.
 struct IsolationCase {
     const char* what;
     unsigned faults;
     bool unplug;
+    bool replug;  // plugged in again before the reconnect
     int state;  // of sensor 1 afterwards
     int timeout_ms;  // of its read
 };
@@ -245,16 +255,41 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
     EXPECT_EQ(duGetSensorState(1), c.state);
     EXPECT_EQ(duGetSensorState(0), 1);
     EXPECT_EQ(duGetSensorState(2), 1);
+
+    // Only a sensor with the same ID that no other index holds is taken.
+    const std::string id = default_sensor_id(1);
+    EXPECT_EQ(duReconnectSensor(1, default_sensor_id(0).c_str()), 0);
+    if (c.unplug) {
+        EXPECT_EQ(duReconnectSensor(1, id.c_str()), 0);
+    }
+    vsensor::set_faults(1, vsensor::kFaultNone);
+    if (c.replug) vsensor::replug(1);
+    vsensor::use_frame_counter(1);
+    const bool back = !c.unplug || c.replug;
+    EXPECT_EQ(call_in_time("duReconnectSensor", [&] { return duReconnectSensor(1, id.c_str()); }).result, back);
+    EXPECT_EQ(duGetSensorState(1), back ? 1 : 3);
+    if (back) {
+        duActivateSensorWithIndex(1);
+        EXPECT_EQ(sensor_id_(), id);
+        EXPECT_EQ(duStartFrameStream(), 1);
+        uint64_t again = 0;
+        EXPECT_TRUE(streams_without_gap(1, &again, 5));
+    }
+    EXPECT_TRUE(streams_without_gap(0, &next[0], 5));
+    EXPECT_TRUE(streams_without_gap(2, &next[2], 5));
+    // The reconnect closed sensor 1's stream; a sensor that stayed away has none.
     for (int i = 0; i < 3; ++i) {
         duActivateSensorWithIndex(i);
-        EXPECT_EQ(call_in_time("duStopFrameStream", [] { return duStopFrameStream(); }).result, 1);
+        EXPECT_EQ(call_in_time("duStopFrameStream", [] { return duStopFrameStream(); }).result,
+                  i == 1 && !back ? -lu_ec_initialization_required : 1);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation,
-                         testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, 1, 100},
-                                         IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, 2, 60000},
-                                         IsolationCase{"unplug", vsensor::kFaultNone, true, 3, 60000}),
+                         testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, false, 1, 100},
+                                         IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, false, 2, 60000},
+                                         IsolationCase{"unplug", vsensor::kFaultNone, true, false, 3, 60000},
+                                         IsolationCase{"unplug_and_replug", vsensor::kFaultNone, true, true, 3, 60000}),
                          [](const testing::TestParamInfo<IsolationCase>& info) {
                              return std::string(info.param.what);
                          });

@@ -385,6 +385,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return usage_error(e.what());
     }
+    // CLI11 writes 0 into a flag's variable even when it is absent.
+    if (app.count("--virtual") == 0) o.virtual_sensors = -1;
     CLI::App* command = app.get_subcommands().front();
     const std::string cmd = command->get_name();
     if (cmd == "doctor") return run_doctor(stdout) == 0 ? 0 : 1;

@@ -36,8 +36,9 @@ int ReadingSource::start() {
     for (std::size_t i = 0; i < m_sensors.size(); ++i) {
         m_api.duActivateSensorWithIndex(m_sensors[i].index);
         const int result = m_api.duStartFrameStream();
-        if (result < 0) return result;
-        m_running[i] = true;
+        // A sensor lost already is waited for at its first reading.
+        if (result < 0 && !(m_recover && lost(m_sensors[i]))) return result;
+        m_running[i] = result >= 0;
     }
     return 0;
 }
@@ -58,13 +59,17 @@ int ReadingSource::stream_timeout_ms(const SourceSensor& sensor) const {
     return static_cast<int>(std::min<long long>(INT_MAX, 2000 + 2LL * m_averages * per_frame_ms));
 }
 
+bool ReadingSource::lost(const SourceSensor& sensor) const {
+    const int state = m_api.duGetSensorState(sensor.index);
+    return state == kStateFailed || state == kStateRemoved;
+}
+
 bool ReadingSource::stopping() const { return stop_signal() != 0 || std::chrono::steady_clock::now() >= m_deadline; }
 
 int ReadingSource::read(std::size_t which, Measurement& m) {
     const int result = read_once(which, m);
     if (result >= 0 || !m_recover) return result;
-    const int state = m_api.duGetSensorState(m_sensors[which].index);
-    if (state != kStateFailed && state != kStateRemoved) return result;
+    if (!lost(m_sensors[which])) return result;
     double away = 0.0;
     if (const int r = wait_and_reopen(which, &away); r != 0) return r;
     const int again = read_once(which, m);

@@ -40,6 +40,7 @@ private:
     int read_once(std::size_t which, Measurement& m);
     int wait_and_reopen(std::size_t which, double* seconds_away);
     bool stopping() const;
+    bool lost(const SourceSensor& sensor) const;
     const OruApi& m_api;
     std::vector<SourceSensor> m_sensors;
     int m_averages;

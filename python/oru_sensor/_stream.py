@@ -119,9 +119,15 @@ class FrameStream:
 
     def start(self):
         if not self._on:
+            check(self._open(), "starting the frame stream")
+
+    def _open(self):
+        """Starts the library's stream; its result (1 when on)."""
+        if self._sensor_id is None:  # read while the sensor is surely there
             self._sensor_id = self._sensor.sensor_id
-            self._sensor._call(self._sensor._lib.duStartFrameStream, what="starting the frame stream")
-            self._on = True
+        result = self._sensor._call_raw(self._sensor._lib.duStartFrameStream)
+        self._on = result == 1
+        return result
     
     def stop(self):
         if self._on:
@@ -145,10 +151,11 @@ class FrameStream:
         if self._count is not None and self._done >= self._count:
             self.stop()
             raise StopIteration
-        self.start()
         gap = 0.0
         try:
-            result = self._read()
+            result = self._open() if not self._on else 1
+            if result == 1:
+                result = self._read()
             if result < 0 and self._recover and self._sensor.state in (self.FAILED, self.REMOVED):
                 gap = self._come_back()
                 result = self._read()
@@ -177,7 +184,8 @@ class FrameStream:
         self._on = False  # the reopen closes the library's stream
         while True:
             result = self._sensor._lib.duReconnectSensor(self._sensor.index, self._sensor_id.encode())
-            check(result, "reconnecting sensor %s" % self._sensor_id)
+            if result < 0:
+                check(result, "reconnecting sensor %s" % self._sensor_id)
             if result == 1:
                 break
             if self._recover_timeout is not None and time.monotonic() - lost >= self._recover_timeout:

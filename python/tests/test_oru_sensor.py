@@ -143,7 +143,7 @@ class StreamTest(unittest.TestCase):
             with oru_sensor.connect(virtual=2) as sensors:
                 got = list(sensors[1].stream(averages=20, count=150, recover=%s))
                 print(sum(r.gap_before > 0 for r in got), got[-1].sensor_id)"""
-        for faults in ("1:bulk-error",):
+        for faults in ("1:bulk-error", "1:unplug@2s,1:replug@3s"):
             with self.subTest(faults=faults):
                 env = dict(os.environ, ORU_VSENSOR_FAULTS=faults, ORU_VSENSOR_REALTIME="1")
                 back = subprocess.run([sys.executable, "-c", script % True], env=env, capture_output=True,

@@ -222,10 +222,13 @@ int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* /*buffer*
         slot.bInFlight = true;  // before submitting: the callback may run at once
         slot.nSubmissions = 1;
     }
-    if (libusb_submit_transfer(transfer) < 0) {
+    const int iSubmitted = libusb_submit_transfer(transfer);
+    if (iSubmitted < 0) {
         std::lock_guard<std::mutex> lk(g_bulkLock);
         g_bulkSlots[transfer].bInFlight = false;
     }
+    // Unplugged while it was brought up: no completion will ever say so.
+    if (iSubmitted == LIBUSB_ERROR_NO_DEVICE) mark_sensor_removed(iDeviceId);
     return 0;
 }
 

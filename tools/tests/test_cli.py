@@ -247,9 +247,14 @@ class Rows(unittest.TestCase):
 
 class Faults(unittest.TestCase):
     def test_no_sensor(self):
-        r = run("--virtual=0", "list")
-        self.assertEqual(r.returncode, 1)
-        self.assertIn("no sensor found (code -1)", r.stderr)
+        # Without --virtual the USB hardware is asked, never the virtual sensor.
+        for args in (["--virtual=0", "list"], ["list"]):
+            with self.subTest(args=args):
+                r = run(*args, env={"ORU_VSENSOR_TRACE": "1"})
+                self.assertEqual(r.returncode, 1)
+                self.assertIn("no sensor found (code -1)", r.stderr)
+                if args == ["list"]:
+                    self.assertNotIn("[vsensor]", r.stderr)
 
     def test_permission_failure_points_to_doctor(self):
         r = run("--virtual", "list", env={"ORU_VSENSOR_FAULTS": "0:open-access"})
@@ -266,10 +271,10 @@ class Faults(unittest.TestCase):
     def test_lost_sensor_comes_back_and_the_gap_is_recorded(self):
         # Sensor 1 of 2 fails, or is unplugged and plugged in again, while both
         # stream; sensor 0 goes on without a gap, sensor 1 is back with one.
-        for faults in ("1:bulk-error",):
+        for faults in ("1:bulk-error", "1:unplug@2s,1:replug@3s"):
             with self.subTest(faults=faults):
                 env = {"ORU_VSENSOR_FAULTS": faults, "ORU_VSENSOR_REALTIME": "1", "ORU_VSENSOR_PATTERN": "counter"}
-                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "3", "--format", "jsonl",
+                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "4", "--format", "jsonl",
                         env=env)
                 self.assertEqual(r.returncode, 0, r.stderr)
                 self.assertRegex(r.stderr, r"sensor A4486-3-13-40-2 (failed|was removed); waiting for it to come "
