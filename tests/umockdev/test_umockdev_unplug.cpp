@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <libusb.h>
+
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
@@ -20,6 +22,15 @@ namespace {
 class RealUsbUnplug : public RealUsbTest {};
 
 constexpr auto kPatience = std::chrono::seconds(10);
+
+bool state_becomes(int index, int state) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (duGetSensorState(index) != state) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 bool frames_flow(int dev, uint64_t at_least) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -85,4 +96,26 @@ TEST_F(RealUsbUnplug, UnplugOfAnIdleSensorCompletesItsTransferWithNoDeviceAndRea
     ASSERT_TRUE(ended);
     EXPECT_EQ(read.get(), -lu_ec_fw_recv_timeout);
     EXPECT_EQ(errors, "bulk data transfer status 5?\n");
+}
+
+// A sensor whose transfer already failed has none pending: only libusb's
+// hotplug path, fed by the "remove" uevent, can tell that it was pulled out.
+TEST_F(RealUsbUnplug, UnplugOfASensorWithNoTransferPendingIsSeenThroughHotplug) {
+    ASSERT_TRUE(libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG));
+    plug_sensors(2);
+    ASSERT_EQ(connect(), 2);
+    testing::internal::CaptureStderr();
+    vsensor::set_faults(0, vsensor::kFaultBulkError);
+    duActivateSensorWithIndex(0);
+    EXPECT_EQ(quietly([] { return duStartFrameStream(); }), 1);
+    const bool failed = state_becomes(0, 2);
+    const auto start = std::chrono::steady_clock::now();
+    unplug(0);
+    const bool removed = state_becomes(0, 3);
+    const auto latency = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 1?\n");
+    ASSERT_TRUE(failed) << duGetSensorState(0);
+    EXPECT_TRUE(removed) << "no hotplug removal: state " << duGetSensorState(0);
+    RecordProperty("hotplug_removal_ms", std::to_string(latency));
+    EXPECT_EQ(duGetSensorState(1), 1);
 }

@@ -19,9 +19,17 @@ std::string unavailable_reason();
 // it, in bus order. Call before the library's first libusb_init. Returns an
 // error text, or "" on success.
 std::string plug_bus_devices();
-// Pulls bus device `dev` out: what vsensor::unplug does, and its submitted
-// URBs complete with ESHUTDOWN, as usbfs reports a disconnect.
+// Pulls bus device `dev` out: what vsensor::unplug does, its submitted URBs
+// complete with ESHUTDOWN, as usbfs reports a disconnect, and a "remove"
+// uevent goes to libusb's udev monitor before the device leaves the testbed.
 void unplug(int dev);
+// Plugs bus device `dev` back (pulling it out first if needed) after
+// libusb_init: a new device object of the firmware model with the same
+// options and frame source, faults cleared, as after power-up; a new device
+// number on the same port and an "add" uevent. Returns an error text or "".
+std::string replug(int dev);
+// vsensor::set_realtime; while on, bulk URBs complete one frame period apart.
+void set_realtime(bool on);
 
 }  // namespace umockbus
 

@@ -6,6 +6,7 @@
 
 #include <umockdev.h>
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -30,6 +31,9 @@ public:
     // The device is gone: its URBs complete with ESHUTDOWN and later ioctls
     // fail with ENODEV, as usbfs does after a disconnect.
     void unplug();
+    // With real-time pacing, completes a bulk URB whose frame is due and
+    // returns when the next one will be (time_point::max() for none).
+    std::chrono::steady_clock::time_point pace();
 
 private:
     // A submitted URB and its buffer, resolved into our memory.

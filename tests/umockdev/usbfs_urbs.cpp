@@ -156,6 +156,8 @@ long UsbfsNode::reap(UMockdevIoctlClient* client, int* err) {
 void UsbfsNode::feed() {
     Device& d = *m_device;
     while (d.streaming && !d.unplugged && !(d.faults & vsensor::kFaultStreamStall)) {
+        const auto now = vsensor::detail::SteadyClock::now();
+        if (vsensor::detail::bus().realtime && now < d.next_due) return;  // pace() comes back then
         auto it = std::find_if(m_pending.begin(), m_pending.end(),
                                [](const Urb& u) { return urb_of(u.urb)->type == USBDEVFS_URB_TYPE_BULK; });
         if (it == m_pending.end()) return;
@@ -174,6 +176,8 @@ void UsbfsNode::feed() {
         const int n = std::min<int>(vsensor::kFrameBytes, urb_of(u.urb)->buffer_length);
         std::memcpy(u.buffer->data, frame, static_cast<size_t>(n));
         ++d.frames_sent;
+        // One frame per period, as the firmware keeps its rhythm.
+        d.next_due = std::max(d.next_due + vsensor::detail::frame_period(d), now);
         vsensor::detail::log_bulk(d.pos, LIBUSB_TRANSFER_COMPLETED);
         finish(u, 0, n);
     }
@@ -214,6 +218,16 @@ void UsbfsNode::drop_reaped(UMockdevIoctlClient* client) {
 }
 
 void UsbfsNode::update_signal() { m_signal.set_ready(!m_done.empty()); }
+
+std::chrono::steady_clock::time_point UsbfsNode::pace() {
+    Locked lk(*this);
+    feed();
+    const Device& d = *m_device;
+    const bool waiting = d.streaming && !d.unplugged && !(d.faults & vsensor::kFaultStreamStall) &&
+                         std::any_of(m_pending.begin(), m_pending.end(),
+                                     [](const Urb& u) { return urb_of(u.urb)->type == USBDEVFS_URB_TYPE_BULK; });
+    return waiting ? d.next_due : std::chrono::steady_clock::time_point::max();
+}
 
 void UsbfsNode::unplug() {
     Locked lk(*this);
