@@ -188,25 +188,11 @@ void unplug(int dev) {
 std::string replug(int dev) {
     if (dev < 0 || dev >= vsensor::device_count()) return "no device at bus position " + std::to_string(dev);
     unplug(dev);
+    vsensor::replug(dev);  // the model's fresh device: same options, faults cleared
     std::shared_ptr<vsensor::detail::Device> device;
     {
         std::lock_guard<std::mutex> lk(vsensor::detail::bus().m);
-        const vsensor::detail::Device& old = *vsensor::detail::bus().devices[static_cast<size_t>(dev)];
-        device = std::make_shared<vsensor::detail::Device>();
-        device->pos = old.pos;
-        device->led_driver = old.led_driver;
-        device->opts = old.opts;
-        device->opts.faults = vsensor::kFaultNone;
-        device->identity_bytes = old.identity_bytes;
-        device->response = old.response;
-        device->rng.seed(old.opts.noise_seed);
-        // What the sensor sees stays the user's choice.
-        device->source = old.source;
-        device->constant = old.constant;
-        device->pattern = old.pattern;
-        device->callback = old.callback;
-        device->next_due = vsensor::detail::SteadyClock::now();
-        vsensor::detail::bus().devices[static_cast<size_t>(dev)] = device;
+        device = vsensor::detail::bus().devices[static_cast<size_t>(dev)];
     }
     std::lock_guard<std::mutex> lk(g_lock);
     Testbed& tb = testbed();
