@@ -79,7 +79,7 @@ check "the C example against the installed -dev package" example
 udev_rule() { test -f "$root/usr/lib/udev/rules.d/60-oru-sensor.rules" && grep -q 'ID_MM_DEVICE_IGNORE}="1"' "$root/usr/lib/udev/rules.d/60-oru-sensor.rules"; }
 check "udev rule where udev reads it" udev_rule
 if [ -z "$root" ]; then
-  check "remove with dpkg" dpkg -r python3-oru-sensor oru-sensor liboru-device-dev liboru-device1
+  check "remove with dpkg" dpkg --purge python3-oru-sensor oru-sensor liboru-device-dev liboru-device1
 fi
 
 for arch in arm64 armhf; do
