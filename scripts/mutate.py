@@ -198,6 +198,8 @@ def main():
     ap.add_argument("--test-timeout", type=int, default=60, help="seconds per test")
     ap.add_argument("--report", help="JSON report (default BUILD/mutate-report.json)")
     ap.add_argument("--list", action="store_true", help="print the chosen candidates and exit")
+    ap.add_argument("--only", help="comma-separated positions in the candidate order (as --list numbers them) "
+                    "to run again, e.g. to check a survivor after adding a test")
     args = ap.parse_args()
     tree = os.path.abspath(args.tree)
     build = os.path.abspath(args.build or os.path.join(tree, "build-mutate"))
@@ -210,8 +212,9 @@ def main():
         for i, (kind, (_, rel, no, col, before, after)) in enumerate(interleave(by_kind)):
             if i >= args.count:
                 break
-            print("%-10s %s:%d  %s -> %s" % (kind, rel, no, before, after))
+            print("%3d %-10s %s:%d  %s -> %s" % (i, kind, rel, no, before, after))
         return 0
+    only = {int(x) for x in args.only.split(",")} if args.only else None
 
     signal.signal(signal.SIGTERM, lambda *_: (_ for _ in ()).throw(KeyboardInterrupt()))
     build_cmd = ["cmake", "--build", build, "-j%d" % args.jobs]
@@ -234,9 +237,11 @@ def main():
     results, discarded = [], 0
     started = time.time()
     try:
-        for kind, (_, rel, no, col, before, after) in interleave(by_kind):
-            if len(results) >= args.count:
+        for position, (kind, (_, rel, no, col, before, after)) in enumerate(interleave(by_kind)):
+            if len(results) >= args.count or (only is not None and position > max(only)):
                 break
+            if only is not None and position not in only:
+                continue
             path, original = apply(tree, rel, no, col, before, after, kind)
             t = time.time()
             try:
@@ -253,11 +258,13 @@ def main():
                 with open(path, "w") as f:
                     f.write(original)
             killed = rc != 0
-            entry = dict(kind=kind, file=rel, line=no, before=before, after=after, killed=killed,
-                         seconds=round(time.time() - t), failed=failed_tests(out)[:5])
+            entry = dict(position=position, kind=kind, file=rel, line=no, before=before, after=after, killed=killed,
+                         seconds=round(time.time() - t), failed=failed_tests(out)[:5],
+                         output=out[-3000:] if killed else "")
             results.append(entry)
-            print("%3d  %-8s %-10s %s:%d  %s -> %s  %s" % (len(results), "killed" if killed else "SURVIVED", kind, rel, no,
-                                                        before, after, ",".join(entry["failed"][:2])), flush=True)
+            print("%3d  %-8s %-10s %s:%d  %s -> %s  %ds %s" % (len(results), "killed" if killed else "SURVIVED", kind,
+                                                            rel, no, before, after, entry["seconds"],
+                                                            ",".join(entry["failed"][:2])), flush=True)
     except KeyboardInterrupt:
         print("interrupted; source restored", file=sys.stderr)
     finally:
