@@ -197,22 +197,6 @@ TEST_F(Acquisition, BufferedMovingAverageTakesOneNewFramePerRequestInPlaceOfTheO
     EXPECT_TRUE(all_equal(out, 1100.0));
 }
 
-TEST_F(Acquisition, MovingAverageRingWrapsAfterItsLastSlot) {
-    set_frame_moving_average(true);
-    std::vector<double> out;
-    vsensor::set_constant_frame(0, 100);
-    EXPECT_EQ(read(out, 2, 3), lu_ec_success);
-    vsensor::set_constant_frame(0, 300);
-    EXPECT_EQ(read(out, 2, 3), lu_ec_success);  // slots: 300, 100
-    EXPECT_EQ(g_FMA_FrameCount, 1);
-    EXPECT_EQ(read(out, 2, 3), lu_ec_success);  // slots: 300, 300
-    EXPECT_EQ(g_FMA_FrameCount, 0);
-    EXPECT_TRUE(all_equal(out, 300.0));
-    vsensor::set_constant_frame(0, 500);
-    EXPECT_EQ(read(out, 2, 3), lu_ec_success);  // slots: 500, 300
-    EXPECT_TRUE(all_equal(out, 400.0));
-}
-
 TEST_F(Acquisition, StalledStreamRestartsTheMovingAverageRing) {
     set_frame_moving_average(true);
     std::vector<double> out;

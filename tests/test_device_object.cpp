@@ -92,7 +92,8 @@ TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
     EXPECT_FALSE(device.m_bEnableOBDC);  // the guard comes first
 }
 
-TEST_F(DeviceObject, InitializeSetsShutterSpeedOne) {
+// The shutter speed starts at 1 and is then the last value set.
+TEST_F(DeviceObject, InitializeSetsShutterSpeedOneThenTheLastValueSetIsKept) {
     Base& device = up();
     EXPECT_TRUE(device.is_initialized(0));
     EXPECT_EQ(vsensor::shutter_speed(0), 1);
@@ -100,10 +101,6 @@ TEST_F(DeviceObject, InitializeSetsShutterSpeedOne) {
     device.test_device(sensor_ok, controller_ok, 0);
     EXPECT_TRUE(sensor_ok);
     EXPECT_TRUE(controller_ok);
-}
-
-TEST_F(DeviceObject, ShutterSpeedIsTheLastValueSet) {
-    Base& device = up();
     device.set_shutter_speed(300, 0);
     EXPECT_EQ(vsensor::shutter_speed(0), 300);
     EXPECT_EQ(device.get_shutter_speed(0), 300);
@@ -164,7 +161,7 @@ TEST_F(DeviceObject, ExposureConversionsKeepTheirIntegerQuirks) {
     }
 }
 
-TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSize) {
+TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSizeAndModeOneKeepsACopy) {
     Base& device = up();
     vsensor::set_constant_frame(0, 1500);
     std::vector<double> values{1.0, 2.0};
@@ -179,10 +176,7 @@ TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSize) {
     ASSERT_EQ(values.size(), 1024u);
     EXPECT_EQ(values[511], 1500.0);
     for (std::size_t i = 512; i < 1024; ++i) ASSERT_EQ(values[i], 0.0) << i;
-}
-
-TEST_F(DeviceObject, DarkCorrectionModeOneKeepsACopyOfTheFrame) {
-    Base& device = up();
+    // Dark-correction mode 1 keeps a copy of the frame.
     std::vector<uint16_t> pattern(1024);
     for (int i = 0; i < 1024; ++i) pattern[static_cast<std::size_t>(i)] = static_cast<uint16_t>(4 * i);
     vsensor::set_pattern(0, pattern);
@@ -212,17 +206,13 @@ TEST_F(DeviceObject, BackgroundIsReadAtShutterSpeedOneAndTheSpeedRestored) {
     EXPECT_NE(to_one, -1) << vsensor::transcript(0);
     EXPECT_NE(start, -1);
     EXPECT_NE(back, -1);
-}
-
-TEST_F(DeviceObject, AbnormalFiltersIgnoreValidValuesAndRestoreTheShutterSpeed) {
-    Base& device = up();
-    device.set_shutter_speed(90, 0);
+    // The abnormal-filter check too reads at its own speed and restores 700.
     std::vector<uint16_t> pattern(1024, 100);
     pattern[5] = 4095;  // the largest valid output is not abnormal
     vsensor::set_pattern(0, pattern);
     EXPECT_TRUE(device.get_abnormal_filters(0).empty());
-    EXPECT_EQ(device.get_shutter_speed(0), 90);
-    EXPECT_EQ(vsensor::shutter_speed(0), 90);
+    EXPECT_EQ(device.get_shutter_speed(0), 700);
+    EXPECT_EQ(vsensor::shutter_speed(0), 700);
 }
 
 TEST_F(DeviceObject, SearchEntryShiftsTheListAndDefaultsToAllFilters) {
