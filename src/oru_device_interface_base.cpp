@@ -173,12 +173,21 @@ void oru_device_interface_base::test_device(bool& bSensorBoardOk, bool& bControl
     bSensorBoardOk = (get_current_shutter_speed(&shutter_speed, iDeviceId) == lu_ec_success);
 }
 
+// The integer formulas of the device object reproduce 32-bit signed
+// arithmetic, as the rest of the library does: products and sums wrap in two's
+// complement (never undefined overflow), division truncates toward zero.
+namespace {
+int wrap_to_int32(long long value) { return static_cast<int>(static_cast<unsigned int>(value)); }
+}  // namespace
+
 // Forward conversion: 912 counts per shutter step plus 160, integer division.
+// A clock whose 1000-fold wraps to 0 has no defined result.
 int oru_device_interface_base::shutter_to_exposure_time_ms(int MCLK, int shutter, double* exposure_time_val) {
     if (exposure_time_val == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
-    if (MCLK == 0) throw oru_base_exception(lu_ec_ill_defined_input);
-    const long long counts = static_cast<long long>(shutter) * 912 + 160;
-    *exposure_time_val = static_cast<double>(counts / (1000LL * MCLK));
+    const int counts = wrap_to_int32(static_cast<long long>(shutter) * 912 + 160);
+    const int divisor = wrap_to_int32(1000LL * MCLK);
+    if (divisor == 0) throw oru_base_exception(lu_ec_ill_defined_input);
+    *exposure_time_val = static_cast<double>(counts / divisor);
     return 1;
 }
 

@@ -1,4 +1,5 @@
-// Exported functions that find, list and select sensors.
+// Exported functions that find, list and select sensors, and where their
+// lines go.
 #include "api_test_support.h"
 
 #include "oru_base_exception.h"
@@ -18,55 +19,34 @@ namespace {
 class ApiConnect : public VirtualBusTest {};
 
 // The lines one sensor's bring-up prints while it is opened.
-std::string bring_up_lines() { return "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n"; }
+const std::string kBringUpLines = "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n";
+std::string total_line(int n) { return "**** [oru_device_api] Total number of sensors: " + std::to_string(n) + "\n"; }
 
-std::string active_sensor_id() {
-    char id[26];
-    EXPECT_EQ(duGetSensorID(id), 1);
-    return id;
+// 0, 1, 2 and 12 sensors on the bus: at most ten are opened and claimed,
+// each printing its lines, then the total; none gives -1 silently.
+TEST_F(ApiConnect, ConnectOpensUpToTenSensorsAndPrintsThem) {
+    for (int n : {0, 1, 2, 12}) {
+        SCOPED_TRACE(std::to_string(n) + " sensors");
+        vsensor::reset();
+        add_sensors(n);
+        const int opened = std::min(n, 10);
+        StdoutCapture out;
+        EXPECT_EQ(duConnect(), n == 0 ? -1 : opened);
+        std::string expected;
+        for (int i = 0; i < opened; ++i) expected += kBringUpLines;
+        EXPECT_EQ(out.text(), n == 0 ? "" : expected + total_line(opened));
+        EXPECT_EQ(duGetTotalSensors(), opened);
+        EXPECT_EQ(g_current_device_index, n == 0 ? -1 : 0);
+        for (int dev = 0; dev < n; ++dev) EXPECT_EQ(vsensor::is_claimed(dev), dev < 10) << dev;
+        StdoutCapture quiet;
+        duDisconnect();
+    }
 }
-
-TEST_F(ApiConnect, NoSensorGivesMinusOneSilentlyAndNoActiveSensor) {
-    StdoutCapture out;
-    EXPECT_EQ(duConnect(), -1);
-    EXPECT_EQ(out.text(), "");
-    EXPECT_EQ(g_current_device_index, -1);
-    EXPECT_EQ(duGetTotalSensors(), 0);
-}
-
-TEST_F(ApiConnect, OneSensor) {
-    add_sensors(1);
-    StdoutCapture out;
-    EXPECT_EQ(duConnect(), 1);
-    EXPECT_EQ(out.text(), bring_up_lines() + "**** [oru_device_api] Total number of sensors: 1\n");
-    EXPECT_EQ(duGetTotalSensors(), 1);
-    EXPECT_EQ(g_current_device_index, 0);
-    EXPECT_TRUE(vsensor::is_claimed(0));
-}
-
-TEST_F(ApiConnect, TwoSensorsArePrintedAndCounted) {
-    add_sensors(2);
-    StdoutCapture out;
-    EXPECT_EQ(duConnect(), 2);
-    EXPECT_EQ(out.text(), bring_up_lines() + bring_up_lines() + "**** [oru_device_api] Total number of sensors: 2\n");
-    EXPECT_EQ(duGetTotalSensors(), 2);
-    EXPECT_EQ(g_current_device_index, 0);
-    EXPECT_TRUE(vsensor::is_claimed(0));
-    EXPECT_TRUE(vsensor::is_claimed(1));
-}
-
-// ---- where the lines go ----
 
 struct Logged {
     std::mutex lock;
     std::vector<std::pair<int, std::string>> lines;
 };
-
-void collect(int level, const char* line, void* user) {
-    auto* logged = static_cast<Logged*>(user);
-    std::lock_guard<std::mutex> lk(logged->lock);
-    logged->lines.emplace_back(level, line);
-}
 
 // The handler gets the same lines, in order, one by one without their
 // newline, errors at level 1 (the event thread's too), and nothing is printed.
@@ -74,7 +54,13 @@ TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
     add_sensors(2);
     vsensor::set_faults(1, vsensor::kFaultBulkError);
     Logged logged;
-    duSetLogHandler(collect, &logged);
+    duSetLogHandler(
+        [](int level, const char* line, void* user) {
+            auto* logged = static_cast<Logged*>(user);
+            std::lock_guard<std::mutex> lk(logged->lock);
+            logged->lines.emplace_back(level, line);
+        },
+        &logged);
     testing::internal::CaptureStderr();
     StdoutCapture out;
     EXPECT_EQ(duConnect(), 2);
@@ -84,17 +70,16 @@ TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
     EXPECT_EQ(duGetFilterData(data.data(), 1), -lu_ec_fw_recv_timeout);
     EXPECT_EQ(out.text(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    using Line = std::pair<int, std::string>;
-    const std::vector<Line> expected = {
+    auto line = [](const std::string& text) { return text.substr(0, text.size() - 1); };
+    const std::vector<std::pair<int, std::string>> expected = {
         {0, "[Info] Reading first configuration descriptor:"},
         {0, "[Info] nb interfaces: 1"},
         {0, "[Info] Reading first configuration descriptor:"},
         {0, "[Info] nb interfaces: 1"},
-        {0, "**** [oru_device_api] Total number of sensors: 2"},
-        {1, api_exception_line(lu_ec_filter_buffer_is_null)
-                .substr(0, api_exception_line(lu_ec_filter_buffer_is_null).size() - 1)},
+        {0, line(total_line(2))},
+        {1, line(api_exception_line(lu_ec_filter_buffer_is_null))},
         {1, "bulk data transfer status 1?"},
-        {1, api_exception_line(lu_ec_fw_recv_timeout).substr(0, api_exception_line(lu_ec_fw_recv_timeout).size() - 1)},
+        {1, line(api_exception_line(lu_ec_fw_recv_timeout))},
     };
     {
         std::lock_guard<std::mutex> lk(logged.lock);
@@ -121,49 +106,32 @@ TEST_F(ApiConnect, LogOffPrintsNothing) {
     reset_log_sink();
 }
 
-TEST_F(ApiConnect, TwelveSensorsOpenOnlyTheFirstTen) {
-    add_sensors(12);
-    {
-        StdoutCapture out;
-        EXPECT_EQ(duConnect(), 10);
-    }
-    EXPECT_EQ(duGetTotalSensors(), 10);
-    for (int dev = 0; dev < 10; ++dev) EXPECT_TRUE(vsensor::is_claimed(dev)) << dev;
-    EXPECT_FALSE(vsensor::is_claimed(10));
-    EXPECT_FALSE(vsensor::is_claimed(11));
-    for (int dev = 0; dev < 10; ++dev) EXPECT_NE(g_pDeviceInterface[dev], nullptr);
-}
-
+// A second connect disconnects first, starts again from sensor 0, and the
+// sensors read as before.
 TEST_F(ApiConnect, ConnectWhileConnectedDisconnectsFirst) {
-    add_sensors(2);
+    connect(2);
+    duActivateSensorWithIndex(1);
     {
         StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
+        EXPECT_EQ(duConnect(), 2);
+        EXPECT_EQ(out.text(), "Sensor is disconnected.\n" + kBringUpLines + kBringUpLines + total_line(2));
     }
-    duActivateSensorWithIndex(1);
-    StdoutCapture out;
-    EXPECT_EQ(duConnect(), 2);
-    EXPECT_EQ(out.text(), "Sensor is disconnected.\n" + bring_up_lines() + bring_up_lines() +
-                              "**** [oru_device_api] Total number of sensors: 2\n");
     EXPECT_EQ(g_current_device_index, 0);
-}
-
-TEST_F(ApiConnect, DisconnectWithoutSensorsStillReports) {
-    StdoutCapture out;
-    EXPECT_EQ(duDisconnect(), 1);
-    EXPECT_EQ(out.text(), "Sensor is disconnected.\n");
-}
-
-TEST_F(ApiConnect, DisconnectEmptiesTheTableButKeepsTheActiveIndex) {
-    add_sensors(2);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
-    }
+    vsensor::set_constant_frame(1, 777);
     duActivateSensorWithIndex(1);
-    StdoutCapture out;
-    EXPECT_EQ(duDisconnect(), 1);
-    EXPECT_EQ(out.text(), "Sensor is disconnected.\n");
+    std::vector<double> output(1024, -1.0);
+    EXPECT_EQ(duGetFilterData(output.data(), 3), 1);
+    EXPECT_DOUBLE_EQ(output[0], 777.0);
+}
+
+TEST_F(ApiConnect, DisconnectEmptiesTheTableButKeepsTheActiveIndexAndAlwaysReports) {
+    for (int n : {0, 2}) {
+        if (n > 0) connect(n);
+        duActivateSensorWithIndex(1);
+        StdoutCapture out;
+        EXPECT_EQ(duDisconnect(), 1);
+        EXPECT_EQ(out.text(), "Sensor is disconnected.\n");
+    }
     EXPECT_EQ(duGetTotalSensors(), 0);
     EXPECT_EQ(g_pDeviceInterface[0], nullptr);
     EXPECT_EQ(g_pDeviceInterface[1], nullptr);
@@ -171,20 +139,16 @@ TEST_F(ApiConnect, DisconnectEmptiesTheTableButKeepsTheActiveIndex) {
 }
 
 TEST_F(ApiConnect, SensorListHoldsPaddedIdsWithoutTerminator) {
-    add_sensors(2);
     {
         StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
+        std::free(duGetSensorList());
+        EXPECT_EQ(out.text(), "[oru_device_api] Total sensors in your system = 0).\n");
     }
+    connect(2);
     StdoutCapture out;
     char** list = duGetSensorList();
-    EXPECT_EQ(out.text(),
-              "[oru_device_api] Total sensors in your system = 2).\n"
-              "[oru_device_api] Sensor ID: " +
-                  default_sensor_id(0) +
-                  "\n"
-                  "[oru_device_api] Sensor ID: " +
-                  default_sensor_id(1) + "\n");
+    EXPECT_EQ(out.text(), "[oru_device_api] Total sensors in your system = 2).\n[oru_device_api] Sensor ID: " +
+                              default_sensor_id(0) + "\n[oru_device_api] Sensor ID: " + default_sensor_id(1) + "\n");
     ASSERT_NE(list, nullptr);
     for (int i = 0; i < 2; ++i) {
         const std::string expected = default_sensor_id(i);
@@ -195,118 +159,50 @@ TEST_F(ApiConnect, SensorListHoldsPaddedIdsWithoutTerminator) {
     std::free(list);
 }
 
-TEST_F(ApiConnect, SensorListWithoutSensorsPrintsCountZero) {
-    StdoutCapture out;
-    char** list = duGetSensorList();
-    EXPECT_EQ(out.text(), "[oru_device_api] Total sensors in your system = 0).\n");
-    std::free(list);
-}
-
 TEST_F(ApiConnect, ActivateByIndexClamps) {
-    add_sensors(2);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
+    connect(2);
+    for (const auto& [requested, active] : std::vector<std::pair<int, int>>{{7, 1}, {-5, 0}, {1, 1}, {2, 1}, {0, 0}}) {
+        EXPECT_EQ(duActivateSensorWithIndex(requested), 1);
+        EXPECT_EQ(g_current_device_index, active) << requested;
+        EXPECT_EQ(active_sensor_id(), default_sensor_id(active)) << requested;
     }
-    EXPECT_EQ(duActivateSensorWithIndex(7), 1);
-    EXPECT_EQ(g_current_device_index, 1);
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(1));
-    EXPECT_EQ(duActivateSensorWithIndex(-5), 1);
-    EXPECT_EQ(g_current_device_index, 0);
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(0));
-    EXPECT_EQ(duActivateSensorWithIndex(1), 1);
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(1));
-    EXPECT_EQ(duActivateSensorWithIndex(2), 1);
-    EXPECT_EQ(g_current_device_index, 1);
 }
 
-TEST_F(ApiConnect, ActivateByIdFindsTheSensor) {
-    add_sensors(2);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
-    }
-    StdoutCapture out;
-    EXPECT_EQ(duActivateSensorWithID(default_sensor_id(1).c_str()), 1);
-    EXPECT_EQ(g_current_device_index, 1);
-    EXPECT_EQ(duActivateSensorWithID(default_sensor_id(0).c_str()), 0);
-    EXPECT_EQ(g_current_device_index, 0);
-    EXPECT_EQ(out.text(), "");
-}
-
-TEST_F(ApiConnect, ActivateByIdIsExactAndKeepsTheActiveSensorWhenUnknown) {
-    add_sensors(2);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
-    }
-    duActivateSensorWithIndex(1);
-    std::string lower = default_sensor_id(0);
-    lower[0] = 'a';
-    EXPECT_EQ(duActivateSensorWithID(lower.c_str()), -1);
-    EXPECT_EQ(duActivateSensorWithID((default_sensor_id(0) + "0").c_str()), -1);
-    EXPECT_EQ(duActivateSensorWithID(""), -1);
-    EXPECT_EQ(g_current_device_index, 1);
-}
-
-TEST_F(ApiConnect, ActivateByIdTakesTheFirstOfTwoEqualIds) {
+// Exact match only, the first of equal IDs, its index returned; an unknown
+// ID keeps the active sensor.
+TEST_F(ApiConnect, ActivateByIdFindsTheFirstExactMatch) {
     vsensor::SensorOptions same;
     same.identity_set = true;
     same.identity.x_coord = 30;
+    add_sensors(1);
     add_sensors(2, same);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 2);
-    }
-    duActivateSensorWithIndex(1);
-    EXPECT_EQ(duActivateSensorWithID("A4486-3-30-40-2"), 0);
-    EXPECT_EQ(g_current_device_index, 0);
+    StdoutCapture out;
+    ASSERT_EQ(duConnect(), 3);
+    out.text();
+    EXPECT_EQ(duActivateSensorWithID(default_sensor_id(0).c_str()), 0);
+    EXPECT_EQ(duActivateSensorWithID("A4486-3-30-40-2"), 1);
+    EXPECT_EQ(g_current_device_index, 1);
+    std::string lower = "a4486-3-30-40-2";
+    for (const std::string& unknown : {lower, default_sensor_id(0) + "0", std::string()})
+        EXPECT_EQ(duActivateSensorWithID(unknown.c_str()), -1) << unknown;
+    EXPECT_EQ(g_current_device_index, 1);
 }
 
-TEST_F(ApiConnect, NullArguments) {
-    add_sensors(1);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 1);
-    }
+TEST_F(ApiConnect, SensorIdFollowsTheIdentityAndFillsExactly26Bytes) {
+    vsensor::SensorOptions options;
+    options.identity_set = true;
+    options.identity = {'C', 1234, 7, 100, 5, 1};
+    connect(1, options);
+    char buffer[40];
+    std::memset(buffer, 0x55, sizeof buffer);
+    EXPECT_EQ(duGetSensorID(buffer), 1);
+    EXPECT_EQ(std::string(buffer), "C1234-7-100-5-1");
+    for (std::size_t b = 15; b < 26; ++b) EXPECT_EQ(buffer[b], '\0') << "byte " << b;
+    for (std::size_t b = 26; b < sizeof buffer; ++b) EXPECT_EQ(buffer[b], 0x55) << "byte " << b;
     StdoutCapture out;
     EXPECT_EQ(duActivateSensorWithID(nullptr), -8);
     EXPECT_EQ(duGetSensorID(nullptr), -2);
     EXPECT_EQ(out.text(), api_exception_line(lu_ec_sensor_id_is_empty) + api_exception_line(lu_ec_memory_is_null));
-    EXPECT_EQ(g_current_device_index, 0);
-}
-
-TEST_F(ApiConnect, SensorIdFillsExactly26Bytes) {
-    add_sensors(1);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 1);
-    }
-    char buffer[40];
-    std::memset(buffer, 0x55, sizeof buffer);
-    EXPECT_EQ(duGetSensorID(buffer), 1);
-    const std::string expected = default_sensor_id(0);
-    EXPECT_EQ(std::string(buffer), expected);
-    for (std::size_t b = expected.size(); b < 26; ++b) EXPECT_EQ(buffer[b], '\0') << "byte " << b;
-    for (std::size_t b = 26; b < sizeof buffer; ++b) EXPECT_EQ(buffer[b], 0x55) << "byte " << b;
-}
-
-TEST_F(ApiConnect, IdsFollowTheSensorIdentity) {
-    vsensor::SensorOptions options;
-    options.identity_set = true;
-    options.identity.lot_char = 'C';
-    options.identity.lot_id = 1234;
-    options.identity.wafer_id = 7;
-    options.identity.x_coord = 100;
-    options.identity.y_coord = 5;
-    options.identity.sensor_type = 1;
-    add_sensors(1, options);
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duConnect(), 1);
-    }
-    EXPECT_EQ(active_sensor_id(), "C1234-7-100-5-1");
-    EXPECT_EQ(duActivateSensorWithID("C1234-7-100-5-1"), 0);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -40,6 +41,14 @@ protected:
         StdoutCapture quiet;
         ASSERT_EQ(device.initialize(index), 1);
     }
+    // A device object brought up on sensor 0 of a one-sensor bus.
+    Base& up() {
+        add_sensors(1);
+        m_device = std::make_unique<Base>(0);
+        bring_up(*m_device, 0);
+        return *m_device;
+    }
+    std::unique_ptr<Base> m_device;
 };
 
 void expect_code(int expected, const std::function<void()>& operation) {
@@ -83,22 +92,15 @@ TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
     EXPECT_FALSE(device.m_bEnableOBDC);  // the guard comes first
 }
 
-TEST_F(DeviceObject, InitializeSetsShutterSpeedOne) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+// The shutter speed starts at 1 and is then the last value set.
+TEST_F(DeviceObject, InitializeSetsShutterSpeedOneThenTheLastValueSetIsKept) {
+    Base& device = up();
     EXPECT_TRUE(device.is_initialized(0));
     EXPECT_EQ(vsensor::shutter_speed(0), 1);
     bool sensor_ok = false, controller_ok = false;
     device.test_device(sensor_ok, controller_ok, 0);
     EXPECT_TRUE(sensor_ok);
     EXPECT_TRUE(controller_ok);
-}
-
-TEST_F(DeviceObject, ShutterSpeedIsTheLastValueSet) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
     device.set_shutter_speed(300, 0);
     EXPECT_EQ(vsensor::shutter_speed(0), 300);
     EXPECT_EQ(device.get_shutter_speed(0), 300);
@@ -132,30 +134,35 @@ TEST_F(DeviceObject, AcquisitionConditionsAreStoredAndApplied) {
     EXPECT_EQ(vsensor::shutter_speed(0), 1);
 }
 
+// The forward formula is taken in 32-bit signed integers: above about 2.35
+// million steps the counts wrap negative, and a clock of 2^29 makes the
+// divisor 0. The reverse is taken in double and truncated toward zero.
 TEST_F(DeviceObject, ExposureConversionsKeepTheirIntegerQuirks) {
     Base device(0);
-    double ms = -1.0;
-    int ss = -1;
-    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 1000, &ms), 1);
-    EXPECT_EQ(ms, 912.0);
-    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 1, &ms), 1);
-    EXPECT_EQ(ms, 1.0);
-    EXPECT_EQ(device.shutter_to_exposure_time_ms(2, 1, &ms), 1);
-    EXPECT_EQ(ms, 0.0);
-    EXPECT_EQ(device.shutter_to_exposure_time_ms(1, 999, &ms), 1);
-    EXPECT_EQ(ms, 911.0);  // 911248 / 1000
-    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 912.0, &ss), 1);
-    EXPECT_EQ(ss, 1726);
-    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 1.0, &ss), 1);
-    EXPECT_EQ(ss, 0);  // 456 / 528
-    EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, 1.5, &ss), 1);
-    EXPECT_EQ(ss, 1);  // 956 / 528
+    struct Forward {
+        int clock, shutter;
+        double ms;
+    };
+    for (const Forward& c :
+         {Forward{1, 1000, 912.0}, Forward{1, 1, 1.0}, Forward{2, 1, 0.0}, Forward{1, 999, 911.0},
+          Forward{1, 2400000, -2106167.0}, Forward{-1, 2400000, 2106167.0}, Forward{4294968, 1000, 1295.0}}) {
+        double ms = -1.0;
+        EXPECT_EQ(device.shutter_to_exposure_time_ms(c.clock, c.shutter, &ms), 1);
+        EXPECT_EQ(ms, c.ms) << c.clock << " x " << c.shutter;
+    }
+    for (int clock : {0, 1 << 29}) {
+        double ms = -1.0;
+        EXPECT_THROW(device.shutter_to_exposure_time_ms(clock, 1, &ms), oru_base_exception) << clock;
+    }
+    for (const auto& [ms, shutter] : std::vector<std::pair<double, int>>{{912.0, 1726}, {1.0, 0}, {1.5, 1}}) {
+        int ss = -1;
+        EXPECT_EQ(device.exposure_tim_ms_to_shutter(1, ms, &ss), 1);
+        EXPECT_EQ(ss, shutter) << ms;  // (1000 ms - 544) / 528
+    }
 }
 
-TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSize) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSizeAndModeOneKeepsACopy) {
+    Base& device = up();
     vsensor::set_constant_frame(0, 1500);
     std::vector<double> values{1.0, 2.0};
     EXPECT_EQ(device.get_filter_data(values, 2, 0, false, 0, 0), 0);
@@ -169,12 +176,7 @@ TEST_F(DeviceObject, VectorFilterDataFollowsTheStoredDataSize) {
     ASSERT_EQ(values.size(), 1024u);
     EXPECT_EQ(values[511], 1500.0);
     for (std::size_t i = 512; i < 1024; ++i) ASSERT_EQ(values[i], 0.0) << i;
-}
-
-TEST_F(DeviceObject, DarkCorrectionModeOneKeepsACopyOfTheFrame) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+    // Dark-correction mode 1 keeps a copy of the frame.
     std::vector<uint16_t> pattern(1024);
     for (int i = 0; i < 1024; ++i) pattern[static_cast<std::size_t>(i)] = static_cast<uint16_t>(4 * i);
     vsensor::set_pattern(0, pattern);
@@ -187,9 +189,7 @@ TEST_F(DeviceObject, DarkCorrectionModeOneKeepsACopyOfTheFrame) {
 }
 
 TEST_F(DeviceObject, BackgroundIsReadAtShutterSpeedOneAndTheSpeedRestored) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+    Base& device = up();
     device.set_shutter_speed(700, 0);
     vsensor::set_constant_frame(0, 64);
     vsensor::clear_events();
@@ -206,25 +206,17 @@ TEST_F(DeviceObject, BackgroundIsReadAtShutterSpeedOneAndTheSpeedRestored) {
     EXPECT_NE(to_one, -1) << vsensor::transcript(0);
     EXPECT_NE(start, -1);
     EXPECT_NE(back, -1);
-}
-
-TEST_F(DeviceObject, AbnormalFiltersIgnoreValidValuesAndRestoreTheShutterSpeed) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
-    device.set_shutter_speed(90, 0);
+    // The abnormal-filter check too reads at its own speed and restores 700.
     std::vector<uint16_t> pattern(1024, 100);
     pattern[5] = 4095;  // the largest valid output is not abnormal
     vsensor::set_pattern(0, pattern);
     EXPECT_TRUE(device.get_abnormal_filters(0).empty());
-    EXPECT_EQ(device.get_shutter_speed(0), 90);
-    EXPECT_EQ(vsensor::shutter_speed(0), 90);
+    EXPECT_EQ(device.get_shutter_speed(0), 700);
+    EXPECT_EQ(vsensor::shutter_speed(0), 700);
 }
 
 TEST_F(DeviceObject, SearchEntryShiftsTheListAndDefaultsToAllFilters) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+    Base& device = up();
     std::vector<double> background;
     // Only the last filter is in the window: found only when all 1024 are searched.
     std::vector<uint16_t> pattern(1024, 100);
@@ -240,9 +232,7 @@ TEST_F(DeviceObject, SearchEntryShiftsTheListAndDefaultsToAllFilters) {
 }
 
 TEST_F(DeviceObject, SearchSaturationMinusOneKeepsTheParameters) {
-    add_sensors(1);
-    Base device(0);
-    bring_up(device, 0);
+    Base& device = up();
     vsensor::set_constant_frame(0, 4095);
     std::vector<double> background;
     device.set_auto_exposure_parameters(3300, 0);

@@ -29,16 +29,12 @@ protected:
 TEST_F(Facade, SensorIdWithoutDeviceObjectPrintsAndLeavesOutputsAlone) {
     oru_device_interface facade;
     char lot_char = 'z';
-    short lot_id = 11, wafer_id = 12, x_coord = 13, y_coord = 14, sensor_type = 15;
+    short n[5] = {11, 12, 13, 14, 15};
     StdoutCapture out;
-    facade.get_sensor_id(&lot_char, &lot_id, &wafer_id, &x_coord, &y_coord, &sensor_type, 0);
+    facade.get_sensor_id(&lot_char, &n[0], &n[1], &n[2], &n[3], &n[4], 0);
     EXPECT_EQ(out.text(), "##### m_device_interface_base is NULL!!\n");
     EXPECT_EQ(lot_char, 'z');
-    EXPECT_EQ(lot_id, 11);
-    EXPECT_EQ(wafer_id, 12);
-    EXPECT_EQ(x_coord, 13);
-    EXPECT_EQ(y_coord, 14);
-    EXPECT_EQ(sensor_type, 15);
+    EXPECT_EQ(std::vector<short>(n, n + 5), (std::vector<short>{11, 12, 13, 14, 15}));
 }
 
 // A facade whose initialize never ran has no device object: its operations
@@ -83,30 +79,21 @@ TEST_F(Facade, OnboardOperationsReturnTheCaughtCodePositive) {
     EXPECT_EQ(facade.get_poi_filter_data(poi, 2, background, 0), 1);
 }
 
-TEST_F(Facade, SearchSaturationIsClampedTo4000) {
-    add_sensors(1);
-    oru_device_interface facade;
-    initialize(facade, 0);
-    vsensor::set_constant_frame(0, 4095);  // saturated: the search ends at once
-    std::vector<int> filters;
-    std::vector<double> background(1024, 0.0);
-    EXPECT_EQ(facade.find_optimal_shutter_speed(filters, background, 4500, 10, 0), -1);
-    EXPECT_EQ(m_gAEParams.upper_dn_value, 4000);
-    EXPECT_EQ(m_gAEParams.lower_dn_value, 3400);
-    EXPECT_EQ(facade.find_optimal_shutter_speed(filters, background, 3500, 10, 0), -1);
-    EXPECT_EQ(m_gAEParams.upper_dn_value, 3500);
-    EXPECT_EQ(m_gAEParams.lower_dn_value, 2900);
-    // -1 keeps the parameters as they are.
-    EXPECT_EQ(facade.find_optimal_shutter_speed(filters, background, -1, 10, 0), -1);
-    EXPECT_EQ(m_gAEParams.upper_dn_value, 3500);
-}
-
-TEST_F(Facade, LedDriverIntensityZeroTurnsEveryLedOff) {
+// The LED operations answer 1 for a success (the device object's true), on
+// the sensor's LED module and on the driver; intensity 0 on the driver turns
+// every LED off.
+TEST_F(Facade, LedOperationsAnswerOneAndDriverIntensityZeroTurnsEveryLedOff) {
     add_sensors(1);  // the first matching device doubles as the LED driver
     oru_device_interface facade;
     initialize(facade, 0);
-    ASSERT_EQ(facade.leddriver_isopen(), 1);
     bool on[4] = {true, false, true, false};
+    {
+        StdoutCapture quiet;
+        EXPECT_EQ(facade.set_led_state(on, 4, 3, 0), 1);
+    }
+    EXPECT_EQ(vsensor::led_state_word(0), 0x0305);
+    EXPECT_EQ(facade.set_led_opmode(1, 100, 0), 1);
+    ASSERT_EQ(facade.leddriver_isopen(), 1);
     EXPECT_EQ(facade.leddriver_set_led_state(on, 4, 5), 1);
     EXPECT_EQ(vsensor::led_state_word(0), 0x0505);
     EXPECT_EQ(facade.leddriver_set_led_state(on, 4, 0), 1);

@@ -6,14 +6,13 @@
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
 
-using usbtest::control_events;
+using usbtest::setup;
+using usbtest::setups;
 using usbtest::Wire;
 
 namespace {
 
-class LedModule : public usbtest::UsbTest {};
-
-class LedDriver : public usbtest::UsbTest {
+class Led : public usbtest::UsbTest {
 protected:
     // The driver shares the sensors' ids; here it is alone on the bus.
     void open_driver() {
@@ -23,50 +22,30 @@ protected:
     }
 };
 
-std::string printed_binary(int n) {
-    testing::internal::CaptureStdout();
-    convert_number_to_binary(n);
-    return testing::internal::GetCapturedStdout();
-}
+using Steps = std::vector<std::string>;
 
 }  // namespace
 
 // ---- LED module ----
 
-TEST_F(LedModule, OpModesZeroAndOneAreSentWithPause) {
+TEST_F(Led, ModuleOpModesZeroAndOneAreSentWithPauseOthersNot) {
     connect_sensors(1);
-    EXPECT_EQ(set_LED_module_op_mode(0, 0), lu_ec_success);
-    EXPECT_EQ(set_LED_module_op_mode(1, 0), lu_ec_success);
+    for (int iMode : {0, 1, 2, 3}) EXPECT_EQ(set_LED_module_op_mode(iMode, 0), lu_ec_success);
     EXPECT_EQ(vsensor::transcript(), Wire().cmd_then_pause(3, 0, 30).cmd_then_pause(3, 1, 30).str());
 }
 
-TEST_F(LedModule, OtherOpModesSendNothing) {
-    connect_sensors(1);
-    EXPECT_EQ(set_LED_module_op_mode(2, 0), lu_ec_success);
-    EXPECT_EQ(set_LED_module_op_mode(3, 0), lu_ec_success);
-    EXPECT_TRUE(vsensor::events().empty());
-}
-
-TEST_F(LedModule, StateGoesToTheSensorAndIsPrintedWithBinaryDigits) {
+TEST_F(Led, ModuleStateGoesToTheSensorAndIsPrintedWithBinaryDigits) {
     connect_sensors(2);
     bool on[] = {true, false, true};
     testing::internal::CaptureStdout();
     EXPECT_EQ(set_led_state_values(on, 3, 5, 1), lu_ec_success);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "[LED] set LED status(5), intensity: 5, value: 1285\n10100000101");
-    const auto controls = control_events();
-    ASSERT_EQ(controls.size(), 1u);
-    EXPECT_EQ(controls[0].dev, 1);
-    EXPECT_EQ(controls[0].bmRequestType, 0x21);
-    EXPECT_EQ(controls[0].bRequest, 9);
-    EXPECT_EQ(controls[0].wValue, 1285);
-    EXPECT_EQ(controls[0].wIndex, 0);
-    EXPECT_EQ(controls[0].wLength, 0);
-    EXPECT_EQ(controls[0].timeout, 1000u);
+    EXPECT_EQ(setups(), Steps{setup(1, 0x21, 9, 1285, 0, 0, 1000)});
     EXPECT_EQ(vsensor::led_state_word(1), 1285);
 }
 
-TEST_F(LedModule, StateWithoutHandleIsPrintedOnlyAndLeavesNoEntry) {
+TEST_F(Led, ModuleStateWithoutHandleIsPrintedOnlyAndLeavesNoEntry) {
     bool on[] = {false, true};
     testing::internal::CaptureStdout();
     set_led_state_values(on, 2, 0, 0);
@@ -75,18 +54,8 @@ TEST_F(LedModule, StateWithoutHandleIsPrintedOnlyAndLeavesNoEntry) {
     EXPECT_EQ(get_connected_total_devices(), 0u);
 }
 
-TEST_F(LedModule, StateForNullHandleSendsNothing) {
-    vsensor::SensorOptions opts;
-    opts.faults = vsensor::kFaultClaim;
-    connect_sensors({opts});
-    bool on[] = {true};
-    testing::internal::CaptureStdout();
-    set_led_state_values(on, 1, 0, 0);
-    testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(control_events().empty());
-}
-
-TEST(LedStateWord, LedsBeyondThirtyTwoAreIgnored) {
+// LEDs beyond 32 are ignored; the intensity is ORed in at bit 8 unmasked.
+TEST(LedStateWord, BitsAndIntensity) {
     bool on[40];
     std::fill(on, on + 40, true);
     int iState = 0;
@@ -94,26 +63,23 @@ TEST(LedStateWord, LedsBeyondThirtyTwoAreIgnored) {
     EXPECT_EQ(iState, -1);
     on[31] = false;
     EXPECT_EQ(make_led_state_word(on, 40, 0), 0x7FFFFFFF);
-}
-
-TEST(LedStateWord, IntensityIsOredUnmasked) {
-    bool on[] = {false, false, false, false, false, false, false, false, false, true};
-    int iState = 0;
-    EXPECT_EQ(make_led_state_word(on, 10, 0x101, &iState), 0x10300);
+    bool tenth[10] = {false, false, false, false, false, false, false, false, false, true};
+    EXPECT_EQ(make_led_state_word(tenth, 10, 0x101, &iState), 0x10300);
     EXPECT_EQ(iState, 0x200);
 }
 
 TEST(ConvertNumberToBinary, PrintsDigitsOrTheNumberItself) {
-    EXPECT_EQ(printed_binary(0), "0");
-    EXPECT_EQ(printed_binary(1), "1");
-    EXPECT_EQ(printed_binary(5), "101");
-    EXPECT_EQ(printed_binary(256), "100000000");
-    EXPECT_EQ(printed_binary(-3), "-3");
+    for (const auto& [n, text] :
+         std::vector<std::pair<int, std::string>>{{0, "0"}, {1, "1"}, {5, "101"}, {256, "100000000"}, {-3, "-3"}}) {
+        testing::internal::CaptureStdout();
+        convert_number_to_binary(n);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), text);
+    }
 }
 
 // ---- external LED driver ----
 
-TEST_F(LedDriver, NothingWorksBeforeTheDriverIsOpen) {
+TEST_F(Led, DriverDoesNothingBeforeItIsOpen) {
     vsensor::add_led_driver();
     bool on[8] = {};
     EXPECT_FALSE(is_led_driver_open());
@@ -123,7 +89,7 @@ TEST_F(LedDriver, NothingWorksBeforeTheDriverIsOpen) {
     EXPECT_TRUE(vsensor::events().empty());
 }
 
-TEST_F(LedDriver, TurningAllOffSendsIntensityOnly) {
+TEST_F(Led, DriverAllOffSendsIntensityOnlyAndCloseGoesInOrder) {
     open_driver();
     bool on[8] = {};
     testing::internal::CaptureStdout();
@@ -131,20 +97,12 @@ TEST_F(LedDriver, TurningAllOffSendsIntensityOnly) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_TRUE(set_op_mode_to_led_device(1, 100));
     EXPECT_EQ(vsensor::led_state_word(0), 0x0100);
-    const auto controls = control_events();
-    ASSERT_EQ(controls.size(), 1u);
-    EXPECT_EQ(controls[0].bmRequestType, 0x21);
-    EXPECT_EQ(controls[0].bRequest, 9);
-    EXPECT_EQ(controls[0].wLength, 0);
-    EXPECT_EQ(controls[0].timeout, 1000u);
-}
-
-TEST_F(LedDriver, CloseUnconfiguresReleasesClosesAndExitsInOrder) {
-    open_driver();
+    EXPECT_EQ(setups(), Steps{setup(0, 0x21, 9, 0x0100, 0, 0, 1000)});
+    vsensor::clear_events();
     EXPECT_TRUE(is_led_driver_close());
-    std::vector<std::string> steps;
+    Steps steps;
     for (const vsensor::Event& e : vsensor::events()) steps.push_back(e.what);
-    EXPECT_EQ(steps, (std::vector<std::string>{"set_configuration -1", "release 0", "close", "exit"}));
+    EXPECT_EQ(steps, (Steps{"set_configuration -1", "release 0", "close", "exit"}));
     EXPECT_FALSE(is_led_driver_open());
     EXPECT_FALSE(is_led_driver_close());
 }

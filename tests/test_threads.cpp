@@ -26,86 +26,56 @@ std::chrono::milliseconds stress_time() {
 double level_of(int sensor) { return sensor == 0 ? 1000.0 : 3000.0; }
 
 TEST_F(Threads, FourThreadsOnTwoSensorsEachGetTheirOwnSensor) {
-    add_sensors(2);
-    {
-        StdoutCapture quiet;
-        ASSERT_EQ(duConnect(), 2);
-    }
+    connect(2);
     duSetLogHandler([](int, const char*, void*) {}, nullptr);
     vsensor::set_constant_frame(0, static_cast<uint16_t>(level_of(0)));
     vsensor::set_constant_frame(1, static_cast<uint16_t>(level_of(1)));
     const std::string ids[2] = {default_sensor_id(0), default_sensor_id(1)};
 
     std::atomic<long> wrong{0}, failed{0}, calls{0};
+    // Counts a call that failed, or one whose answer is not its sensor's.
+    auto check = [&](bool ok, bool right) { ++(ok ? (right ? calls : wrong) : failed); };
     const auto until = std::chrono::steady_clock::now() + stress_time();
     auto worker = [&](int thread) {
         const int sensor = thread % 2;
         std::mt19937 random(static_cast<unsigned>(thread));
         std::vector<double> data(1024);
         while (std::chrono::steady_clock::now() < until) {
-            ++calls;
-            switch (random() % 6) {
-            case 0: {  // read: activate and read under the lock
-                duLockSensors();
-                duActivateSensorWithIndex(sensor);
-                const int result = duGetFilterData(data.data(), 1 + static_cast<int>(random() % 3));
-                duUnlockSensors();
-                if (result != 1)
-                    ++failed;
-                else if (data[0] != level_of(sensor) || data[1023] != level_of(sensor))
-                    ++wrong;
-                break;
-            }
-            case 1: {  // a setter and its read-back
-                const int shutter = 1 + static_cast<int>(random() % 5);
-                duLockSensors();
-                duActivateSensorWithIndex(sensor);
-                const int set = duSetShutterSpeed(shutter);
-                const int got = duGetShutterSpeed();
-                duUnlockSensors();
-                if (set != 1)
-                    ++failed;
-                else if (got != shutter)
-                    ++wrong;
-                break;
-            }
-            case 2: {  // the list, which needs no sensor
+            const unsigned choice = random() % 6;
+            if (choice == 2) {  // the list, which needs no sensor
                 char** list = duGetSensorList();
                 const int total = duGetTotalSensors();
-                if (list == nullptr || total != 2) {
-                    ++failed;
-                } else {
-                    if (ids[0] != list[0] || ids[1] != list[1]) ++wrong;
-                    for (int i = 0; i < total; ++i) std::free(list[i]);
-                }
+                check(list != nullptr && total == 2, list && ids[0] == list[0] && ids[1] == list[1]);
+                for (int i = 0; list && i < total; ++i) std::free(list[i]);
                 std::free(list);
-                break;
+                continue;
             }
-            case 3: {  // the ID of the sensor just activated
-                char id[26] = {};
-                duLockSensors();
-                duActivateSensorWithID(ids[sensor].c_str());
-                const int result = duGetSensorID(id);
-                duUnlockSensors();
-                if (result != 1)
-                    ++failed;
-                else if (ids[sensor] != id)
-                    ++wrong;
-                break;
-            }
-            case 4:  // activation alone, racing everyone else's
+            if (choice == 4) {  // activation alone, racing everyone else's
                 duActivateSensorWithIndex(static_cast<int>(random() % 2));
-                break;
-            default: {  // ADC settings of its sensor
-                int gain = -1, range = -1;
-                duLockSensors();
+                continue;
+            }
+            // The others activate their sensor and call under the lock.
+            duLockSensors();
+            if (choice == 3) {
+                char id[26] = {};
+                duActivateSensorWithID(ids[sensor].c_str());
+                const bool ok = duGetSensorID(id) == 1;
+                check(ok, ids[sensor] == id);
+            } else {
                 duActivateSensorWithIndex(sensor);
-                const int result = duGetSensorParameters(&gain, &range);
-                duUnlockSensors();
-                if (result != 1) ++failed;
-                break;
+                if (choice == 0) {
+                    const bool ok = duGetFilterData(data.data(), 1 + static_cast<int>(random() % 3)) == 1;
+                    check(ok, data[0] == level_of(sensor) && data[1023] == level_of(sensor));
+                } else if (choice == 1) {  // a setter and its read-back
+                    const int shutter = 1 + static_cast<int>(random() % 5);
+                    const bool ok = duSetShutterSpeed(shutter) == 1;
+                    check(ok, duGetShutterSpeed() == shutter);
+                } else {
+                    int gain = -1, range = -1;
+                    check(duGetSensorParameters(&gain, &range) == 1, true);
+                }
             }
-            }
+            duUnlockSensors();
         }
     };
     std::vector<std::thread> threads;

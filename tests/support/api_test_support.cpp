@@ -33,6 +33,18 @@ void VirtualBusTest::add_sensors(int count, const vsensor::SensorOptions& option
     for (int i = 0; i < count; ++i) vsensor::add_sensor(options);
 }
 
+void VirtualBusTest::connect(int count, const vsensor::SensorOptions& options) {
+    add_sensors(count, options);
+    StdoutCapture quiet;
+    ASSERT_EQ(duConnect(), count);
+}
+
+std::string VirtualBusTest::active_sensor_id() {
+    char id[26] = {};
+    EXPECT_EQ(duGetSensorID(id), 1);
+    return id;
+}
+
 std::string VirtualBusTest::default_sensor_id(int position) {
     const vsensor::Identity id;
     return std::string(1, id.lot_char) + std::to_string(id.lot_id) + "-" + std::to_string(id.wafer_id) + "-" +

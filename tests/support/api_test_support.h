@@ -33,6 +33,10 @@ protected:
 
     // Adds `count` sensors with their distinct default identities.
     static void add_sensors(int count, const vsensor::SensorOptions& options = {});
+    // Adds `count` sensors and connects them quietly.
+    static void connect(int count, const vsensor::SensorOptions& options = {});
+    // The ID of the active sensor, from duGetSensorID.
+    static std::string active_sensor_id();
     // The ID text that the default identity of bus position `position` has.
     static std::string default_sensor_id(int position);
 };

@@ -3,6 +3,8 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_usb.h"
 
+#include <cstdio>
+
 namespace usbtest {
 
 Wire& Wire::cmd(int iCode, int iValue) {
@@ -39,6 +41,20 @@ std::vector<vsensor::Event> control_events() {
     for (const vsensor::Event& e : vsensor::events())
         if (e.kind == vsensor::EventKind::Control) controls.push_back(e);
     return controls;
+}
+
+std::string setup(int iDev, int iType, int iRequest, int iValue, int iIndex, int iLength, unsigned int iTimeoutMs) {
+    char text[128];
+    std::snprintf(text, sizeof text, "dev%d type 0x%x request %d value %d index %d length %d timeout %u", iDev, iType,
+                  iRequest, iValue, iIndex, iLength, iTimeoutMs);
+    return text;
+}
+
+std::vector<std::string> setups() {
+    std::vector<std::string> texts;
+    for (const vsensor::Event& e : control_events())
+        texts.push_back(setup(e.dev, e.bmRequestType, e.bRequest, e.wValue, e.wIndex, e.wLength, e.timeout));
+    return texts;
 }
 
 std::vector<std::string> lifecycle_of(int iDev) {

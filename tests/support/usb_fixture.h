@@ -29,6 +29,9 @@ private:
 
 // The control requests seen on the bus, in order.
 std::vector<vsensor::Event> control_events();
+// Their full setups, e.g. "dev0 type 0xa1 request 2 value 132 index 1 length 2048 timeout 2000".
+std::vector<std::string> setups();
+std::string setup(int iDev, int iType, int iRequest, int iValue, int iIndex, int iLength, unsigned int iTimeoutMs);
 // Lifecycle events ("open", "claim 0", ...) of one bus device, in order.
 std::vector<std::string> lifecycle_of(int iDev);
 

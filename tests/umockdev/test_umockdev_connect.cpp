@@ -18,37 +18,22 @@ namespace {
 
 class RealUsbConnect : public RealUsbTest {};
 
-std::string cmd(int code, int value, int pause_ms) {
-    return "cmd " + std::to_string(code) + " value " + std::to_string(value) + ", pause " + std::to_string(pause_ms) +
-           " ms";
+// Written, then read back, each with its pause.
+std::string verified(int write1, int value1, int write2, int value2, int read1, int read2, int pause_ms = 30) {
+    std::string text;
+    for (const auto& [code, value] : {std::pair{write1, value1}, {write2, value2}, {read1, 0}, {read2, 0}})
+        text += "cmd " + std::to_string(code) + " value " + std::to_string(value) + ", pause " +
+                std::to_string(pause_ms) + " ms, ";
+    return text;
 }
 
-// What the bring-up of one sensor sends: initial settings with read-backs,
-// start, ADC 132 / gain 1 / resolution 0, no on-board averaging, stop streaming.
+// What the bring-up of one sensor sends: initial ADC, shutter speed 1 and
+// blank time 2 with read-backs, start, ADC 132 / gain 1 / resolution 0, no
+// on-board averaging, stop streaming.
 std::string bring_up_wire() {
-    const std::vector<std::string> steps = {cmd(19, 132, 30),
-                                            cmd(20, 0, 30),
-                                            cmd(35, 0, 30),
-                                            cmd(40, 0, 30),  // ADC
-                                            cmd(37, 0, 30),
-                                            cmd(5, 1, 30),
-                                            cmd(36, 0, 30),
-                                            cmd(4, 0, 30),  // shutter speed 1
-                                            cmd(34, 0, 30),
-                                            cmd(33, 2, 30),
-                                            cmd(39, 0, 30),
-                                            cmd(38, 0, 30),  // blank time 2
-                                            cmd(3, 3, 10),  // start
-                                            cmd(19, 132, 30),
-                                            cmd(20, 2, 30),
-                                            cmd(35, 0, 30),
-                                            cmd(40, 0, 30),  // ADC 132, gain 1
-                                            cmd(54, 0, 20),
-                                            cmd(53, 0, 20),  // on-board averaging off
-                                            "out 71 value 0 index 1, pause 30 ms"};
-    std::string text;
-    for (const std::string& s : steps) text += (text.empty() ? "" : ", ") + s;
-    return text;
+    return verified(19, 132, 20, 0, 35, 40) + verified(37, 0, 5, 1, 36, 4) + verified(34, 0, 33, 2, 39, 38) +
+           "cmd 3 value 3, pause 10 ms, " + verified(19, 132, 20, 2, 35, 40) +
+           "cmd 54 value 0, pause 20 ms, cmd 53 value 0, pause 20 ms, out 71 value 0 index 1, pause 30 ms";
 }
 
 // A sensor's own part of the wire from its first request on (the transcript
@@ -88,39 +73,29 @@ std::string active_sensor_id() {
 
 }  // namespace
 
-TEST_F(RealUsbConnect, OneSensorIsFoundOpenedAndClaimed) {
+// The configuration descriptor comes from sysfs, the identity and every
+// command's read-back travel through libusb (a reply that came back wrong
+// would show as a repeated group of commands). The claim asks the kernel
+// to let go of the interface first (a serial driver often binds to these
+// ids). The LED driver shares the sensor's ids, so sensor 0's node is
+// opened a second time for it, without a claim.
+TEST_F(RealUsbConnect, OneSensorIsFoundClaimedAndBroughtUpByteForByte) {
     plug_sensors(1);
     EXPECT_EQ(connect(), 1);
     EXPECT_EQ(connect_output(),
               "[Info] Reading first configuration descriptor:\n[Info] nb interfaces: 1\n"
-              "**** [oru_device_api] Total number of sensors: 1\n")
-        << "the configuration descriptor comes from sysfs through libusb";
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(0)) << "the 5-byte identity read through libusb";
+              "**** [oru_device_api] Total number of sensors: 1\n");
+    EXPECT_EQ(active_sensor_id(), default_sensor_id(0));
     EXPECT_TRUE(vsensor::is_claimed(0));
     EXPECT_TRUE(usb_event_loop_running());
-
-    // The LED driver shares the sensor's ids, so sensor 0's node is opened a
-    // second time for it, without a claim.
+    EXPECT_TRUE(starts_with_bring_up(0)) << wire_from_first_request(0);
+    EXPECT_FALSE(vsensor::streaming(0)) << "the sensor is left idle";
     const std::vector<std::string> life = transcript_items(0, true);
     ASSERT_GE(life.size(), 2u);
     EXPECT_EQ(life[0], "dev0 open");
-    EXPECT_EQ(life[1], "dev0 claim 0");
-    const int second_open = position(life, "dev0 open", 1);
-    EXPECT_GT(second_open, 1);
-    EXPECT_EQ(position(life, "dev0 claim 0", 2), -1);
-}
-
-TEST_F(RealUsbConnect, BringUpCommandsLeaveLibusbByteForByte) {
-    plug_sensors(1);
-    ASSERT_EQ(connect(), 1);
-    // The replies travel back through libusb too: a read-back that came back
-    // wrong would show here as a repeated group of commands.
-    const std::string wire = vsensor::transcript(0);
-    EXPECT_EQ(wire.substr(0, bring_up_wire().size()), bring_up_wire());
-    EXPECT_TRUE(starts_with_bring_up(0));
-    EXPECT_FALSE(vsensor::streaming(0)) << "the sensor is left idle";
-    EXPECT_EQ(vsensor::register_value(0, 19), 132);
-    EXPECT_EQ(vsensor::shutter_speed(0), 1);
+    EXPECT_EQ(life[1], "dev0 detach_and_claim 0");
+    EXPECT_GT(position(life, "dev0 open", 1), 1);
+    EXPECT_EQ(position(life, "dev0 detach_and_claim 0", 2), -1);
 }
 
 TEST_F(RealUsbConnect, TwoSensorsComeUpInBusOrderEachWithItsOwnHandle) {
@@ -171,7 +146,8 @@ TEST_F(RealUsbConnect, ReconnectClaimsAgainAndStreams) {
         const std::string prefix = "dev" + std::to_string(dev) + " ";
         const int opened = position(life, prefix + "open");
         ASSERT_GE(opened, 0) << "sensor " << dev;
-        EXPECT_EQ(position(life, prefix + "claim 0"), opened + 1) << "sensor " << dev << " claims right after its open";
+        EXPECT_EQ(position(life, prefix + "detach_and_claim 0"), opened + 1)
+            << "sensor " << dev << " claims right after its open";
         EXPECT_TRUE(starts_with_bring_up(dev)) << "sensor " << dev;
     }
     EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
@@ -199,12 +175,10 @@ TEST_F(RealUsbConnect, InterfaceHeldByAnotherProgramLeavesTheSensorUnusable) {
 
     EXPECT_EQ(connect(), 1) << "a failed claim still counts as found";
     const std::vector<std::string> life = transcript_items(0, true);
-    const int refused = position(life, "dev0 claim 0", 2);
-    EXPECT_GT(refused, 0) << "the library tried to claim";
-    const std::vector<vsensor::Event> events = vsensor::events();
     bool busy = false;
-    for (const vsensor::Event& e : events) busy = busy || (e.what == "claim 0" && e.status == LIBUSB_ERROR_BUSY);
-    EXPECT_TRUE(busy) << "usbfs answered EBUSY";
+    for (const vsensor::Event& e : vsensor::events())
+        busy = busy || (e.dev == 0 && e.what == "detach_and_claim 0" && e.status == LIBUSB_ERROR_BUSY);
+    EXPECT_TRUE(busy) << "the library tried to claim, usbfs answered EBUSY";
     EXPECT_EQ(vsensor::transcript(0).find("cmd "), std::string::npos) << "no command reaches the sensor";
 
     std::vector<double> data(1024, 0.0);

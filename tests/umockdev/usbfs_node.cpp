@@ -190,12 +190,12 @@ long UsbfsNode::dispatch(UMockdevIoctlClient* client, unsigned long request, int
     case USBDEVFS_CLAIMINTERFACE: {
         unsigned int interface = 0;
         if (!read_arg(client, &interface)) return fail(err, EFAULT);
-        return claim(client, interface, err);
+        return claim(client, interface, err, "claim ");
     }
-    case USBDEVFS_DISCONNECT_CLAIM: {
+    case USBDEVFS_DISCONNECT_CLAIM: {  // what libusb sends when it may detach a kernel driver
         usbdevfs_disconnect_claim dc{};
         if (!read_arg(client, &dc)) return fail(err, EFAULT);
-        return claim(client, dc.interface, err);
+        return claim(client, dc.interface, err, "detach_and_claim ");
     }
     case USBDEVFS_RELEASEINTERFACE: {
         unsigned int interface = 0;
@@ -214,7 +214,7 @@ long UsbfsNode::dispatch(UMockdevIoctlClient* client, unsigned long request, int
     }
 }
 
-long UsbfsNode::claim(UMockdevIoctlClient* client, unsigned int interface, int* err) {
+long UsbfsNode::claim(UMockdevIoctlClient* client, unsigned int interface, int* err, const char* what) {
     Device& d = *m_device;
     int e = 0;
     if (d.configuration == 0 || interface != kInterface)
@@ -225,7 +225,7 @@ long UsbfsNode::claim(UMockdevIoctlClient* client, unsigned int interface, int* 
         e = EBUSY;
     else
         d.claimed_by = client;
-    vsensor::detail::log_lifecycle(d.pos, "claim " + std::to_string(interface), libusb_code(e));
+    vsensor::detail::log_lifecycle(d.pos, what + std::to_string(interface), libusb_code(e));
     return e ? fail(err, e) : 0;
 }
 

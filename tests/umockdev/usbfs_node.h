@@ -65,7 +65,7 @@ private:
     // Each returns the ioctl's result and sets *err for a failure. Called
     // with the bus lock held.
     long dispatch(UMockdevIoctlClient* client, unsigned long request, int* err);
-    long claim(UMockdevIoctlClient* client, unsigned int interface, int* err);
+    long claim(UMockdevIoctlClient* client, unsigned int interface, int* err, const char* what);
     long release(UMockdevIoctlClient* client, unsigned int interface, int* err);
     long submit(UMockdevIoctlClient* client, int* err);
     long discard(UMockdevIoctlClient* client, int* err);
