@@ -51,8 +51,13 @@ class Pyusb(unittest.TestCase):
                 # Counter pattern: every filter is the frame number, 12 bits left-aligned.
                 self.assertEqual({(frame[2 * i] << 4) | (frame[2 * i + 1] >> 4) for i in range(1024)}, {k})
             streaming(dev, STOP)
+            # Waiting for a frame that does not come costs no CPU.
+            cpu, wall = time.process_time(), time.monotonic()
             with self.assertRaises(usb.core.USBTimeoutError):
-                dev.read(0x81, 2048, 50)
+                dev.read(0x81, 2048, 500)
+            cpu, wall = time.process_time() - cpu, time.monotonic() - wall
+            self.assertGreaterEqual(wall, 0.45)
+            self.assertLess(cpu / wall, 0.05)
             usb.util.dispose_resources(dev)
 
     def test_lsusb_lists_both_sensors_verbosely(self):
