@@ -13,65 +13,9 @@ namespace {
 
 class Faults : public TwoSensors {};
 
-TEST_F(Faults, OpenAccessRefusesOpeningThatDeviceOnly) {
-    vsensor::set_faults(0, vsensor::kFaultOpenAccess);
-    int err = 0;
-    EXPECT_EQ(open_nth(0, &err), nullptr);
-    EXPECT_EQ(err, LIBUSB_ERROR_ACCESS);
-    EXPECT_FALSE(vsensor::is_open(0));
-    libusb_device_handle* h = open_nth(1);
-    ASSERT_NE(h, nullptr);
-    libusb_close(h);
-    EXPECT_EQ(vsensor::transcript(-1, true), "init, dev0 open, dev1 open, dev1 close");
-    const auto ev = vsensor::events();
-    EXPECT_EQ(ev[1].status, LIBUSB_ERROR_ACCESS);
-}
-
-TEST_F(Faults, DescriptorReadFails) {
-    vsensor::set_faults(1, vsensor::kFaultDescriptor);
-    libusb_device** list = nullptr;
-    ASSERT_EQ(libusb_get_device_list(nullptr, &list), 2);
-    libusb_device_descriptor d{};
-    EXPECT_EQ(libusb_get_device_descriptor(list[0], &d), 0);
-    EXPECT_LT(libusb_get_device_descriptor(list[1], &d), 0);
-    libusb_free_device_list(list, 1);
-}
-
-TEST_F(Faults, ClaimFailsBusy) {
-    vsensor::set_faults(0, vsensor::kFaultClaim);
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(libusb_claim_interface(h, 0), LIBUSB_ERROR_BUSY);
-    EXPECT_FALSE(vsensor::is_claimed(0));
-    libusb_close(h);
-}
-
-TEST_F(Faults, NoEchoAnswersZeroToEveryReadButKeepsTheWrites) {
-    vsensor::set_faults(0, vsensor::kFaultNoEcho);
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(cmd(h, 5, 9), 0);
-    EXPECT_EQ(cmd(h, 4, 0), 0);
-    EXPECT_EQ(vsensor::register_value(0, 5), 9);
-    unsigned char id[5] = {1, 1, 1, 1, 1};
-    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 1, 0, 0, id, 5, 2000), 5);
-    EXPECT_EQ(std::vector<unsigned char>(id, id + 5), std::vector<unsigned char>(5, 0));
-    libusb_close(h);
-}
-
-TEST_F(Faults, ControlTimeoutFailsEveryControlTransferAtOnce) {
-    vsensor::set_faults(0, vsensor::kFaultControlTimeout);
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    unsigned char b = 0;
-    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 5, 9, 0, &b, 1, 60000), LIBUSB_ERROR_TIMEOUT);
-    EXPECT_EQ(out(h, 70, 0, 1), LIBUSB_ERROR_TIMEOUT);
-    EXPECT_FALSE(vsensor::streaming(0));
-    EXPECT_EQ(vsensor::register_value(0, 5), 0);
-    EXPECT_EQ(vsensor::transcript(0), "cmd 5 value 9, out 70 value 0 index 1");  // still on the wire
-    libusb_close(h);
-}
-
+// Open, descriptor, claim, no-echo and control time-out faults are proven
+// through the library (tests/test_faults.cpp), which sees each of them; the
+// transfer faults below have sim-side details the library does not show.
 TEST_F(Faults, StreamStallNeverCompletesButCanBeCancelled) {
     vsensor::set_faults(0, vsensor::kFaultStreamStall);
     libusb_device_handle* h = open_nth(0);
