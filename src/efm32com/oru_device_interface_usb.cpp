@@ -116,6 +116,9 @@ int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
     if (pHandle == nullptr) return 0;
 
     libusb_device_handle* pStored = store_handle(iKey, pHandle);
+    // The index still holds a live handle (a connect that failed half-way
+    // left it): that one is used, and the new one must not leak.
+    if (pStored != pHandle) libusb_close(pHandle);
     if (pStored != nullptr) {
         oru_log(kLogNormal, "[Info] Reading first configuration descriptor:\n");
         int nInterfaces = 0;
