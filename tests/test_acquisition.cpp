@@ -276,6 +276,11 @@ TEST_F(Acquisition, BufferedRequestFindingTwoFramesReportsTheSizeAndStillStops) 
     vsensor::set_constant_frame(0, 100);
     EXPECT_EQ(read(out, 2, 1), lu_ec_success);  // ring filled, streaming stays on
     vsensor::set_faults(0, vsensor::kFaultStreamStall);
+    // A frame already on its way still lands: wait until the stall holds.
+    for (uint64_t sent = ~0ull; sent != vsensor::frames_sent(0);) {
+        sent = vsensor::frames_sent(0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     leave_frames({1000, 2000});
     vsensor::clear_events();
     testing::internal::CaptureStdout();
