@@ -82,22 +82,6 @@ TEST_F(RealUsbUnplug, UnplugWhileStreamingEndsTheReadAndTheTearDown) {
     EXPECT_TRUE(files_closed(0)) << "the handles of the unplugged sensor are closed all the same";
 }
 
-TEST_F(RealUsbUnplug, UnplugOfAnIdleSensorCompletesItsTransferWithNoDeviceAndReadsFailAtOnce) {
-    plug_sensors(1);
-    ASSERT_EQ(connect(), 1);
-    testing::internal::CaptureStderr();
-    unplug(0);
-    std::future<int> read = std::async(std::launch::async, [] {
-        std::vector<double> data(1024, 0.0);
-        return quietly([&] { return duGetFilterData(data.data(), 5); });
-    });
-    const bool ended = read.wait_for(kPatience) == std::future_status::ready;
-    const std::string errors = testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(ended);
-    EXPECT_EQ(read.get(), -lu_ec_fw_recv_timeout);
-    EXPECT_EQ(errors, "bulk data transfer status 5?\n");
-}
-
 // A sensor whose transfer already failed has none pending: only libusb's
 // hotplug path, fed by the "remove" uevent, can tell that it was pulled out.
 TEST_F(RealUsbUnplug, UnplugOfASensorWithNoTransferPendingIsSeenThroughHotplug) {
