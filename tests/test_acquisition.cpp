@@ -5,6 +5,7 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "oru_device_interface_base.h"
 
 #include <atomic>
 #include <chrono>
@@ -206,6 +207,19 @@ TEST_F(Acquisition, StalledStreamRestartsTheMovingAverageRing) {
     vsensor::set_faults(0, vsensor::kFaultStreamStall);
     EXPECT_EQ(read(out, 4, 3), lu_ec_fw_recv_timeout);
     EXPECT_FALSE(g_FMA_Buffered);
+}
+
+// A new device object zeroes the slots: a buffered ring then averages its
+// one new frame with empty slots, not with the frames of the last one.
+TEST_F(Acquisition, NewDeviceObjectEmptiesTheMovingAverageRing) {
+    set_frame_moving_average(true);
+    vsensor::set_constant_frame(0, 100);
+    std::vector<double> out;
+    EXPECT_EQ(read(out, 2, 3), lu_ec_success);
+    oru_device_interface_base fresh(0);  // its destructor closes sensor 0 at the end
+    vsensor::set_constant_frame(0, 300);
+    EXPECT_EQ(read(out, 2, 3), lu_ec_success);
+    EXPECT_TRUE(all_equal(out, 150.0));
 }
 
 // ---- running sums ----

@@ -91,18 +91,25 @@ TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
     EXPECT_EQ(again.text(), "Sensor is disconnected.\n");
 }
 
-TEST_F(ApiConnect, LogOffPrintsNothing) {
-    reset_log_sink();
-    setenv("ORU_DEVICE_LOG", "off", 1);
+// ORU_DEVICE_LOG=off prints nothing, =stderr sends every line there.
+TEST_F(ApiConnect, LogOffPrintsNothingAndLogStderrMovesEveryLine) {
     add_sensors(1);
-    testing::internal::CaptureStderr();
-    StdoutCapture out;
-    EXPECT_EQ(duConnect(), 1);
-    EXPECT_EQ(duGetFilterData(nullptr, 1), -lu_ec_filter_buffer_is_null);
-    EXPECT_EQ(duDisconnect(), 1);
-    unsetenv("ORU_DEVICE_LOG");
-    EXPECT_EQ(out.text(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    for (const char* mode : {"off", "stderr"}) {
+        reset_log_sink();
+        setenv("ORU_DEVICE_LOG", mode, 1);
+        testing::internal::CaptureStderr();
+        StdoutCapture out;
+        EXPECT_EQ(duConnect(), 1);
+        EXPECT_EQ(duGetFilterData(nullptr, 1), -lu_ec_filter_buffer_is_null);
+        EXPECT_EQ(duDisconnect(), 1);
+        unsetenv("ORU_DEVICE_LOG");
+        EXPECT_EQ(out.text(), "");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(mode) == "off"
+                                                              ? ""
+                                                              : kBringUpLines + total_line(1) +
+                                                                    api_exception_line(lu_ec_filter_buffer_is_null) +
+                                                                    "Sensor is disconnected.\n");
+    }
     reset_log_sink();
 }
 

@@ -66,6 +66,7 @@ TEST_F(BringUp, TwoSensorsShareTheEventThreadStartedBySensorZero) {
     EXPECT_EQ(asyncTransferInitialized, 1);
     EXPECT_EQ(allocTransferBulkMap.size(), 256u);
     EXPECT_EQ(bring_up_index(1), lu_ec_success);
+    EXPECT_EQ(bring_up_index(1), lu_ec_success) << "a second bring-up adds no transfer";
     EXPECT_EQ(usbEventLoop_thread.get_id(), first) << "started once";
     EXPECT_TRUE(allocTransferBulkMap.at(0));
     EXPECT_TRUE(allocTransferBulkMap.at(1));

@@ -1,6 +1,7 @@
 // The per-sensor device object: its table of virtual operations, initial
 // state, guards, exposure handling, conversions and filter-data operations.
 #include "api_test_support.h"
+#include "usb_fixture.h"
 
 #include "efm32com/oru_device_interface_ae.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
@@ -96,6 +97,19 @@ TEST_F(DeviceObject, GuardedOperationsNeedInitialisation) {
 TEST_F(DeviceObject, InitializeSetsShutterSpeedOneThenTheLastValueSetIsKept) {
     Base& device = up();
     EXPECT_TRUE(device.is_initialized(0));
+    // After the bring-up, blank time 33 and shutter speed 1 with read-back and settling.
+    const std::string last_write = usbtest::Wire()
+                                       .cmd_then_pause(34, 0, 5)
+                                       .cmd_then_pause(33, 33, 5)
+                                       .cmd_then_pause(37, 0, 5)
+                                       .cmd_then_pause(5, 1, 5)
+                                       .cmd_then_pause(36, 0, 5)
+                                       .cmd_then_pause(4, 0, 5)
+                                       .pause_ms(33)
+                                       .str();
+    const std::string wire = vsensor::transcript(0);
+    ASSERT_GE(wire.size(), last_write.size());
+    EXPECT_EQ(wire.substr(wire.size() - last_write.size()), last_write) << wire;
     EXPECT_EQ(vsensor::shutter_speed(0), 1);
     bool sensor_ok = false, controller_ok = false;
     device.test_device(sensor_ok, controller_ok, 0);
@@ -108,6 +122,16 @@ TEST_F(DeviceObject, InitializeSetsShutterSpeedOneThenTheLastValueSetIsKept) {
     // Not read back from the device.
     vsensor::set_register_value(0, 5, 7);
     EXPECT_EQ(device.get_shutter_speed(0), 300);
+}
+
+TEST_F(DeviceObject, AdcSettingsNeedEveryOutput) {
+    Base& device = up();
+    unsigned char value = 0;
+    for (int missing = 0; missing < 3; ++missing) {
+        unsigned char* out[3] = {&value, &value, &value};
+        out[missing] = nullptr;
+        expect_code(lu_ec_memory_is_null, [&] { device.get_adcsettings(out[0], out[1], out[2], 0); });
+    }
 }
 
 TEST_F(DeviceObject, AcquisitionConditionsAreStoredAndApplied) {

@@ -79,6 +79,16 @@ TEST_F(Facade, OnboardOperationsReturnTheCaughtCodePositive) {
     EXPECT_EQ(facade.get_poi_filter_data(poi, 2, background, 0), 1);
 }
 
+TEST_F(Facade, BlankTimeIsWrittenAndReadBackFromTheSensor) {
+    add_sensors(1);
+    oru_device_interface facade;
+    initialize(facade, 0);
+    facade.set_blank_time(300, 0);
+    EXPECT_EQ(vsensor::register_value(0, 34) * 256 + vsensor::register_value(0, 33), 300);
+    vsensor::set_register_value(0, 33, 45);  // the value comes from the sensor
+    EXPECT_EQ(facade.get_blank_time(0), 301);
+}
+
 // The LED operations answer 1 for a success (the device object's true), on
 // the sensor's LED module and on the driver; intensity 0 on the driver turns
 // every LED off.

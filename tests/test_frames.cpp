@@ -169,4 +169,11 @@ TEST_F(Streaming, ControlModeReadQueuesTheRequestedFramesAndStopsWhenAsked) {
     EXPECT_EQ(queued_frames(), 3u);
     EXPECT_EQ(usbtest::setups(), std::vector<std::string>(3, usbtest::setup(0, 0xA1, 2, 132, 1, 2048, 2000)));
     EXPECT_EQ(vsensor::total_pause_us(), 3u * 30000u);
+    // A read that fails gives a zero frame, not the last one again.
+    begin_frame_request(0, 1, 1);
+    vsensor::set_faults(0, vsensor::kFaultControlTimeout);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(acquire_frame_data_control(2, 0), 1);
+    testing::internal::GetCapturedStdout();
+    for (int j : {0, 1, 1023}) EXPECT_EQ(kept_value(0, j), 0.0) << j;
 }

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <functional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -82,4 +83,15 @@ TEST(DecodeSensorId, Table) {
                   std::vector<short>({c.lot_id, c.wafer_id, c.x_coord, c.y_coord}))
             << c.text;
     }
+}
+
+// asctime of the local time now: 24 characters and a newline, the same from
+// all three.
+TEST(TimeStamp, AsctimeTextOfNow) {
+    const std::string stamp = U::get_time_stamp();
+    EXPECT_TRUE(std::regex_match(stamp, std::regex("(Sun|Mon|Tue|Wed|Thu|Fri|Sat) [A-Z][a-z]{2} [ 1-3][0-9] "
+                                                   "[0-2][0-9]:[0-5][0-9]:[0-6][0-9] [0-9]{4}\n")))
+        << stamp;
+    EXPECT_EQ(U::get_time_stamp_simple().substr(0, 10), stamp.substr(0, 10));
+    EXPECT_EQ(U::get_time_stamp_complex().substr(0, 10), stamp.substr(0, 10));
 }
