@@ -116,6 +116,8 @@ int connect_nth_device(libusb_device** pList, unsigned int iDeviceId) {
     if (pHandle == nullptr) return 0;
 
     libusb_device_handle* pStored = store_handle(iKey, pHandle);
+    // The index keeps the live handle it had; the one just opened would leak.
+    if (pStored != pHandle) libusb_close(pHandle);
     if (pStored != nullptr) {
         oru_log(kLogNormal, "[Info] Reading first configuration descriptor:\n");
         int nInterfaces = 0;
