@@ -38,6 +38,18 @@ UMockdevIoctlData* resolve_arg(UMockdevIoctlClient* client, size_t size) {
     return data;
 }
 
+namespace {
+
+// Like usbfs, the first use of an interface claims it for that file, and
+// another file's claim refuses it.
+int claim_on_use(Device& d, const void* client) {
+    if (d.claimed_by && d.claimed_by != client) return EBUSY;
+    d.claimed_by = client;
+    return 0;
+}
+
+}  // namespace
+
 long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
     Device& d = *m_device;
     Urb u;
@@ -61,13 +73,7 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
         if (error) g_error_free(error);
         if (!u.buffer) e = EFAULT;
     }
-    if (!e && bulk_in) {
-        // Like usbfs, the first use of an interface claims it for that file.
-        if (d.claimed_by && d.claimed_by != client)
-            e = EBUSY;
-        else
-            d.claimed_by = client;
-    }
+    if (!e && bulk_in) e = claim_on_use(d, client);
     if (e) {
         drop(u);
         return fail(err, e);
@@ -81,12 +87,7 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, int* err) {
         if (to_interface) {
             // usbfs checks interface requests against the claims: another
             // file's claim refuses them, and none yet claims it for this file.
-            if (d.configuration == 0)
-                e = EHOSTUNREACH;
-            else if (d.claimed_by && d.claimed_by != client)
-                e = EBUSY;
-            else
-                d.claimed_by = client;
+            e = d.configuration == 0 ? EHOSTUNREACH : claim_on_use(d, client);
         }
         if (e) {
             drop(u);
