@@ -67,14 +67,15 @@ bool ReadingSource::lost(const SourceSensor& sensor) const {
 bool ReadingSource::stopping() const { return stop_signal() != 0 || std::chrono::steady_clock::now() >= m_deadline; }
 
 int ReadingSource::read(std::size_t which, Measurement& m) {
-    const int result = read_once(which, m);
-    if (result >= 0 || !m_recover) return result;
-    if (!lost(m_sensors[which])) return result;
-    double away = 0.0;
-    if (const int r = wait_and_reopen(which, &away); r != 0) return r;
-    const int again = read_once(which, m);
-    m.gap = away;
-    return again;
+    double away = 0.0;  // over every time it went, should it go again at once
+    for (;;) {
+        const int result = read_once(which, m);
+        m.gap = away;
+        if (result >= 0 || !m_recover || !lost(m_sensors[which])) return result;
+        double this_time = 0.0;
+        if (const int r = wait_and_reopen(which, &this_time); r != 0) return r;
+        away += this_time;
+    }
 }
 
 // Waits for the sensor's ID to come back on the bus, reopens it under its
