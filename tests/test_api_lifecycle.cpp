@@ -112,17 +112,6 @@ TEST_F(ApiLifecycle, OneAndTwoSensorsThreeTimesOver) {
     }
 }
 
-TEST_F(ApiLifecycle, DisconnectStopsTheSensors) {
-    connect(2);
-    vsensor::clear_events();
-    {
-        StdoutCapture out;
-        ASSERT_EQ(duDisconnect(), 1);
-    }
-    EXPECT_NE(find_item(transcript_items(0), "cmd 3 value 1"), -1) << vsensor::transcript(0);
-    EXPECT_NE(find_item(transcript_items(1), "cmd 3 value 1"), -1) << vsensor::transcript(1);
-}
-
 // After a disconnect (as before any connect) every call that needs a sensor
 // reports the missing device object and writes nothing.
 TEST_F(ApiLifecycle, WithoutSensorEveryCallReportsAMissingDevice) {

@@ -1,5 +1,5 @@
-// The per-sensor device object: its table of virtual operations, initial
-// state, guards, exposure handling, conversions and filter-data operations.
+// The per-sensor device object: its initial state, guards, exposure
+// handling, conversions and filter-data operations.
 #include "api_test_support.h"
 #include "usb_fixture.h"
 
@@ -7,8 +7,6 @@
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "oru_device_interface_base.h"
 
-#include <cstddef>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -16,25 +14,6 @@
 namespace {
 
 using Base = oru_device_interface_base;
-
-// Position of a virtual operation in the table, from its member-pointer form
-// (Itanium C++ ABI; ARM keeps the virtual flag in the adjustment instead).
-template <typename Pmf>
-long vtable_slot(Pmf pmf) {
-    struct Rep {
-        std::ptrdiff_t ptr;
-        std::ptrdiff_t adj;
-    } rep;
-    static_assert(sizeof(Pmf) == sizeof(Rep), "unexpected member pointer size");
-    std::memcpy(&rep, &pmf, sizeof rep);
-#if defined(__arm__) || defined(__aarch64__)
-    if ((rep.adj & 1) == 0) return -1;
-    return static_cast<long>(rep.ptr / static_cast<std::ptrdiff_t>(sizeof(void*)));
-#else
-    if ((rep.ptr & 1) == 0) return -1;
-    return static_cast<long>((rep.ptr - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
-#endif
-}
 
 class DeviceObject : public VirtualBusTest {
 protected:

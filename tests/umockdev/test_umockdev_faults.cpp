@@ -6,8 +6,11 @@
 #include <thread>
 #include <vector>
 
+#include <libusb.h>
+
 #include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "isolation_cases.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
 #include "umock_bus.h"
@@ -19,35 +22,15 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(10);
 
-struct FaultCase {
-    const char* what;
-    unsigned faults;
-    bool unplug;
-    bool replug;
-    int state;  // of sensor 1 once its reads failed
-    int timeout_ms;  // of those reads
-};
-void PrintTo(const FaultCase& c, std::ostream* os) { *os << c.what; }
+bool state_becomes(int index, int state) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (duGetSensorState(index) != state && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return duGetSensorState(index) == state;
+}
 
-class RealUsbFaultIsolation : public RealUsbTest, public testing::WithParamInterface<FaultCase> {
+class RealUsbFaultIsolation : public RealUsbTest, public testing::WithParamInterface<IsolationCase> {
 protected:
-    // Reads `readings` readings of 5 frames from sensor `index`'s stream:
-    // consecutive, none dropped, each frame's value its own number.
-    static testing::AssertionResult streams_without_gap(int index, uint64_t* next, int readings) {
-        std::vector<double> output(1024);
-        for (int i = 0; i < readings; ++i) {
-            duFrameStreamInfo info{};
-            const int result = duReadFrameStreamOf(index, output.data(), 5, 5000, &info);
-            if (result != 1) return testing::AssertionFailure() << "sensor " << index << " read gave " << result;
-            if (info.first_sequence != *next || info.dropped_frames != 0)
-                return testing::AssertionFailure() << "sensor " << index << " gap: expected " << *next << ", got "
-                                                   << info.first_sequence << ", dropped " << info.dropped_frames;
-            if (output[0] != (info.first_sequence + info.last_sequence) / 2.0)
-                return testing::AssertionFailure() << "sensor " << index << " frames out of order";
-            *next = info.last_sequence + 1;
-        }
-        return testing::AssertionSuccess();
-    }
     static int start_stream(int index) {
         duActivateSensorWithIndex(index);
         return quietly([] { return duStartFrameStream(); });
@@ -64,7 +47,7 @@ protected:
 };
 
 TEST_P(RealUsbFaultIsolation, OtherSensorsKeepStreamingWithoutAGapAndTheSensorComesBack) {
-    const FaultCase& c = GetParam();
+    const IsolationCase& c = GetParam();
     plug_sensors(3);
     ASSERT_EQ(connect(), 3);
     set_realtime(true);  // one frame a period: the rings hold 2 s of them
@@ -107,6 +90,9 @@ TEST_P(RealUsbFaultIsolation, OtherSensorsKeepStreamingWithoutAGapAndTheSensorCo
     EXPECT_EQ(duGetSensorState(2), 1);
     if (c.unplug && !c.replug) {
         EXPECT_EQ(duGetSensorState(1), 3);
+        // The tear-down does not wait on the sensor that is gone, and closes its files.
+        EXPECT_EQ(quietly([this] { return disconnect(); }), 1);
+        EXPECT_TRUE(files_closed(1));
         return;
     }
     ASSERT_EQ(back, 1);
@@ -115,11 +101,25 @@ TEST_P(RealUsbFaultIsolation, OtherSensorsKeepStreamingWithoutAGapAndTheSensorCo
     EXPECT_TRUE(streams_without_gap(1, &next[1], 20));
 }
 
-INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, RealUsbFaultIsolation,
-                         testing::Values(FaultCase{"stall", vsensor::kFaultStreamStall, false, false, 1, 100},
-                                         FaultCase{"bulk_error", vsensor::kFaultBulkError, false, false, 2, 60000},
-                                         FaultCase{"unplug", vsensor::kFaultNone, true, false, 3, 60000},
-                                         FaultCase{"unplug_and_replug", vsensor::kFaultNone, true, true, 3, 60000}),
-                         [](const testing::TestParamInfo<FaultCase>& info) { return std::string(info.param.what); });
+INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, RealUsbFaultIsolation, isolation_cases(), isolation_case_name);
+
+// A sensor whose transfer already failed has none pending: only libusb's
+// hotplug path, fed by the "remove" uevent, can tell that it was pulled out.
+TEST_F(RealUsbTest, UnplugOfASensorWithNoTransferPendingIsSeenThroughHotplug) {
+    ASSERT_TRUE(libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG));
+    plug_sensors(2);
+    ASSERT_EQ(connect(), 2);
+    testing::internal::CaptureStderr();
+    vsensor::set_faults(0, vsensor::kFaultBulkError);
+    duActivateSensorWithIndex(0);
+    EXPECT_EQ(quietly([] { return duStartFrameStream(); }), 1);
+    const bool failed = state_becomes(0, 2);
+    unplug(0);
+    const bool removed = state_becomes(0, 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "bulk data transfer status 1?\n");
+    ASSERT_TRUE(failed) << duGetSensorState(0);
+    EXPECT_TRUE(removed) << "no hotplug removal: state " << duGetSensorState(0);
+    EXPECT_EQ(duGetSensorState(1), 1);
+}
 
 }  // namespace
