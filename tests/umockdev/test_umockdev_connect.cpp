@@ -98,48 +98,28 @@ TEST_F(RealUsbConnect, OneSensorIsFoundClaimedAndBroughtUpByteForByte) {
     EXPECT_EQ(position(life, "dev0 detach_and_claim 0", 2), -1);
 }
 
-TEST_F(RealUsbConnect, TwoSensorsComeUpInBusOrderEachWithItsOwnHandle) {
-    plug_sensors(2);
-    EXPECT_EQ(connect(), 2);
-    EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
-    EXPECT_TRUE(vsensor::is_claimed(0));
-    EXPECT_TRUE(vsensor::is_claimed(1));
-
-    EXPECT_TRUE(starts_with_bring_up(0)) << wire_from_first_request(0);
-    EXPECT_TRUE(starts_with_bring_up(1)) << wire_from_first_request(1);
-
-    EXPECT_EQ(quietly([] { return duActivateSensorWithIndex(1); }), 1);
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(1));
-    EXPECT_EQ(quietly([] { return duActivateSensorWithID(default_sensor_id(0).c_str()); }), 0) << "its index";
-    EXPECT_EQ(active_sensor_id(), default_sensor_id(0));
-}
-
-TEST_F(RealUsbConnect, DisconnectReleasesAndClosesEveryFile) {
+// Two sensors in bus order, each with its own handle; the disconnect releases
+// and closes every file, so the next connect finds the interfaces free
+// (usbfs refuses a claim while an old file still holds one).
+TEST_F(RealUsbConnect, TwoSensorsComeUpAreReleasedAndClaimedAgain) {
     plug_sensors(2);
     ASSERT_EQ(connect(), 2);
+    EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
     vsensor::clear_events();
     testing::internal::CaptureStdout();
     const int result = disconnect();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Sensor is disconnected.\n");
     EXPECT_EQ(result, 1);
+    EXPECT_FALSE(usb_event_loop_running());
     for (int dev = 0; dev < 2; ++dev) {
+        const std::string prefix = "dev" + std::to_string(dev) + " ";
         EXPECT_TRUE(files_closed(dev)) << "sensor " << dev << ": a file is still open";
         EXPECT_FALSE(vsensor::is_claimed(dev)) << "sensor " << dev;
-        const std::vector<std::string> life = transcript_items(dev, true);
-        const std::string prefix = "dev" + std::to_string(dev) + " ";
-        EXPECT_GE(position(life, prefix + "release 0"), 0) << "sensor " << dev;
-        EXPECT_GE(position(life, prefix + "close"), 0) << "sensor " << dev;
+        EXPECT_GE(position(transcript_items(dev, true), prefix + "release 0"), 0) << "sensor " << dev;
+        EXPECT_GE(position(transcript_items(dev, true), prefix + "close"), 0) << "sensor " << dev;
     }
-    EXPECT_FALSE(usb_event_loop_running());
-}
-
-TEST_F(RealUsbConnect, ReconnectClaimsAgainAndStreams) {
-    plug_sensors(2);
-    ASSERT_EQ(connect(), 2);
-    ASSERT_EQ(quietly([this] { return disconnect(); }), 1);
 
     vsensor::clear_events();
-    // usbfs refuses a claim while an old file still holds the interface.
     ASSERT_EQ(connect(), 2) << connect_output();
     for (int dev = 0; dev < 2; ++dev) {
         const std::vector<std::string> life = transcript_items(dev, true);
@@ -148,10 +128,9 @@ TEST_F(RealUsbConnect, ReconnectClaimsAgainAndStreams) {
         ASSERT_GE(opened, 0) << "sensor " << dev;
         EXPECT_EQ(position(life, prefix + "detach_and_claim 0"), opened + 1)
             << "sensor " << dev << " claims right after its open";
-        EXPECT_TRUE(starts_with_bring_up(dev)) << "sensor " << dev;
+        EXPECT_TRUE(vsensor::is_claimed(dev)) << "sensor " << dev;
+        EXPECT_TRUE(starts_with_bring_up(dev)) << wire_from_first_request(dev);
     }
-    EXPECT_EQ(sensor_list(), (std::vector<std::string>{default_sensor_id(0), default_sensor_id(1)}));
-
     vsensor::set_constant_frame(0, 1234);
     vsensor::set_constant_frame(1, 2345);
     std::vector<double> data(1024, 0.0), data1(1024, 0.0);
@@ -174,7 +153,6 @@ TEST_F(RealUsbConnect, InterfaceHeldByAnotherProgramLeavesTheSensorUnusable) {
     ASSERT_EQ(libusb_claim_interface(holder, 0), 0);
 
     EXPECT_EQ(connect(), 1) << "a failed claim still counts as found";
-    const std::vector<std::string> life = transcript_items(0, true);
     bool busy = false;
     for (const vsensor::Event& e : vsensor::events())
         busy = busy || (e.dev == 0 && e.what == "detach_and_claim 0" && e.status == LIBUSB_ERROR_BUSY);
