@@ -1,8 +1,13 @@
-// Injected faults, one device at a time.
+// Unplug, replug and the timed fault schedule as a libusb client sees them.
+// What the library makes of each fault (stall, bulk error, unplug, unplug at
+// start of streaming, replug and reconnect) is proven end to end by
+// tests/test_faults.cpp on this bus; here are the sim-side details it does not
+// see.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "vsensor_test_util.h"
@@ -11,95 +16,19 @@ using namespace vsensor_test;
 
 namespace {
 
-class Faults : public TwoSensors {};
-
-// Open, descriptor, claim, no-echo and control time-out faults are proven
-// through the library (tests/test_faults.cpp), which sees each of them; the
-// transfer faults below have sim-side details the library does not show.
-TEST_F(Faults, StreamStallNeverCompletesButCanBeCancelled) {
-    vsensor::set_faults(0, vsensor::kFaultStreamStall);
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    libusb_transfer* t = submit(h);
-    out(h, 70, 0, 1);
-    handle();
-    EXPECT_EQ(status, -1);
-    EXPECT_EQ(vsensor::frames_sent(0), 0u);
-    libusb_cancel_transfer(t);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_CANCELLED);
-    // Clearing the fault lets the stream flow again.
-    vsensor::set_faults(0, vsensor::kFaultNone);
-    status = -1;
-    ASSERT_EQ(libusb_submit_transfer(t), 0);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_COMPLETED);
-    libusb_free_transfer(t);
-    libusb_close(h);
-}
-
-TEST_F(Faults, BulkErrorFailsTheNextCompletionOnly) {
-    vsensor::set_faults(0, vsensor::kFaultBulkError);
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    libusb_transfer* t = submit(h);
-    handle(1000);
-    EXPECT_EQ(status, -1);  // nothing before streaming starts
-    out(h, 70, 0, 1);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_ERROR);
-    EXPECT_EQ(t->actual_length, 0);
-    ASSERT_EQ(libusb_submit_transfer(t), 0);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_COMPLETED);
-    EXPECT_EQ(vsensor::frames_sent(0), 1u);
-    libusb_free_transfer(t);
-    libusb_close(h);
-}
-
-TEST_F(Faults, UnplugCompletesThePendingTransferAndFailsLaterOnes) {
-    libusb_device_handle* h = open_nth(0);
-    ASSERT_NE(h, nullptr);
-    libusb_transfer* t = submit(h);
-    vsensor::unplug(0);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_NO_DEVICE);
-    EXPECT_EQ(libusb_submit_transfer(t), LIBUSB_ERROR_NO_DEVICE);
-    EXPECT_EQ(cmd(h, 5, 1), LIBUSB_ERROR_NO_DEVICE);
-    EXPECT_EQ(libusb_claim_interface(h, 0), LIBUSB_ERROR_NO_DEVICE);
-    int got = 0;
-    EXPECT_EQ(libusb_bulk_transfer(h, 0x81, buf, 2048, &got, 0), LIBUSB_ERROR_NO_DEVICE);
-    libusb_free_transfer(t);
-    libusb_close(h);
-}
-
-TEST_F(Faults, UnplugOnStreamVanishesAtStartStreaming) {
-    vsensor::set_faults(1, vsensor::kFaultUnplugOnStream);
-    libusb_device_handle* h = open_nth(1);
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(cmd(h, 5, 1), 1);
-    libusb_transfer* t = submit(h);
-    out(h, 70, 0, 1);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_NO_DEVICE);
-    EXPECT_FALSE(vsensor::streaming(1));
-    EXPECT_EQ(vsensor::transcript(1, true).find("dev1 unplug") != std::string::npos, true);
-    libusb_free_transfer(t);
-    libusb_close(h);
-}
-
-// ---- hotplug, replug and the timed schedule ----------------------------------
+constexpr int kBoth = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
+constexpr int kAny = LIBUSB_HOTPLUG_MATCH_ANY;
 
 // The device is only valid during the callback: what the tests need of it is
 // taken there.
 struct Seen {
     libusb_device* device;
-    libusb_hotplug_event event;
+    int address;
     std::thread::id thread;
-    int port, address;
 };
 
 struct Recorder {
+    std::string text;  // "L1 A1": event and bus position of each event seen
     std::vector<Seen> seen;
     int answer = 0;  // what the callback returns
     bool deregister_inside = false;
@@ -107,156 +36,99 @@ struct Recorder {
 
     static int LIBUSB_CALL callback(libusb_context* ctx, libusb_device* d, libusb_hotplug_event e, void* user) {
         auto* r = static_cast<Recorder*>(user);
-        r->seen.push_back({d, e, std::this_thread::get_id(), libusb_get_port_number(d), libusb_get_device_address(d)});
+        r->text += std::string(r->text.empty() ? "" : " ") + (e == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? "L" : "A") +
+                   std::to_string(libusb_get_port_number(d) - 1);
+        r->seen.push_back({d, libusb_get_device_address(d), std::this_thread::get_id()});
         if (r->deregister_inside) libusb_hotplug_deregister_callback(ctx, r->handle);
         return r->answer;
     }
-    int subscribe(int flags = 0, int vid = LIBUSB_HOTPLUG_MATCH_ANY, int pid = LIBUSB_HOTPLUG_MATCH_ANY,
-                  int cls = LIBUSB_HOTPLUG_MATCH_ANY,
-                  int events = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT) {
+    int subscribe(int flags = 0, int vid = kAny, int pid = kAny, int cls = kAny, int events = kBoth) {
         return libusb_hotplug_register_callback(nullptr, events, flags, vid, pid, cls, &Recorder::callback, this,
                                                 &handle);
     }
-    // "L1 A1": event and bus position of each event seen.
-    std::string text() const {
-        std::string s;
-        for (const Seen& e : seen)
-            s += std::string(s.empty() ? "" : " ") + (e.event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? "L" : "A") +
-                 std::to_string(e.port - 1);
-        return s;
-    }
 };
 
-struct FilterCase {
+struct HotplugCase {
     const char* name;
-    int vid, pid, cls, events;
-    const char* expected;  // after unplug(1) and replug(1)
+    int flags, vid, pid, cls, events, answer;
+    bool deregister_inside;
+    const char* at_register;  // seen before register returns
+    const char* after;  // seen after unplug(1) twice and replug(1)
 };
 
-void PrintTo(const FilterCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const HotplugCase& c, std::ostream* os) { *os << c.name; }
 
-class HotplugFilter : public Faults, public ::testing::WithParamInterface<FilterCase> {};
+class Hotplug : public TwoSensors, public ::testing::WithParamInterface<HotplugCase> {};
 
-TEST_P(HotplugFilter, EventsArriveInsideEventHandlingWithTheirDevice) {
-    const FilterCase& c = GetParam();
+TEST_P(Hotplug, EventsArriveInsideEventHandlingWithTheirDevice) {
+    const HotplugCase& c = GetParam();
     ASSERT_EQ(libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG), 1);
     libusb_device** list = nullptr;
     ASSERT_EQ(libusb_get_device_list(nullptr, &list), 2);
     libusb_device* old = list[1];
-    Recorder r;
-    ASSERT_EQ(r.subscribe(0, c.vid, c.pid, c.cls, c.events), 0);
+    Recorder r{"", {}, c.answer, c.deregister_inside};
+    ASSERT_EQ(r.subscribe(c.flags, c.vid, c.pid, c.cls, c.events), 0);
+    EXPECT_EQ(libusb_hotplug_get_user_data(nullptr, r.handle), c.answer && c.flags ? nullptr : &r);
+    EXPECT_EQ(r.text, c.at_register);
+    const size_t enumerated = r.seen.size();
     vsensor::unplug(1);
     vsensor::unplug(1);  // a second unplug announces nothing
     vsensor::replug(1);
-    EXPECT_TRUE(r.seen.empty());  // never on the unplugging thread
+    EXPECT_EQ(r.seen.size(), enumerated);  // never on the unplugging thread
     handle(1000);
-    EXPECT_EQ(r.text(), c.expected);
-    for (const Seen& e : r.seen) {
-        EXPECT_EQ(e.thread, std::this_thread::get_id());
-        EXPECT_EQ(e.device == old, e.event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
-        EXPECT_EQ(e.address == libusb_get_device_address(old), e.event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
+    EXPECT_EQ(r.text, c.after);
+    for (size_t i = enumerated; i < r.seen.size(); ++i) {
+        const bool left = r.text[3 * i] == 'L';
+        EXPECT_EQ(r.seen[i].thread, std::this_thread::get_id());
+        EXPECT_EQ(r.seen[i].device == old, left);
+        EXPECT_EQ(r.seen[i].address == libusb_get_device_address(old), left);
     }
     libusb_free_device_list(list, 1);
     handle(1000);
-    EXPECT_EQ(r.text(), c.expected);  // nothing twice
+    EXPECT_EQ(r.text, c.after);  // nothing twice
     libusb_hotplug_deregister_callback(nullptr, r.handle);
+    EXPECT_EQ(libusb_hotplug_get_user_data(nullptr, r.handle), nullptr);
 }
 
-constexpr int kBoth = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
-constexpr int kAny = LIBUSB_HOTPLUG_MATCH_ANY;
+constexpr int kLeft = LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, kArrived = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
+constexpr int kEnum = LIBUSB_HOTPLUG_ENUMERATE;
 INSTANTIATE_TEST_SUITE_P(
-    Hotplug, HotplugFilter,
-    ::testing::Values(FilterCase{"any", kAny, kAny, kAny, kBoth, "L1 A1"},
-                      FilterCase{"ids", 0x0483, 0x5740, 0, kBoth, "L1 A1"},
-                      FilterCase{"left", 0x0483, kAny, kAny, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, "L1"},
-                      FilterCase{"arrived", kAny, 0x5740, kAny, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, "A1"},
-                      FilterCase{"vendor", 0x0484, kAny, kAny, kBoth, ""},
-                      FilterCase{"product", kAny, 0x5741, kAny, kBoth, ""},
-                      FilterCase{"class", kAny, kAny, 0xFF, kBoth, ""}),
+    Hotplug, Hotplug,
+    ::testing::Values(HotplugCase{"any", 0, kAny, kAny, kAny, kBoth, 0, false, "", "L1 A1"},
+                      HotplugCase{"ids", 0, 0x0483, 0x5740, 0, kBoth, 0, false, "", "L1 A1"},
+                      HotplugCase{"left", 0, 0x0483, kAny, kAny, kLeft, 0, false, "", "L1"},
+                      HotplugCase{"arrived", 0, kAny, 0x5740, kAny, kArrived, 0, false, "", "A1"},
+                      HotplugCase{"vendor", 0, 0x0484, kAny, kAny, kBoth, 0, false, "", ""},
+                      HotplugCase{"product", 0, kAny, 0x5741, kAny, kBoth, 0, false, "", ""},
+                      HotplugCase{"class", 0, kAny, kAny, 0xFF, kBoth, 0, false, "", ""},
+                      HotplugCase{"enumerate", kEnum, kAny, kAny, kAny, kBoth, 0, false, "A0 A1", "A0 A1 L1 A1"},
+                      HotplugCase{"answer_one", 0, kAny, kAny, kAny, kBoth, 1, false, "", "L1"},
+                      HotplugCase{"answer_one_enumerating", kEnum, kAny, kAny, kAny, kBoth, 1, false, "A0", "A0"},
+                      HotplugCase{"deregister_inside", 0, kAny, kAny, kAny, kBoth, 0, true, "", "L1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-struct RegisterCase {
-    const char* name;
-    int flags, answer;
-    bool deregister_inside;
-    const char* at_register;  // seen before register returns
-    const char* after;  // seen after unplug(0), replug(0), unplug(1)
-};
-
-void PrintTo(const RegisterCase& c, std::ostream* os) { *os << c.name; }
-
-class HotplugRegister : public Faults, public ::testing::WithParamInterface<RegisterCase> {};
-
-TEST_P(HotplugRegister, EnumerationAndDeregistration) {
-    const RegisterCase& c = GetParam();
-    Recorder r;
-    r.answer = c.answer;
-    r.deregister_inside = c.deregister_inside;
-    ASSERT_EQ(r.subscribe(c.flags), 0);
-    EXPECT_EQ(r.text(), c.at_register);
-    vsensor::unplug(0);
-    vsensor::replug(0);
-    vsensor::unplug(1);
-    handle(1000);
-    EXPECT_EQ(r.text(), c.after);
-    libusb_hotplug_deregister_callback(nullptr, r.handle);
+TEST_F(TwoSensors, HotplugRegistrationChecksItsArguments) {
+    // events, vendor, class, callback
+    const int bad[][4] = {
+        {0, kAny, kAny, 1}, {kBoth, 0x10000, kAny, 1}, {kBoth, kAny, 0x100, 1}, {kBoth, kAny, kAny, 0}};
+    for (const auto& b : bad)
+        EXPECT_EQ(libusb_hotplug_register_callback(nullptr, b[0], 0, b[1], kAny, b[2],
+                                                   b[3] ? &Recorder::callback : nullptr, nullptr, nullptr),
+                  LIBUSB_ERROR_INVALID_PARAM);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Hotplug, HotplugRegister,
-    ::testing::Values(RegisterCase{"plain", 0, 0, false, "", "L0 A0 L1"},
-                      RegisterCase{"enumerate", LIBUSB_HOTPLUG_ENUMERATE, 0, false, "A0 A1", "A0 A1 L0 A0 L1"},
-                      RegisterCase{"answer_one", 0, 1, false, "", "L0"},
-                      RegisterCase{"answer_one_enumerating", LIBUSB_HOTPLUG_ENUMERATE, 1, false, "A0", "A0"},
-                      RegisterCase{"deregister_inside", 0, 0, true, "", "L0"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(Faults, HotplugRegistrationChecksItsArguments) {
-    const auto cb = &Recorder::callback;
-    EXPECT_EQ(libusb_hotplug_register_callback(nullptr, 0, 0, kAny, kAny, kAny, cb, nullptr, nullptr),
-              LIBUSB_ERROR_INVALID_PARAM);
-    EXPECT_EQ(libusb_hotplug_register_callback(nullptr, kBoth, 0, 0x10000, kAny, kAny, cb, nullptr, nullptr),
-              LIBUSB_ERROR_INVALID_PARAM);
-    EXPECT_EQ(libusb_hotplug_register_callback(nullptr, kBoth, 0, kAny, kAny, 0x100, cb, nullptr, nullptr),
-              LIBUSB_ERROR_INVALID_PARAM);
-    EXPECT_EQ(libusb_hotplug_register_callback(nullptr, kBoth, 0, kAny, kAny, kAny, nullptr, nullptr, nullptr),
-              LIBUSB_ERROR_INVALID_PARAM);
-    int tag = 0;
-    libusb_hotplug_callback_handle h = 0;
-    ASSERT_EQ(libusb_hotplug_register_callback(nullptr, kBoth, 0, kAny, kAny, kAny, cb, &tag, &h), 0);
-    EXPECT_EQ(libusb_hotplug_get_user_data(nullptr, h), &tag);
-    libusb_hotplug_deregister_callback(nullptr, h);
-    EXPECT_EQ(libusb_hotplug_get_user_data(nullptr, h), nullptr);
-}
-
-TEST_F(Faults, ReplugGivesAFreshDeviceThatOpensAndStreams) {
+TEST_F(TwoSensors, ReplugIsAFreshPowerUpOfTheSameSensor) {
     vsensor::set_faults(1, vsensor::kFaultClaim);
     libusb_device_handle* old = open_nth(1);
     ASSERT_NE(old, nullptr);
-    unsigned char id_before[5] = {}, id_after[5] = {};
-    ASSERT_EQ(libusb_control_transfer(old, 0xA1, 1, 0, 0, id_before, 5, 1000), 5);
     EXPECT_EQ(cmd(old, 54, 7), 7);
-    const uint8_t old_address = libusb_get_device_address(libusb_get_device(old));
-    vsensor::replug(1);
+    vsensor::replug(1);  // goes and comes back at once
     EXPECT_EQ(cmd(old, 54, 7), LIBUSB_ERROR_NO_DEVICE);
-    EXPECT_FALSE(vsensor::is_open(1));  // the test API sees the new device
     libusb_device_handle* h = open_nth(1);
     ASSERT_NE(h, nullptr);
-    libusb_device* dev = libusb_get_device(h);
-    EXPECT_NE(dev, libusb_get_device(old));
-    EXPECT_NE(libusb_get_device_address(dev), old_address);
-    EXPECT_EQ(libusb_get_port_number(dev), 2);
+    EXPECT_NE(libusb_get_device(h), libusb_get_device(old));
     EXPECT_EQ(libusb_claim_interface(h, 0), 0);  // faults cleared
     EXPECT_EQ(vsensor::register_value(1, 54), 0);  // registers as after power-up
-    ASSERT_EQ(libusb_control_transfer(h, 0xA1, 1, 0, 0, id_after, 5, 1000), 5);
-    EXPECT_EQ(std::vector<unsigned char>(id_before, id_before + 5), std::vector<unsigned char>(id_after, id_after + 5));
-    libusb_transfer* t = submit(h);
-    ASSERT_EQ(out(h, 70, 0, 1), 0);
-    handle();
-    EXPECT_EQ(status, LIBUSB_TRANSFER_COMPLETED);
-    EXPECT_EQ(t->actual_length, 2048);
-    EXPECT_EQ(vsensor::frames_sent(1), 1u);
-    libusb_free_transfer(t);
     libusb_close(h);
     libusb_close(old);
 }
@@ -282,13 +154,13 @@ TEST_P(Schedule, TimedEntriesFireOnTheTimerThread) {
     ASSERT_EQ(libusb_init(nullptr), 0);
     Recorder r;
     ASSERT_EQ(r.subscribe(), 0);
-    const size_t wanted = (std::string(c.expected).size() + 1) / 3;
-    while (std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(c.wait_ms) || r.seen.size() < wanted) {
-        ASSERT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5)) << r.text();
+    while (std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(c.wait_ms) ||
+           r.text.size() < std::strlen(c.expected)) {
+        ASSERT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5)) << r.text;
         timeval tv{0, 10000};
         libusb_handle_events_timeout(nullptr, &tv);
     }
-    EXPECT_EQ(r.text(), c.expected);
+    EXPECT_EQ(r.text, c.expected);
     for (const Seen& e : r.seen) EXPECT_EQ(e.thread, std::this_thread::get_id());
     libusb_hotplug_deregister_callback(nullptr, r.handle);
     libusb_exit(nullptr);
