@@ -45,36 +45,9 @@ std::string VirtualBusTest::active_sensor_id() {
     return id;
 }
 
-std::string VirtualBusTest::default_sensor_id(int position) {
-    const vsensor::Identity id;
-    return std::string(1, id.lot_char) + std::to_string(id.lot_id) + "-" + std::to_string(id.wafer_id) + "-" +
-           std::to_string(id.x_coord + position) + "-" + std::to_string(id.y_coord) + "-" +
-           std::to_string(id.sensor_type);
-}
-
 std::string api_exception_line(int code) {
     return std::string("[oru_device_api] ORU_BASE_EXCEPTION happened: ") +
            oru_base_exception(static_cast<ORU_ERROR_CODE>(code)).what() + "\n";
 }
 
 std::string api_unknown_exception_line() { return "[oru_device_api] std::exception happed !!\n"; }
-
-int find_item(const std::vector<std::string>& items, const std::string& needle, int from) {
-    for (int i = from < 0 ? 0 : from; i < static_cast<int>(items.size()); ++i) {
-        if (items[static_cast<std::size_t>(i)].find(needle) != std::string::npos) return i;
-    }
-    return -1;
-}
-
-std::vector<std::string> transcript_items(int dev, bool with_lifecycle) {
-    const std::string text = vsensor::transcript(dev, with_lifecycle);
-    std::vector<std::string> items;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t end = text.find(", ", start);
-        if (end == std::string::npos) end = text.size();
-        items.push_back(text.substr(start, end - start));
-        start = end + 2;
-    }
-    return items;
-}

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "vsensor/vsensor.h"
+#include "vsensor_text.h"
 
 // Captures what is printed on standard output while it is alive.
 class StdoutCapture {
@@ -37,8 +38,6 @@ protected:
     static void connect(int count, const vsensor::SensorOptions& options = {});
     // The ID of the active sensor, from duGetSensorID.
     static std::string active_sensor_id();
-    // The ID text that the default identity of bus position `position` has.
-    static std::string default_sensor_id(int position);
 };
 
 // The line the API prints for an oru_base_exception with this code.
@@ -46,10 +45,5 @@ std::string api_exception_line(int code);
 // The line the API prints for any other exception.
 std::string api_unknown_exception_line();
 
-// Index of the first element of `items` at or after `from` that contains
-// `needle`, or -1.
-int find_item(const std::vector<std::string>& items, const std::string& needle, int from = 0);
-// vsensor::transcript split at ", ".
-std::vector<std::string> transcript_items(int dev = -1, bool with_lifecycle = false);
 
 #endif

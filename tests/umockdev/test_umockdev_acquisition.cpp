@@ -35,9 +35,9 @@ TEST_F(RealUsbAcquisition, SingleShotAveragesKnownFramesAfterTheTwoThrownAway) {
     for (int i = 0; i < 1024; ++i) ASSERT_EQ(data[static_cast<size_t>(i)], 3 * i + 6.5) << "filter " << i;
 
     const std::vector<std::string> items = transcript_items(0);
-    const int start = position(items, "out 70 value 0 index 1");
+    const int start = find_item(items, "out 70 value 0 index 1");
     ASSERT_GT(start, 0);
-    const int stop = position(items, "out 71 value 0 index 1");
+    const int stop = find_item(items, "out 71 value 0 index 1");
     EXPECT_GE(stop, 0);
     EXPECT_LT(stop, start) << "stop before start";
     EXPECT_EQ(count_of(items, "out 70 value 0 index 1"), 1);

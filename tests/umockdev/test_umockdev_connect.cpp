@@ -94,8 +94,8 @@ TEST_F(RealUsbConnect, OneSensorIsFoundClaimedAndBroughtUpByteForByte) {
     ASSERT_GE(life.size(), 2u);
     EXPECT_EQ(life[0], "dev0 open");
     EXPECT_EQ(life[1], "dev0 detach_and_claim 0");
-    EXPECT_GT(position(life, "dev0 open", 1), 1);
-    EXPECT_EQ(position(life, "dev0 detach_and_claim 0", 2), -1);
+    EXPECT_GT(find_item(life, "dev0 open", 1), 1);
+    EXPECT_EQ(find_item(life, "dev0 detach_and_claim 0", 2), -1);
 }
 
 // Two sensors in bus order, each with its own handle; the disconnect releases
@@ -115,8 +115,8 @@ TEST_F(RealUsbConnect, TwoSensorsComeUpAreReleasedAndClaimedAgain) {
         const std::string prefix = "dev" + std::to_string(dev) + " ";
         EXPECT_TRUE(files_closed(dev)) << "sensor " << dev << ": a file is still open";
         EXPECT_FALSE(vsensor::is_claimed(dev)) << "sensor " << dev;
-        EXPECT_GE(position(transcript_items(dev, true), prefix + "release 0"), 0) << "sensor " << dev;
-        EXPECT_GE(position(transcript_items(dev, true), prefix + "close"), 0) << "sensor " << dev;
+        EXPECT_GE(find_item(transcript_items(dev, true), prefix + "release 0"), 0) << "sensor " << dev;
+        EXPECT_GE(find_item(transcript_items(dev, true), prefix + "close"), 0) << "sensor " << dev;
     }
 
     vsensor::clear_events();
@@ -124,9 +124,9 @@ TEST_F(RealUsbConnect, TwoSensorsComeUpAreReleasedAndClaimedAgain) {
     for (int dev = 0; dev < 2; ++dev) {
         const std::vector<std::string> life = transcript_items(dev, true);
         const std::string prefix = "dev" + std::to_string(dev) + " ";
-        const int opened = position(life, prefix + "open");
+        const int opened = find_item(life, prefix + "open");
         ASSERT_GE(opened, 0) << "sensor " << dev;
-        EXPECT_EQ(position(life, prefix + "detach_and_claim 0"), opened + 1)
+        EXPECT_EQ(find_item(life, prefix + "detach_and_claim 0"), opened + 1)
             << "sensor " << dev << " claims right after its open";
         EXPECT_TRUE(vsensor::is_claimed(dev)) << "sensor " << dev;
         EXPECT_TRUE(starts_with_bring_up(dev)) << wire_from_first_request(dev);

@@ -1,6 +1,5 @@
 #include "umock_fixture.h"
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -54,31 +53,6 @@ bool files_closed(int dev) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
-}
-
-std::string default_sensor_id(int pos) {
-    const vsensor::Identity id;
-    return std::string(1, id.lot_char) + std::to_string(id.lot_id) + "-" + std::to_string(id.wafer_id) + "-" +
-           std::to_string(id.x_coord + pos) + "-" + std::to_string(id.y_coord) + "-" + std::to_string(id.sensor_type);
-}
-
-std::vector<std::string> transcript_items(int dev, bool with_lifecycle) {
-    std::vector<std::string> items;
-    const std::string text = vsensor::transcript(dev, with_lifecycle);
-    size_t from = 0;
-    while (from < text.size()) {
-        size_t comma = text.find(", ", from);
-        if (comma == std::string::npos) comma = text.size();
-        items.push_back(text.substr(from, comma - from));
-        from = comma + 2;
-    }
-    return items;
-}
-
-int position(const std::vector<std::string>& items, const std::string& item, int from) {
-    if (from < 0 || from > static_cast<int>(items.size())) return -1;
-    auto it = std::find(items.begin() + from, items.end(), item);
-    return it == items.end() ? -1 : static_cast<int>(it - items.begin());
 }
 
 }  // namespace umockbus

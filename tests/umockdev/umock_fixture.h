@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "vsensor/vsensor.h"
+#include "vsensor_text.h"
 
 namespace umockbus {
 
@@ -42,12 +43,6 @@ auto quietly(Call call) {
 // Waits (up to 2 s) until no file of bus device `dev` is open. umockdev
 // notices a close a little after it happened; usbfs itself at once.
 bool files_closed(int dev);
-// The sensor-ID text of the default identity at bus position `pos`.
-std::string default_sensor_id(int pos);
-// vsensor::transcript split at ", ".
-std::vector<std::string> transcript_items(int dev = -1, bool with_lifecycle = false);
-// Position of the first item equal to `item` at or after `from`, or -1.
-int position(const std::vector<std::string>& items, const std::string& item, int from = 0);
 
 }  // namespace umockbus
 
