@@ -179,9 +179,6 @@ class LiveView(unittest.TestCase):
         cls.driver.quit()
         cls.srv.stop()
 
-    def js(self, script):
-        return self.driver.execute_script(script)
-
     def text(self, id_):
         return self.driver.find_element("id", id_).text
 
@@ -192,15 +189,12 @@ class LiveView(unittest.TestCase):
         element.send_keys(value)
         self.driver.find_element("id", "set-" + field).click()
 
-    def status(self):
-        return json.loads(self.srv.request("api/status")[2])
-
     def test_1_page_loads_without_console_errors_and_the_plot_moves(self):
         pixels = ("const c = document.getElementById('plot');"
                   "return Array.from(c.getContext('2d').getImageData(0, 0, c.width, c.height).data"
                   ".filter((_, i) => i % 4 === 3)).join('')")
-        first = self.js(pixels)
-        self.wait.until(lambda d: self.js(pixels) != first)
+        first = self.driver.execute_script(pixels)
+        self.wait.until(lambda d: d.execute_script(pixels) != first)
         self.assertEqual([e for e in self.driver.get_log("browser") if e["level"] == "SEVERE"], [])
         self.assertGreaterEqual(float(self.text("s-rate")), 10.0)
         for fmt in ("csv", "json"):  # the snapshot links lead where Controls looks
@@ -211,14 +205,14 @@ class LiveView(unittest.TestCase):
     def test_2_shutter_reaches_the_sensor(self):
         self.enter("shutter", "42")
         self.wait.until(lambda d: self.text("s-shutter") == "42")
-        status = self.status()
+        status = json.loads(self.srv.request("api/status")[2])
         self.assertEqual(status["shutter_speed"], 42)
         self.assertEqual(self.text("s-exposure"), "%.3f ms" % status["exposure_ms"])
 
     def test_3_auto_exposure_ends_with_a_value(self):
         self.driver.find_element("id", "auto").click()
         self.wait.until(lambda d: self.text("auto") == "Auto exposure" and not self.text("message"))
-        status = self.status()
+        status = json.loads(self.srv.request("api/status")[2])
         self.assertEqual(self.text("s-shutter"), str(status["shutter_speed"]))
         self.assertGreater(status["shutter_speed"], 100)  # the white scene settles near 150
 
@@ -232,8 +226,8 @@ class LiveView(unittest.TestCase):
         self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view-warnings.png"))
         self.driver.set_window_size(390, 844)
         self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view-phone.png"))
-        width = self.js("return document.documentElement.scrollWidth")
-        self.assertLessEqual(width, self.js("return window.innerWidth"))  # no sideways scrolling on a phone
+        width = self.driver.execute_script("return document.documentElement.scrollWidth")  # no sideways scrolling
+        self.assertLessEqual(width, self.driver.execute_script("return window.innerWidth"))
         self.driver.set_window_size(1200, 900)
 
 
