@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """Share of test code: non-blank, non-comment lines of C, C++ and Python that
-git tracks, tests (tests/, sim/tests/, tools/tests/, python/tests/, python/web_tests/,
-fuzz/)
+git tracks, tests (tests/, sim/tests/, tools/tests/, python/tests/, fuzz/)
 against everything else maintained (src/, include/, sim/, tools/,
 python/oru_sensor/, bench/, examples/). Prints e.g. "tests: 31 % of 15,200 lines"."""
 
@@ -10,7 +9,7 @@ import re
 import subprocess
 
 SOURCES = (".c", ".cc", ".cpp", ".h", ".hpp", ".py")
-TESTS = ("tests/", "sim/tests/", "tools/tests/", "python/tests/", "python/web_tests/", "fuzz/")
+TESTS = ("tests/", "sim/tests/", "tools/tests/", "python/tests/", "fuzz/")
 CODE = ("src/", "include/", "sim/", "tools/", "python/oru_sensor/", "bench/", "examples/")
 COMMENT = re.compile(r"^\s*(//|#|/\*|\*)")
 
