@@ -20,7 +20,7 @@ TEST_PACKAGES=(
   libbenchmark-dev
   clang libclang-rt-14-dev
   valgrind
-  chromium chromium-driver python3-selenium
+  chromium chromium-driver python3-selenium python3-aiohttp openssl
   lintian python3-venv python3-setuptools python3-wheel
   python3-usb usbutils
 )

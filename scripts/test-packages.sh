@@ -63,7 +63,10 @@ fi
 libdir=$root/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 read_two() { run oru-sensor --virtual read -n 2 | grep "A4486-3-12-40-2" >/dev/null; }
 check "oru-sensor --virtual read -n 2" read_two
-check "import oru_sensor in /usr/bin/python3" run /usr/bin/python3 -c 'import oru_sensor, oru_sensor.web'
+check "import oru_sensor and the live view's server in /usr/bin/python3" \
+  run /usr/bin/python3 -c 'import oru_sensor, oru_sensor.web._server'
+python_depends() { dpkg-deb -f dist/python3-oru-sensor_*_amd64.deb Depends | grep "python3-aiohttp" >/dev/null; }
+check "python3-oru-sensor depends on python3-aiohttp" python_depends
 python_reads() {
   run /usr/bin/python3 -c 'import oru_sensor
 with oru_sensor.connect(virtual=1) as s: assert len(s[0].read_filter_data(2)) == 1024'

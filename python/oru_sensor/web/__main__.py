@@ -1,73 +1,79 @@
-"""python3 -m oru_sensor.web [--virtual N] [--host 127.0.0.1] [--port 8080] [--token TOKEN]"""
+"""python3 -m oru_sensor.web [--virtual N] [--host 127.0.0.1] [--port 8080] [--token-file FILE] ..."""
 
-import argparse
-import ipaddress
+import asyncio
+import logging
 import signal
+import socket
 import sys
-import threading
-import urllib.parse
 
-from .. import connect
+from .. import OruError, connect
 from ._acquisition import Acquisition
-from ._server import Server
+from ._options import parse
+from ._server import serve
+
+from aiohttp.http_exceptions import HttpProcessingError
+
+STOP_WAIT_S = 1.2  # how long the acquisition thread gets to leave its reading at a stop
 
 
-def is_loopback(host):
-    if host == "localhost":
+class MalformedInOneLine(logging.Filter):
+    """aiohttp logs a request it cannot parse with a traceback; the client's
+    mistake needs one line. Faults of the server keep theirs."""
+
+    def filter(self, record):
+        if record.exc_info and isinstance(record.exc_info[1], HttpProcessingError):
+            record.msg, record.args = "refused a malformed request: %s", (record.exc_info[1],)
+            record.exc_info = record.exc_text = None
         return True
+
+
+def listen(args, fail):
+    """The listening socket, made before the sensors are connected, so that a
+    taken port costs no sensor start-up."""
     try:
-        return ipaddress.ip_address(host).is_loopback
-    except ValueError:
-        return False
+        family = socket.AF_INET6 if ":" in args.host else socket.AF_INET
+        return socket.create_server((args.host, args.port), family=family, reuse_port=False)
+    except (OSError, OverflowError) as e:
+        fail("cannot listen on %s port %d: %s" % (args.host, args.port, e.strerror or e))
 
 
-def parse(argv):
-    p = argparse.ArgumentParser(prog="python3 -m oru_sensor.web",
-                                description="Live view of the sensors in a browser.")
-    p.add_argument("--virtual", type=int, metavar="N", help="run on N virtual sensors instead of USB hardware")
-    p.add_argument("--host", default="127.0.0.1", help="address to listen on (default 127.0.0.1)")
-    p.add_argument("--port", type=int, default=8080, help="port (default 8080; 0 picks a free one)")
-    p.add_argument("--token", help="secret every request must carry; needed for any address but loopback")
-    p.add_argument("--averages", type=int, default=1, help="frames per reading at start (default 1)")
-    p.add_argument("--max-rate", type=float, default=25.0, help="readings per second sent to a page (default 25)")
-    p.add_argument("--quiet", action="store_true", help="do not log requests")
-    args = p.parse_args(argv)
-    if not is_loopback(args.host) and not args.token:
-        p.exit(2, "oru_sensor.web: refusing to listen on %s without --token: anyone on the network could "
-                  "control the sensor. Give --token SECRET, or use --host 127.0.0.1.\n" % args.host)
-    if args.token is not None and not args.token.strip():
-        p.exit(2, "oru_sensor.web: --token must not be empty\n")
-    if not 1 <= args.averages <= 1000:
-        p.exit(2, "oru_sensor.web: --averages must be 1..1000\n")
-    if not 0 < args.max_rate <= 1000:
-        p.exit(2, "oru_sensor.web: --max-rate must be above 0 and at most 1000\n")
-    return args
+async def run(acq, sock, args, ssl_context, sensor_count):
+    stop = asyncio.Event()
+    loop = asyncio.get_running_loop()
+    for sig in (signal.SIGINT, signal.SIGTERM):
+        loop.add_signal_handler(sig, stop.set)
+
+    def ready(port):
+        host = "[%s]" % args.host if ":" in args.host else args.host
+        scheme = "https" if ssl_context else "http"
+        print("Live view of %d sensor(s) on %s://%s:%d/  (Ctrl-C stops)" % (sensor_count, scheme, host, port),
+              flush=True)
+        if args.token:
+            print("Open it once with ?token=<the token> added; the browser then keeps a cookie.", flush=True)
+        acq.start()
+
+    await serve(acq, sock, host=args.host, token=args.token, allowed_hosts=args.allow_host, timeout=args.timeout,
+                ssl_context=ssl_context, quiet=args.quiet, stop=stop, ready=ready)
 
 
 def main(argv=None):
-    args = parse(sys.argv[1:] if argv is None else argv)
-    # Ctrl-C and SIGTERM both end the serve loop; the with-blocks then stop the stream and disconnect.
-    stop = threading.Event()
-    signal.signal(signal.SIGTERM, lambda *_: stop.set())
-    signal.signal(signal.SIGINT, lambda *_: stop.set())
-    with connect(virtual=args.virtual) as sensors:
-        acq = Acquisition(sensors, averages=args.averages, max_rate=args.max_rate)
-        server = Server((args.host, args.port), acq, token=args.token, quiet=args.quiet)
-        host, port = server.server_address[:2]
-        shown = "[%s]" % host if ":" in host else host
-        query = "/?token=%s" % urllib.parse.quote(args.token, safe="") if args.token else "/"
-        print("Live view of %d sensor(s) on http://%s:%d%s  (Ctrl-C stops)" % (len(sensors), shown, port, query),
-              flush=True)
-        acq.start()
-        serving = threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.2}, daemon=True)
-        serving.start()
-        try:
-            while not stop.wait(0.5):
-                pass
-        finally:
-            server.shutdown()
-            acq.stop()
-            server.server_close()
+    args, ssl_context, fail = parse(sys.argv[1:] if argv is None else argv)
+    logging.basicConfig(level=logging.INFO, format="%(message)s")
+    logging.getLogger("aiohttp.server").addFilter(MalformedInOneLine())
+    sock = listen(args, fail)
+    # Until the server runs, SIGTERM ends the start-up as Ctrl-C does.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    try:
+        with connect(virtual=args.virtual) as sensors:
+            acq = Acquisition(sensors, averages=args.averages, max_rate=args.max_rate)
+            try:
+                asyncio.run(run(acq, sock, args, ssl_context, len(sensors)))
+            finally:
+                acq.stop(STOP_WAIT_S)
+    except KeyboardInterrupt:
+        pass
+    except OruError as e:
+        fail("%s" % e, status=1)
     print("Stopped; sensors disconnected.", flush=True)
     return 0
 

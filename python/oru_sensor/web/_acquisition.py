@@ -1,188 +1,298 @@
-"""The acquisition thread: reads the frame stream of the chosen sensor and
-hands each reading to every connected page."""
+"""The acquisition thread: the only caller of the sensors while the server
+runs. It applies what the pages asked for, reads the shown sensor's frame
+stream in slices and publishes its latest state and reading. The HTTP side
+leaves requests and reads what was published; neither waits for the other."""
 
-import json
-import queue
+import datetime
+import logging
 import threading
 import time
 
-from .._errors import OruError
+from .. import OruError, Reading
+from ._stream_calls import REMOVED, TIMED_OUT, USABLE, StreamCalls
 
-READ_TIMEOUT_S = 1.0   # one stream read beyond its frames' time; bounds how long a control waits
-CLIENT_QUEUE = 4       # readings waiting per page; a slow page loses the oldest ones
+SLICE_S = 0.25   # longest wait for frames in one call: a control or a stop is seen within about this
+RETRY_S = 0.5    # a removed sensor is looked for, and a failed step retried, this often
+POLL_S = 1.0     # the other sensors' states are refreshed this often
+STALL_S = 3.0    # no frame for this long beyond the frames' own time: the stream is restarted
+STATES = {USABLE: "usable", 2: "failed", REMOVED: "removed"}
+
+log = logging.getLogger("oru_sensor.web")
 
 
 class Acquisition:
-    """Owns the sensors while the server runs.
-
-    Every call into the binding goes through `self.lock`, from the
-    acquisition thread and from the HTTP handler threads alike. The fields
-    below the lock are written by the thread that holds it.
-    """
+    """Shared state, all guarded by `_lock`, which is held only to copy or
+    set these fields, never across a call into the library. The requests
+    (`_want_*`, `_generation`) are written by the HTTP side; everything else
+    by the acquisition thread."""
 
     def __init__(self, sensors, averages=1, max_rate=25.0):
-        self.sensors = sensors
+        self._sensors = sensors
+        self._calls = StreamCalls(len(sensors))
+        self.limits = sensors[0].shutter_speed_limits
         self.ids = [s.sensor_id for s in sensors]
-        self.lock = threading.Lock()
-        self._waiting = 0                  # handlers waiting for `lock`; guarded by _waiting_lock
-        self._waiting_lock = threading.Lock()
-        # Guarded by `lock`:
-        self.index = 0
-        self.averages = int(averages)
-        self.paused = False
-        self.error = None
-        self._stream = None
-        self.latest = None                 # the last Reading
-        self.rate = 0.0                    # readings per second from the sensor
-        # Written by the acquisition thread only, read without lock (plain attributes):
+        self._lock = threading.Lock()
+        self._wake = threading.Condition(self._lock)
+        # Requests.
+        self._want_index = 0
+        self._want_averages = int(averages)
+        self._want_paused = False
+        self._want_shutter = {}          # sensor index -> shutter speed to set
+        self._want_auto = False
+        self._generation = 0             # counts requests; a reading begun under an older one is abandoned
+        self._stop = False
+        # Published by the thread.
+        self._view = [self._sensor_view(s) for s in sensors]
+        self._applied = 0                # the generation whose requests are in effect
+        self._busy = None
+        self._error = None
+        self._rate = 0.0
+        self._dropped = 0
+        self._latest = None
+        self._auto_result = None
+        self._listeners = []             # called by the thread: ("status", dict), ("reading", (Reading, rate))
+        # The thread's own, unshared.
         self._min_interval = 1.0 / max_rate
-        self._clients = set()              # queues of the pages; guarded by _clients_lock
-        self._clients_lock = threading.Lock()
-        self._stop = threading.Event()
+        self._started = self._last_told = 0.0
+        self._count = 0
         self._thread = threading.Thread(target=self._run, name="acquisition", daemon=True)
 
-    # -- the binding, one caller at a time ---------------------------------
+    @staticmethod
+    def _sensor_view(s):
+        ss = s.shutter_speed
+        return {"state": "usable", "shutter_speed": ss, "exposure_ms": s.exposure_time(1, ss)}
 
-    def call(self, fn):
-        """Runs fn() under the binding lock, ahead of the acquisition thread's next read."""
-        with self._waiting_lock:
-            self._waiting += 1
-        try:
-            with self.lock:
-                return fn()
-        finally:
-            with self._waiting_lock:
-                self._waiting -= 1
+    # -- the HTTP side ------------------------------------------------------
 
-    def restart_stream(self):
-        """Stops the stream (with `lock` held) so that the sensor accepts
-        changes; the acquisition thread starts it again at its next read."""
-        if self._stream is not None:
-            stream, self._stream = self._stream, None
-            try:
-                stream.stop()
-            except OruError:
-                pass
+    def add_listener(self, fn):
+        self._listeners.append(fn)
 
-    @property
-    def sensor(self):
-        return self.sensors[self.index]
+    def request(self, sensor=None, shutter_speed=None, averages=None, paused=None, auto_exposure=False):
+        """Records a request (values already checked) and returns the status at once."""
+        with self._lock:
+            if sensor is not None:
+                self._want_index = sensor
+            if shutter_speed is not None:
+                self._want_shutter[self._want_index] = shutter_speed
+            if averages is not None:
+                self._want_averages = averages
+            if paused is not None:
+                self._want_paused = paused
+            if auto_exposure:
+                self._want_auto = True
+                self._auto_result = None
+            self._generation += 1
+            self._wake.notify_all()
+            return self._status()
 
-    # -- the pages ---------------------------------------------------------
+    def status(self):
+        with self._lock:
+            return self._status()
 
-    def subscribe(self):
-        q = queue.Queue(CLIENT_QUEUE)
-        with self._clients_lock:
-            self._clients.add(q)
-        return q
+    def latest(self):
+        with self._lock:
+            return self._latest
 
-    def unsubscribe(self, q):
-        with self._clients_lock:
-            self._clients.discard(q)
+    def _status(self):
+        i = self._want_index
+        view = self._view[i]
+        wanted = self._want_shutter.get(i)
+        return {
+            "sensors": self.ids, "states": [v["state"] for v in self._view], "sensor": i,
+            "sensor_id": self.ids[i], "state": view["state"],
+            "shutter_speed": view["shutter_speed"] if wanted is None else wanted,
+            "exposure_ms": view["exposure_ms"] if wanted is None else None,
+            "shutter_limits": list(self.limits), "averages": self._want_averages, "paused": self._want_paused,
+            "pending": self._applied != self._generation, "busy": self._busy, "error": self._error,
+            "rate": round(self._rate, 1), "dropped": self._dropped, "auto_exposure": self._auto_result,
+        }
 
-    def client_count(self):
-        with self._clients_lock:
-            return len(self._clients)
-
-    def _publish(self, message):
-        with self._clients_lock:
-            clients = list(self._clients)
-        for q in clients:
-            try:
-                q.put_nowait(message)
-            except queue.Full:
-                try:  # drop the oldest: the page wants the newest trace
-                    q.get_nowait()
-                    q.put_nowait(message)
-                except (queue.Empty, queue.Full):
-                    pass
-
-    # -- the thread --------------------------------------------------------
+    # -- the thread ---------------------------------------------------------
 
     def start(self):
         self._thread.start()
 
-    def stop(self):
-        self._stop.set()
-        self._thread.join(READ_TIMEOUT_S * 5)
-        with self.lock:
-            self.restart_stream()
-        self._publish(None)
+    def stop(self, timeout):
+        """Asks the thread to end and waits for it at most `timeout` seconds.
+        The streams are left on: disconnecting ends them at less cost."""
+        with self._lock:
+            self._stop = True
+            self._wake.notify_all()
+        self._thread.join(timeout)
 
-    def _let_handlers_in(self):
-        deadline = time.monotonic() + READ_TIMEOUT_S
-        while self._waiting and time.monotonic() < deadline and not self._stop.is_set():
-            time.sleep(0.002)
+    def _tell(self, kind, data):
+        for fn in self._listeners:
+            fn(kind, data)
 
-    def _read_one(self):
-        with self.lock:
-            if self.paused:
+    def _publish(self, **fields):
+        """Sets published fields; the pages hear of it when something changed."""
+        with self._lock:
+            if all(getattr(self, "_" + k) == v for k, v in fields.items()):
+                return
+            for k, v in fields.items():
+                setattr(self, "_" + k, v)
+            status = self._status()
+        self._tell("status", status)
+
+    def _set_view(self, index, **fields):
+        with self._lock:
+            if all(self._view[index][k] == v for k, v in fields.items()):
+                return
+            self._view[index] = dict(self._view[index], **fields)
+            status = self._status()
+        self._tell("status", status)
+
+    def _pause(self, seconds, generation=None):
+        """Waits, ending early on a stop or a new request."""
+        with self._lock:
+            if not self._stop and (generation is None or generation == self._generation):
+                self._wake.wait(seconds)
+
+    def _take_requests(self):
+        with self._lock:
+            if self._stop:
                 return None
-            if self._stream is None:
-                # Long exposures times many averages need longer than one second per reading.
-                s = self.sensor
-                frames_s = self.averages * s.exposure_time(1, s.shutter_speed) / 1000.0
-                self._stream = s.stream(self.averages, timeout=READ_TIMEOUT_S + 1.5 * frames_s)
-            reading = next(self._stream)
-            self.latest = reading
-            self.error = None
-            return reading
+            return {"index": self._want_index, "averages": self._want_averages, "paused": self._want_paused,
+                    "shutter": dict(self._want_shutter), "auto": self._want_auto, "generation": self._generation}
+
+    def _superseded(self, generation):
+        with self._lock:
+            return self._stop or generation != self._generation
 
     def _run(self):
-        last_published = 0.0
-        last_count_time, count = time.monotonic(), 0
-        while not self._stop.is_set():
-            self._let_handlers_in()
+        on = None            # the sensor whose stream is on
+        next_poll = 0.0
+        while True:
+            want = self._take_requests()
+            if want is None:
+                return
+            if time.monotonic() >= next_poll:
+                self._poll_states()
+                next_poll = time.monotonic() + POLL_S
             try:
-                reading = self._read_one()
-            except StopIteration:
-                continue
-            except Exception as e:  # shown on the page; the next read starts the stream again
-                with self.lock:
-                    self._stream = None
-                    self.error = str(e)
-                self._publish(self.status_message())
-                self._stop.wait(0.5)
-                continue
-            if reading is None:
-                self._stop.wait(0.1)
-                continue
+                on = self._step(want, on)
+            except Exception as e:  # shown on the page; the step is tried again
+                log.warning("%s", e)
+                self._publish(error=str(e), busy=None)
+                if on is not None and self._calls.state(on) == USABLE:
+                    self._calls.stop(on)
+                on = None
+                self._pause(RETRY_S)
+
+    def _poll_states(self):
+        for i in range(len(self._sensors)):
+            state = STATES.get(self._calls.state(i), "removed")
+            if state != self._view[i]["state"]:
+                log.warning("sensor %s is %s", self.ids[i], state)
+                self._set_view(i, state=state)
+
+    def _step(self, want, on):
+        """One round: apply the requests, then take one reading. Returns the
+        sensor whose stream is on afterwards."""
+        index = want["index"]
+        changes = want["shutter"]
+        if on is not None and (on != index or changes or want["auto"] or want["paused"]
+                               or self._calls.state(on) != USABLE):
+            if self._calls.state(on) == USABLE:
+                self._publish(busy="stopping the stream")
+                self._calls.stop(on)
+            on = None
+        for i, ss in changes.items():
+            if self._calls.state(i) == USABLE:
+                self._publish(busy="setting the shutter speed")
+                self._sensors[i].shutter_speed = ss
+                self._set_view(i, shutter_speed=ss, exposure_ms=self._sensors[i].exposure_time(1, ss))
+                with self._lock:
+                    if self._want_shutter.get(i) == ss:
+                        del self._want_shutter[i]
+        if want["auto"]:
+            self._auto_exposure(index)
+        if self._calls.state(index) != USABLE:
+            self._publish(applied=want["generation"], busy=None, rate=0.0)
+            self._bring_back(index, want["generation"])
+            return None
+        self._publish(applied=want["generation"], busy=None)
+        if want["paused"]:
+            self._pause(RETRY_S, want["generation"])
+            return None
+        if on is None:
+            self._calls.start(index)
+            self._started = time.monotonic()
+            self._count = 0
+            self._publish(rate=0.0)
+            on = index
+        reading = self._read(index, want["averages"], want["generation"])
+        if reading is not None:
+            self._count += 1
+            elapsed = time.monotonic() - self._started
+            with self._lock:
+                self._latest = reading
+                self._rate = self._count / elapsed if elapsed > 0 else 0.0
+                self._dropped = reading.dropped
+                self._error = None
             now = time.monotonic()
-            if reading.first_sequence == 0:  # a new stream: the pause before it is no rate
-                last_count_time, count = now, 0
-            count += 1
-            if now - last_count_time >= 1.0:
-                self.rate = count / (now - last_count_time)
-                last_count_time, count = now, 0
-            if now - last_published >= self._min_interval:
-                last_published = now
-                self._publish(self.reading_message(reading))
+            if now - self._last_told >= self._min_interval:
+                self._last_told = now
+                self._tell("reading", (reading, round(self._rate, 1)))
+        return on
 
-    # -- messages ----------------------------------------------------------
+    def _auto_exposure(self, index):
+        """The library's search runs as one call: a stop or a request waits for its end."""
+        self._publish(busy="auto exposure")
+        try:
+            result = self._sensors[index].optimal_shutter_speed()
+        finally:
+            with self._lock:
+                self._want_auto = False
+        self._set_view(index, shutter_speed=result, exposure_ms=self._sensors[index].exposure_time(1, result))
+        self._publish(auto_result=result)
 
-    def reading_message(self, r):
-        data = {
-            "sensor_id": r.sensor_id, "last_sequence": r.last_sequence, "shutter_speed": r.shutter_speed,
-            "averages": r.averages, "saturated": r.saturated, "dropped": r.dropped,
-            "rate": round(self.rate, 1), "time": r.time.isoformat(timespec="milliseconds"),
-            "values": [round(float(v), 1) for v in r.values],
-        }
-        return b"event: reading\ndata: " + json.dumps(data, separators=(",", ":")).encode() + b"\n\n"
+    def _bring_back(self, index, generation):
+        if self._calls.reconnect(index, self.ids[index]):
+            log.warning("sensor %s is back", self.ids[index])
+            self._set_view(index, state="usable")
+        else:
+            self._pause(RETRY_S, generation)
 
-    def status_message(self):
-        return b"event: status\ndata: " + json.dumps(self.status()).encode() + b"\n\n"
-
-    def status(self):
-        """What the page shows beside the trace; the shutter speed is read back from the sensor."""
-        def read():
-            s = self.sensor
-            ss = s.shutter_speed
-            lo, hi = s.shutter_speed_limits
-            return {
-                "sensors": self.ids, "sensor": self.index, "sensor_id": self.ids[self.index],
-                "shutter_speed": ss, "shutter_limits": [lo, hi], "exposure_ms": s.exposure_time(1, ss),
-                "averages": self.averages, "paused": self.paused, "rate": round(self.rate, 1),
-                "dropped": self.latest.dropped if self.latest is not None else 0, "error": self.error,
-                "pages": self.client_count(),
-            }
-        return self.call(read)
+    def _read(self, index, averages, generation):
+        """One reading of `averages` frames, read in slices of at most about
+        SLICE_S, so that it is abandoned (None) soon after a new request, a
+        stop or the sensor's loss. A reading of several slices is the weighted
+        mean of the slices' means; its saturated count is the largest of theirs."""
+        frame_s = max(self._view[index]["exposure_ms"], 0.1) / 1000.0
+        per_slice = max(1, int(SLICE_S / frame_s))
+        mean, done, saturated, first = None, 0, 0, None
+        last_frame = time.monotonic()
+        while done < averages:
+            if self._superseded(generation):
+                return None
+            k = min(per_slice, averages - done)
+            # One frame at a time may take longer than a slice: wait in
+            # slices, which take nothing from the stream when they time out.
+            result = self._calls.read(index, k, SLICE_S if k == 1 else k * frame_s + SLICE_S)
+            if result == TIMED_OUT and self._calls.state(index) == USABLE:
+                if time.monotonic() - last_frame > k * frame_s + STALL_S:
+                    raise OruError(TIMED_OUT, "no frames from sensor %s for %.0f s"
+                                   % (self.ids[index], time.monotonic() - last_frame))
+                continue
+            if result == TIMED_OUT:
+                return None  # removed or failed: the next round brings it back
+            if result < 0:
+                raise OruError(result, "reading sensor %s: library code %d" % (self.ids[index], result))
+            last_frame = time.monotonic()
+            info = self._calls.info
+            if first is None:
+                first = info.first_sequence
+            if mean is None:
+                mean = list(self._calls.values)
+            else:
+                weight = k / (done + k)
+                for i, v in enumerate(self._calls.values):
+                    mean[i] += (v - mean[i]) * weight
+            saturated = max(saturated, info.saturated_filters)
+            done += k
+        wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
+        return Reading(mean, first_sequence=first, last_sequence=info.last_sequence,
+                       time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
+                       shutter_speed=info.shutter_speed, averages=averages, saturated=saturated,
+                       dropped=info.dropped_frames, sensor_id=self.ids[index])

@@ -1,254 +1,209 @@
-"""HTTP side of the live view: the page's files, the reading stream
-(server-sent events), status, snapshots and the controls (POST, JSON)."""
+"""HTTP side of the live view, on aiohttp: the page's files, the reading
+stream (server-sent events), status, snapshots and the controls (POST, JSON).
+Handlers only read what the acquisition thread published and leave requests
+for it; none waits for a sensor."""
 
-import hmac
-import http.server
+import asyncio
 import json
 import os
-import queue
-import urllib.parse
 
-from .._errors import OruError
+from aiohttp import web
+
 from . import _rows
+from ._access import Access, AccessLog, access_logger, refuse
+from ._connections import Warden
+from ._values import BadValue, flag, json_object, whole_number
 
 STATIC = os.path.join(os.path.dirname(os.path.abspath(__file__)), "static")
-FILES = {"/": ("index.html", "text/html; charset=utf-8"),
-         "/app.js": ("app.js", "text/javascript; charset=utf-8"),
-         "/style.css": ("style.css", "text/css; charset=utf-8")}
-COOKIE = "oru_token"
-KEEPALIVE_S = 15.0
+FILES = {"/": ("index.html", "text/html"), "/app.js": ("app.js", "text/javascript"),
+         "/style.css": ("style.css", "text/css")}
 MAX_BODY = 4096
+MAX_AVERAGES = 1000
+KEEPALIVE_S = 15.0   # a comment on a quiet event stream, so that proxies keep it
+SHUTDOWN_S = 0.5    # open requests get this long to finish when the server stops
+CLIENT_QUEUE = 4     # messages waiting per page; a slow page loses the oldest
+HEADERS = {"Cache-Control": "no-store", "X-Content-Type-Options": "nosniff", "X-Frame-Options": "DENY",
+           "Content-Security-Policy": "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'"}
 
 
-class BadValue(ValueError):
-    """A control value the page sent that cannot be used; answered with 400."""
+class Pages:
+    """The open event streams; touched on the event loop's thread only."""
 
+    def __init__(self, loop):
+        self._loop = loop
+        self._queues = set()
 
-def _int_in(body, key, lo, hi):
-    v = body.get(key)
-    if isinstance(v, bool) or not isinstance(v, (int, float, str)):
-        raise BadValue("%s must be a whole number %d..%d" % (key, lo, hi))
-    try:
-        n = int(str(v).strip())
-    except ValueError:
-        raise BadValue("%s must be a whole number %d..%d, got %r" % (key, lo, hi, v)) from None
-    if not lo <= n <= hi:
-        raise BadValue("%s must be %d..%d, got %d" % (key, lo, hi, n))
-    return n
+    def __len__(self):
+        return len(self._queues)
 
-
-class Handler(http.server.BaseHTTPRequestHandler):
-    server_version = "oru-live/1"
-    protocol_version = "HTTP/1.1"
-
-    # set on the server object: acq (Acquisition), token (str or None), quiet (bool)
-
-    def log_message(self, fmt, *args):
-        if not self.server.quiet:
-            super().log_message(fmt, *args)
-
-    # -- plumbing ----------------------------------------------------------
-
-    def _send(self, code, body, ctype="application/json", headers=()):
-        if isinstance(body, str):
-            body = body.encode()
-        self.send_response(code)
-        self.send_header("Content-Type", ctype)
-        self.send_header("Content-Length", str(len(body)))
-        self.send_header("Cache-Control", "no-store")
-        self.send_header("X-Content-Type-Options", "nosniff")
-        for k, v in headers:
-            self.send_header(k, v)
-        self.end_headers()
-        if self.command != "HEAD":
-            self.wfile.write(body)
-
-    def _json(self, code, obj):
-        self._send(code, json.dumps(obj))
-
-    def _error(self, code, message):
-        self._json(code, {"error": message})
-
-    def _authorized(self, query):
-        """With a token, the first request brings it as ?token=, later ones as the cookie."""
-        token = self.server.token
-        if token is None:
-            return True, ()
-        given = query.get("token", [None])[0]
-        if given is not None and hmac.compare_digest(given.encode(), token.encode()):
-            cookie = "%s=%s; Path=/; HttpOnly; SameSite=Strict" % (COOKIE, urllib.parse.quote(token, safe=""))
-            return True, (("Set-Cookie", cookie),)
-        for part in self.headers.get("Cookie", "").split(";"):
-            name, _, value = part.strip().partition("=")
-            if name == COOKIE and hmac.compare_digest(urllib.parse.unquote(value).encode(), token.encode()):
-                return True, ()
-        return False, ()
-
-    def _route(self):
-        url = urllib.parse.urlsplit(self.path)
-        query = urllib.parse.parse_qs(url.query)
-        ok, headers = self._authorized(query)
-        if not ok:
-            self._error(403, "a token is needed: open the address with ?token=... as printed by the server")
-            return None, None, None
-        return url.path, query, headers
-
-    # -- GET ---------------------------------------------------------------
-
-    def do_HEAD(self):
-        self.do_GET()
-
-    def do_GET(self):
-        path, query, headers = self._route()
-        if path is None:
-            return
-        acq = self.server.acq
-        if path in FILES:
-            name, ctype = FILES[path]
-            with open(os.path.join(STATIC, name), "rb") as f:
-                self._send(200, f.read(), ctype, headers)
-        elif path == "/api/status":
-            self._send(200, json.dumps(acq.status()), headers=headers)
-        elif path == "/api/snapshot":
-            fmt = query.get("format", ["json"])[0]
-            if fmt not in ("csv", "json"):
-                return self._error(400, "format must be csv or json")
-            reading = acq.latest
-            if reading is None:
-                return self._error(409, "no reading yet")
-            stamp = reading.time.strftime("%Y%m%dT%H%M%S")
-            disposition = ("Content-Disposition", 'attachment; filename="%s-%s.%s"' % (reading.sensor_id, stamp, fmt))
-            if fmt == "csv":
-                self._send(200, _rows.as_csv(reading), "text/csv; charset=utf-8", (disposition,) + tuple(headers))
-            else:
-                self._send(200, _rows.as_json(reading), "application/json", (disposition,) + tuple(headers))
-        elif path == "/api/events":
-            self._events()
-        else:
-            self._error(404, "no such page")
-
-    def _events(self):
-        acq = self.server.acq
-        q = acq.subscribe()
+    def hear(self, kind, data):
+        """Called by the acquisition thread, also while the server stops."""
         try:
-            self.send_response(200)
-            self.send_header("Content-Type", "text/event-stream")
-            self.send_header("Cache-Control", "no-store")
-            self.send_header("Connection", "close")
-            self.end_headers()
-            self.close_connection = True
-            self.wfile.write(acq.status_message())
-            self.wfile.flush()
-            while True:
-                try:
-                    message = q.get(timeout=KEEPALIVE_S)
-                except queue.Empty:
-                    message = b": keep-alive\n\n"
-                if message is None:  # the server is stopping
-                    return
-                self.wfile.write(message)
-                self.wfile.flush()
-        except (BrokenPipeError, ConnectionResetError, TimeoutError, OSError):
-            pass  # the page went away
-        finally:
-            acq.unsubscribe(q)
+            self._loop.call_soon_threadsafe(self._send, kind, data)
+        except RuntimeError:  # the event loop has ended: no page is left to tell
+            pass
 
-    # -- POST --------------------------------------------------------------
+    def _send(self, kind, data):
+        message = None if kind == "end" else _event(kind, data)
+        for q in self._queues:
+            if q.full():
+                q.get_nowait()
+            q.put_nowait(message)
 
-    def do_POST(self):
-        path, _, headers = self._route()
-        if path is None:
-            return
-        # A JSON body cannot be sent cross-site without the browser asking first.
-        if self.headers.get_content_type() != "application/json":
-            return self._error(415, "controls take a JSON body (Content-Type: application/json)")
-        try:
-            length = int(self.headers.get("Content-Length", "0"))
-        except ValueError:
-            length = -1
-        if not 0 <= length <= MAX_BODY:
-            return self._error(400, "body missing or too large")
-        try:
-            body = json.loads(self.rfile.read(length) or b"{}")
-            if not isinstance(body, dict):
-                raise ValueError
-        except ValueError:
-            return self._error(400, "the body is not a JSON object")
-        action = CONTROLS.get(path)
-        if action is None:
-            return self._error(404, "no such control")
-        acq = self.server.acq
-        try:
-            result = action(acq, body)
-        except BadValue as e:
-            return self._error(400, str(e))
-        except OruError as e:
-            return self._error(502, "the sensor refused: %s" % e)
-        status = acq.status()
-        status.update(result or {})
-        self._send(200, json.dumps(status), headers=headers)
+    def open(self):
+        q = asyncio.Queue(CLIENT_QUEUE)
+        self._queues.add(q)
+        return q
+
+    def close(self, q):
+        self._queues.discard(q)
 
 
-def _set_shutter(acq, body):
-    lo, hi = acq.call(lambda: acq.sensor.shutter_speed_limits)
-    ss = _int_in(body, "shutter_speed", lo, hi)
-
-    def change():
-        acq.restart_stream()
-        acq.sensor.shutter_speed = ss
-    acq.call(change)
-
-
-def _set_averages(acq, body):
-    n = _int_in(body, "averages", 1, 1000)
-
-    def change():
-        acq.restart_stream()
-        acq.averages = n
-    acq.call(change)
+def _event(kind, data):
+    if kind == "reading":
+        data, rate = data
+        data = {"rate": rate, "sensor_id": data.sensor_id, "last_sequence": data.last_sequence,
+                "shutter_speed": data.shutter_speed, "averages": data.averages, "saturated": data.saturated,
+                "dropped": data.dropped, "time": data.time.isoformat(timespec="milliseconds"),
+                "values": [round(float(v), 1) for v in data.values]}
+    return ("event: %s\ndata: %s\n\n" % (kind, json.dumps(data, separators=(",", ":")))).encode()
 
 
-def _set_sensor(acq, body):
-    n = _int_in(body, "sensor", 0, len(acq.sensors) - 1)
-
-    def change():
-        acq.restart_stream()
-        acq.index = n
-        acq.latest = None
-    acq.call(change)
+def _json(obj, status=200):
+    return web.Response(status=status, text=json.dumps(obj), content_type="application/json")
 
 
-def _auto_exposure(acq, body):
-    def search():
-        acq.restart_stream()
-        return acq.sensor.optimal_shutter_speed()
-    return {"auto_exposure": acq.call(search)}
-
-
-def _pause(acq, body):
-    paused = body.get("paused")
-    if not isinstance(paused, bool):
-        raise BadValue("paused must be true or false")
-
-    def change():
-        if paused:
-            acq.restart_stream()
-        acq.paused = paused
-    acq.call(change)
-
-
-CONTROLS = {"/api/shutter": _set_shutter, "/api/averages": _set_averages, "/api/sensor": _set_sensor,
-            "/api/auto-exposure": _auto_exposure, "/api/pause": _pause}
-
-
-class Server(http.server.ThreadingHTTPServer):
-    daemon_threads = True
-    allow_reuse_address = True
-
-    def __init__(self, address, acq, token=None, quiet=False):
+class Handlers:
+    def __init__(self, acq, pages, warden):
         self.acq = acq
-        self.token = token
-        self.quiet = quiet
-        if ":" in address[0]:
-            self.address_family = __import__("socket").AF_INET6
-        super().__init__(address, Handler)
+        self.pages = pages
+        self.warden = warden
+
+    def status(self):
+        s = self.acq.status()
+        s["pages"] = len(self.pages)
+        return s
+
+    @web.middleware
+    async def guard(self, request, handler):
+        """Marks the connection busy while its request is handled, and
+        answers every failure in one line of JSON."""
+        g = self.warden.handling(request.transport)
+        if g is not None:
+            g.begin()
+        try:
+            resp = await handler(request)
+        except web.HTTPException as e:
+            resp = refuse(e.status, e.reason if e.status != 413 else "the body is larger than %d bytes" % MAX_BODY)
+        except BadValue as e:
+            resp = refuse(400, str(e))
+        finally:
+            if g is not None:
+                g.end()
+        resp.headers.update(HEADERS)
+        return resp
+
+    async def file(self, request):
+        name, ctype = FILES[request.path]
+        with open(os.path.join(STATIC, name), "rb") as f:
+            return web.Response(body=f.read(), content_type=ctype, charset="utf-8")
+
+    async def get_status(self, request):
+        return _json(self.status())
+
+    async def snapshot(self, request):
+        fmt = request.query.get("format", "json")
+        if fmt not in ("csv", "json"):
+            raise BadValue("format must be csv or json")
+        reading = self.acq.latest()
+        if reading is None:
+            return refuse(409, "no reading yet")
+        stamp = reading.time.strftime("%Y%m%dT%H%M%S")
+        body = _rows.as_csv(reading) if fmt == "csv" else _rows.as_json(reading)
+        return web.Response(text=body, content_type="text/csv" if fmt == "csv" else "application/json",
+                            headers={"Content-Disposition": 'attachment; filename="%s-%s.%s"'
+                                     % (reading.sensor_id, stamp, fmt)})
+
+    async def events(self, request):
+        q = self.pages.open()
+        resp = web.StreamResponse(headers=dict(HEADERS, **{"Content-Type": "text/event-stream"}))
+        timeout = self.warden.timeout
+        try:
+            await resp.prepare(request)
+            message = _event("status", self.status())
+            while message is not None:
+                # A page that stops reading is dropped instead of holding the server.
+                await asyncio.wait_for(resp.write(message), timeout)
+                try:
+                    message = await asyncio.wait_for(q.get(), KEEPALIVE_S)
+                except asyncio.TimeoutError:
+                    message = b": keep-alive\n\n"
+        except (ConnectionError, asyncio.TimeoutError):
+            pass
+        finally:
+            self.pages.close(q)
+        resp.force_close()
+        return resp
+
+    async def control(self, request):
+        try:
+            body = await asyncio.wait_for(request.read(), self.warden.timeout)
+        except asyncio.TimeoutError:
+            return refuse(408, "the body did not arrive in %g s" % self.warden.timeout)
+        body = json_object(body)
+        acq = self.acq
+        kind = request.match_info["name"]
+        if kind == "shutter":
+            lo, hi = acq.limits
+            s = acq.request(shutter_speed=whole_number(body.get("shutter_speed"), "shutter_speed", lo, hi))
+        elif kind == "averages":
+            s = acq.request(averages=whole_number(body.get("averages"), "averages", 1, MAX_AVERAGES))
+        elif kind == "sensor":
+            s = acq.request(sensor=whole_number(body.get("sensor"), "sensor", 0, len(acq.ids) - 1))
+        elif kind == "pause":
+            s = acq.request(paused=flag(body.get("paused"), "paused"))
+        elif kind == "auto-exposure":
+            s = acq.request(auto_exposure=True)
+        else:
+            return refuse(404, "no such control")
+        s["pages"] = len(self.pages)
+        return _json(s, 202)
+
+    async def missing(self, request):
+        return refuse(404, "no such page")
+
+
+def make_app(acq, pages, warden, access):
+    h = Handlers(acq, pages, warden)
+    app = web.Application(middlewares=[h.guard, access.check], client_max_size=MAX_BODY)
+    for path in FILES:
+        app.router.add_get(path, h.file)
+    app.router.add_get("/api/status", h.get_status)
+    app.router.add_get("/api/snapshot", h.snapshot)
+    app.router.add_get("/api/events", h.events)
+    app.router.add_post("/api/{name}", h.control)
+    app.router.add_route("*", "/{tail:.*}", h.missing)
+    return app
+
+
+async def serve(acq, sock, *, host, token, allowed_hosts, timeout, ssl_context, quiet, stop, ready):
+    """Serves until `stop` (an asyncio.Event) is set; calls `ready(port)` once listening."""
+    loop = asyncio.get_running_loop()
+    pages = Pages(loop)
+    acq.add_listener(pages.hear)
+    warden = Warden(timeout)
+    access = Access(host, allowed_hosts, token, tls=ssl_context is not None)
+    runner = web.AppRunner(make_app(acq, pages, warden, access), access_log_class=AccessLog,
+                           access_log=access_logger(quiet), keepalive_timeout=timeout, lingering_time=timeout)
+    await runner.setup()
+    warden.make_protocol = runner.server
+    server = await loop.create_server(warden, sock=sock, ssl=ssl_context,
+                                      ssl_handshake_timeout=timeout if ssl_context else None)
+    try:
+        ready(server.sockets[0].getsockname()[1])
+        await stop.wait()
+    finally:
+        server.close()
+        pages.hear("end", None)
+        await runner.server.shutdown(SHUTDOWN_S)
+        await runner.cleanup()

@@ -1,19 +1,23 @@
-"""The live view on virtual sensors: its server over HTTP (access, refusals, snapshots),
-then the page in headless Chromium (it draws, its controls reach the sensor, errors
-show; screenshots kept in ORU_WEB_ARTIFACTS). Each behaviour is checked in one tier."""
+"""The live view on virtual sensors: its command line, its server over HTTP through
+real clients (access, refusals, smuggling, time-outs, controls during long readings,
+an unplugged sensor, signals), then the page in headless Chromium (it draws, its
+controls reach the sensor, errors show; screenshots kept in ORU_WEB_ARTIFACTS)."""
 
 import csv
+import http.client
 import io
 import json
 import os
 import re
 import shutil
+import signal
 import socket
+import ssl
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
-import urllib.request
 
 try:
     from selenium import webdriver
@@ -27,133 +31,360 @@ BROWSER = shutil.which("chromium") or "/usr/bin/chromium"
 REASON = ("python3-selenium is not installed" if webdriver is None else
           "chromium or chromedriver is not installed" if not (os.path.exists(DRIVER) and os.path.exists(BROWSER))
           else None)
+OPENSSL = shutil.which("openssl")
 ARTIFACTS = os.environ.get("ORU_WEB_ARTIFACTS", "web-artifacts")
 COLUMNS = ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_speed", "averages", "saturated"]
+IDS = ["A4486-3-12-40-2", "A4486-3-13-40-2"]
+JSON = {"Content-Type": "application/json"}
+STOP_BOUND_S = 5.0  # a stop that waited for a reading or a lost sensor took 15 s to forever
+
+
+def eventually(probe, what, seconds=15.0):
+    """probe()'s first true value, asked again until `seconds` have passed."""
+    deadline = time.monotonic() + seconds
+    while True:
+        value = probe()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError("never happened: %s (last %r)" % (what, value))
+        time.sleep(0.05)
 
 
 class LiveServer:
     """The live view on virtual sensors, on a free port, for a test."""
 
-    def __init__(self, *args, env=None):
-        self.proc = subprocess.Popen([sys.executable, "-m", "oru_sensor.web", "--port", "0", "--quiet"] + list(args),
+    def __init__(self, *args, env=None, scheme="http"):
+        self.proc = subprocess.Popen([sys.executable, "-m", "oru_sensor.web", "--port", "0"] + list(args),
                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                                      env=dict(os.environ, **(env or {})))
         line = self.proc.stdout.readline()
-        m = re.search(r"http://([^/]+)/", line)
+        m = re.search(r"%s://([^/]+):(\d+)/" % scheme, line)
         if not m:
             self.proc.kill()
-            raise RuntimeError("server did not start (exit %s): %r %s"
-                               % (self.proc.wait(), line, self.proc.stderr.read()))
-        self.base = "http://%s/" % m.group(1)
+            raise RuntimeError("server did not start (exit %s): %r %s" % (self.proc.wait(), line, self.proc.stderr.read()))
+        self.host, self.port = m.group(1), int(m.group(2))
+        self.base = "%s://%s:%d/" % (scheme, self.host, self.port)
+        self.tls = ssl._create_unverified_context() if scheme == "https" else None
 
-    def stop(self):
-        """Ctrl-C; returns what it printed on leaving."""
-        self.proc.send_signal(2)
-        out, err = self.proc.communicate(timeout=15)
-        return self.proc.returncode, out, err
+    def stop(self, sig=signal.SIGINT):
+        """Sends `sig`; (exit status, seconds it took, stdout, stderr)."""
+        start = time.monotonic()
+        self.proc.send_signal(sig)
+        out, err = self.proc.communicate(timeout=30)
+        return self.proc.returncode, time.monotonic() - start, out, err
 
-    def request(self, path, body=None, headers=None):
-        """(status, headers, body bytes); HTTP errors are answers too."""
-        data = None if body is None else body.encode()
-        h = {"Content-Type": "application/json"} if body is not None else {}
+    def request(self, path, body=None, headers=None, method=None):
+        """(status, headers, body bytes) through http.client, one connection each."""
+        conn = (http.client.HTTPSConnection(self.host, self.port, timeout=10, context=self.tls) if self.tls
+                else http.client.HTTPConnection(self.host, self.port, timeout=10))
+        h = dict(JSON) if body is not None else {}
         h.update(headers or {})
-        req = urllib.request.Request(self.base + path, data=data, headers=h)
         try:
-            with urllib.request.urlopen(req, timeout=20) as r:
-                return r.status, r.headers, r.read()
-        except urllib.error.HTTPError as e:
-            return e.code, e.headers, e.read()
+            conn.request(method or ("GET" if body is None else "POST"), "/" + path,
+                         body=None if body is None else body.encode(), headers=h)
+            r = conn.getresponse()
+            return r.status, r.headers, r.read()
+        finally:
+            conn.close()
+
+    def status(self):
+        return json.loads(self.request("api/status")[2])
+
+    def post(self, path, obj):
+        status, _, data = self.request("api/" + path, json.dumps(obj))
+        return status, json.loads(data)
+
+    def snapshot(self):
+        status, _, body = self.request("api/snapshot?format=json")
+        return json.loads(body) if status == 200 else {}
+
+    def raw(self, data, wait=5.0):
+        """Everything the server sends on one connection given `data`, until it closes it."""
+        with socket.create_connection((self.host, self.port), timeout=wait) as s:
+            s.sendall(data)
+            got = b""
+            try:
+                while True:
+                    chunk = s.recv(65536)
+                    if not chunk:
+                        return got
+                    got += chunk
+            except socket.timeout:
+                return got + b"<still open>"
+            except ConnectionResetError:
+                return got
+
+
+def http_request(method, path, body=b"", ctype="application/json", extra=b""):
+    return (b"%s %s HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: %s\r\nContent-Length: %d\r\n%s\r\n"
+            % (method, path, ctype.encode(), len(body), extra)) + body
+
+
+class CommandLine(unittest.TestCase):
+    def test_bad_values_end_with_one_line_before_any_sensor_is_touched(self):
+        for args, said in [(["--port", "70000"], "--port must be 0..65535"), (["--port", "-1"], "--port"),
+                           (["--port", "1_0"], "digits"), (["--virtual", "17"], "--virtual must be 1..10"),
+                           (["--virtual", "0"], "--virtual"), (["--virtual", "\u0663"], "digits"),
+                           (["--averages", "1001"], "--averages"), (["--timeout", "nan"], "--timeout"),
+                           (["--max-rate", "inf"], "--max-rate"), (["--host", "0.0.0.0"], "without a token"),
+                           (["--tls-cert", "x.pem"], "go together"),
+                           (["--token-file", "/nonexistent/token"], "cannot read the token file"),
+                           (["--host", "0.0.0.0", "--token", " "], "not empty")]:
+            with self.subTest(args=args):
+                r = subprocess.run([sys.executable, "-m", "oru_sensor.web", "--virtual", "1"] + args,
+                                   capture_output=True, text=True, timeout=30)
+                self.assertEqual(r.returncode, 2, r.stderr)
+                self.assertIn(said, r.stderr)
+                self.assertNotIn("Traceback", r.stderr)
+                self.assertNotIn("Live view", r.stdout)
 
 
 class Access(unittest.TestCase):
-    def test_token_needed_off_this_host_once_in_the_query_then_the_cookie(self):
-        with self.assertRaisesRegex(RuntimeError, r"\(exit 2\).*without --token"):
-            LiveServer("--virtual", "1", "--host", "0.0.0.0")
-        srv = LiveServer("--virtual", "1", "--token", "s3 cret;x")
-        try:
-            five = '{"shutter_speed": 5}'
-            for path, body in (("api/status", None), ("api/status?token=wrong", None), ("api/shutter", five)):
-                self.assertEqual(srv.request(path, body)[0], 403, path)
-            status, headers, _ = srv.request("?token=s3%20cret%3Bx")
-            self.assertEqual(status, 200)
-            cookie = {"Cookie": headers["Set-Cookie"].split(";")[0]}
-            self.assertEqual(srv.request("api/status", headers=cookie)[0], 200)
-            self.assertEqual(srv.request("api/shutter", five, cookie)[0], 200)
-        finally:
-            code, out, _ = srv.stop()
-        self.assertEqual(code, 0)
-        self.assertIn("sensors disconnected", out)
+    """A token from the environment (never on the command line), over TLS when openssl is here."""
 
+    TOKEN = "s3 cret;x"
 
-class Controls(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.srv = LiveServer("--virtual", "2")
+        args, scheme = ["--virtual", "1", "--timeout", "2"], "http"
+        cls.dir = tempfile.TemporaryDirectory()
+        if OPENSSL:
+            key, cert = os.path.join(cls.dir.name, "key.pem"), os.path.join(cls.dir.name, "cert.pem")
+            subprocess.run([OPENSSL, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1", "-subj",
+                            "/CN=localhost", "-keyout", key, "-out", cert], check=True, capture_output=True)
+            args, scheme = args + ["--tls-cert", cert, "--tls-key", key], "https"
+        cls.srv = LiveServer(*args, env={"ORU_WEB_TOKEN": cls.TOKEN}, scheme=scheme)
 
     @classmethod
     def tearDownClass(cls):
-        code, _, err = cls.srv.stop()
-        assert code == 0, err
+        code, _, cls.out, cls.err = cls.srv.stop()
+        cls.dir.cleanup()
+        assert code == 0, cls.err
 
-    def post(self, path, body):
-        status, _, data = self.srv.request(path, json.dumps(body))
-        return status, json.loads(data)
+    def test_token_once_in_the_query_then_the_cookie_never_in_ps(self):
+        srv = self.srv
+        with open("/proc/%d/cmdline" % srv.proc.pid, "rb") as f:
+            self.assertNotIn(self.TOKEN.encode(), f.read())
+        five = '{"shutter_speed": 5}'
+        for path, body, headers in [("api/status", None, {}), ("api/status?token=wrong", None, {}),
+                                    ("api/shutter", five, {}), ("api/shutter?token=s3%20cret%3Bx", five, {}),
+                                    ("api/status", None, {"Authorization": "Bearer wrong"}),
+                                    ("api/status", None, {"Cookie": "oru_session=" + self.TOKEN})]:
+            with self.subTest(path=path, headers=headers):
+                self.assertEqual(srv.request(path, body, headers)[0], 403)
+        status, headers, _ = srv.request("api/snapshot?format=csv&token=s3%20cret%3Bx")
+        self.assertEqual((status, headers["Location"]), (303, "/api/snapshot?format=csv"))
+        cookie = headers["Set-Cookie"]
+        for attribute in ("HttpOnly", "SameSite=Strict", "Path=/") + (("Secure",) if srv.tls else ()):
+            self.assertIn(attribute, cookie)
+        self.assertNotIn("cret", cookie)
+        session = {"Cookie": cookie.split(";")[0]}
+        self.assertEqual(srv.request("api/status", headers=session)[0], 200)
+        self.assertEqual(srv.request("api/shutter", five, session)[0], 202)
+        self.assertEqual(srv.request("api/status", headers={"Authorization": "Bearer " + self.TOKEN})[0], 200)
 
-    def test_bad_values_get_400_with_a_message(self):
-        for path, body in [("api/shutter", {"shutter_speed": 0}), ("api/shutter", {"shutter_speed": 3001}),
-                           ("api/shutter", {"shutter_speed": "fast"}), ("api/shutter", {}),
-                           ("api/averages", {"averages": 0}), ("api/averages", {"averages": 2.5}),
-                           ("api/sensor", {"sensor": 2}), ("api/pause", {"paused": "yes"})]:
-            with self.subTest(path=path, body=body):
-                status, data = self.post(path, body)
-                self.assertEqual(status, 400)
-                self.assertTrue(data["error"])
-        self.assertEqual(self.srv.request("api/shutter", "not json")[0], 400)
-        self.assertEqual(self.srv.request("api/shutter", "{}", {"Content-Type": "text/plain"})[0], 415)
+    def test_zz_the_request_log_never_shows_the_token(self):
+        srv = self.srv
+        srv.request("?token=s3%20cret%3Bx")
+        code, _, out, err = srv.stop()
+        self.assertIn("GET / 303", err)
+        self.assertNotIn("cret", err + out)
+        self.assertIn("sensors disconnected", out)
+
+
+class Server(unittest.TestCase):
+    """Refusals and controls on one server, two virtual sensors, short time-outs."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.srv = LiveServer("--virtual", "2", "--timeout", "1", "--allow-host", "pi.local")
+
+    @classmethod
+    def tearDownClass(cls):
+        code, _, _, err = cls.srv.stop(signal.SIGTERM)
+        assert code == 0 and "Traceback" not in err, err
+
+    def test_host_must_be_a_name_of_this_server(self):
+        p = self.srv.port
+        for host, expected in [("evil.example.com:%d" % p, 421), ("127.0.0.1.nip.io:%d" % p, 421),
+                               ("a:b:c", 421), ("", 421), ("localhost:%d" % p, 200), ("127.0.0.1", 200),
+                               ("[::1]:%d" % p, 200), ("PI.local:%d" % p, 200), ("192.168.1.5", 421)]:
+            with self.subTest(host=host):
+                self.assertEqual(self.srv.request("api/status", headers={"Host": host})[0], expected)
+                if expected == 421:  # nor can it change anything
+                    self.assertEqual(self.srv.request("api/averages", '{"averages": 3}', {"Host": host})[0], 421)
+        self.assertEqual(self.srv.status()["averages"], 1)
+
+    def test_changes_only_from_the_page_itself_with_a_json_body(self):
+        own = "http://127.0.0.1:%d" % self.srv.port
+        for headers, expected in [({"Origin": "http://evil.example.com"}, 403), ({"Origin": "null"}, 403),
+                                  ({"Origin": own.replace("127.0.0.1", "localhost")}, 403),
+                                  ({"Sec-Fetch-Site": "cross-site"}, 403), ({"Sec-Fetch-Site": "same-site"}, 403),
+                                  ({"Content-Type": "text/plain"}, 415),
+                                  ({"Content-Type": "application/x-www-form-urlencoded"}, 415),
+                                  ({"Origin": own}, 202), ({"Sec-Fetch-Site": "same-origin"}, 202), ({}, 202)]:
+            with self.subTest(headers=headers):
+                self.assertEqual(self.srv.request("api/averages", '{"averages": 1}', headers)[0], expected)
+
+    def test_bad_values_get_a_4xx_and_one_line(self):
+        for path, body, expected in [
+                ("api/shutter", {"shutter_speed": 0}, 400), ("api/shutter", {"shutter_speed": 3001}, 400),
+                ("api/shutter", {"shutter_speed": "1_0"}, 400), ("api/shutter", {"shutter_speed": "\u0663"}, 400),
+                ("api/shutter", {"shutter_speed": "+5"}, 400), ("api/shutter", {"shutter_speed": " 5"}, 400),
+                ("api/shutter", {"shutter_speed": 2.5}, 400), ("api/shutter", {"shutter_speed": True}, 400),
+                ("api/shutter", {}, 400), ("api/averages", {"averages": 1001}, 400),
+                ("api/sensor", {"sensor": 2}, 400), ("api/pause", {"paused": "yes"}, 400),
+                ("api/nothing", {}, 404), ("api/shutter", "[" * 2000 + "]" * 2000, 400),
+                ("api/shutter", "not json", 400), ("api/shutter", "[1]", 400),
+                ("api/shutter", '{"shutter_speed": "%s"}' % ("9" * 5000), 413)]:
+            with self.subTest(path=path, body=str(body)[:40]):
+                status, headers, data = self.srv.request(path, body if isinstance(body, str) else json.dumps(body))
+                self.assertEqual(status, expected)
+                self.assertEqual(headers["Connection"], "close")
+                self.assertEqual(data.count(b"\n"), 1)
+                self.assertTrue(json.loads(data)["error"])
         self.assertEqual(self.srv.request("api/snapshot?format=xml")[0], 400)
 
-    def test_controls_reach_the_sensor_while_it_streams(self):
-        self.assertEqual(self.post("api/averages", {"averages": 2})[0], 200)
-        self.assertEqual(self.post("api/sensor", {"sensor": 1})[1]["sensor_id"], "A4486-3-13-40-2")
-        self.assertEqual(self.post("api/shutter", {"shutter_speed": 7})[1]["shutter_speed"], 7)
-        for _ in range(200):  # a snapshot taken later comes from the new sensor, shutter speed and averages
-            status, _, body = self.srv.request("api/snapshot?format=json")
-            snap = json.loads(body) if status == 200 else {}
-            if snap.get("shutter_speed") == 7:
-                break
-            time.sleep(0.05)
-        self.assertEqual((snap["sensor_id"], snap["shutter_speed"], snap["averages"]), ("A4486-3-13-40-2", 7, 2))
-        self.assertEqual((set(snap), len(snap["values"])), (set(COLUMNS) | {"values"}, 1024))
-        # The CSV snapshot has the same columns, values spread over f0..f1023.
-        rows = list(csv.DictReader(io.StringIO(self.srv.request("api/snapshot?format=csv")[2].decode())))
-        self.assertEqual(len(rows), 1)
+    def test_a_refused_body_is_never_taken_for_a_request(self):
+        inner = http_request(b"POST", b"/api/shutter", b'{"shutter_speed": 77}')
+        for first in [http_request(b"POST", b"/api/shutter", inner, "text/plain"),
+                      http_request(b"POST", b"/api/shutter", inner, "application/json"),
+                      http_request(b"POST", b"/api/nothing", inner),
+                      http_request(b"POST", b"/api/shutter", inner, extra=b"Origin: http://evil.example.com\r\n"),
+                      http_request(b"GET", b"/api/status", inner)]:
+            with self.subTest(first=first[:60]):
+                answer = self.srv.raw(first)
+                self.assertEqual(answer.count(b"HTTP/1.1 "), 1, answer[:300])
+                self.assertNotIn(b"<still open>", answer)
+        self.assertNotEqual(self.srv.status()["shutter_speed"], 77)
+
+    def test_idle_slow_and_foreign_connections_are_closed(self):
+        cases = [(b"", b""), (b"GET /api/status HTTP/1.1\r\nHost: 127.0.0.1\r\n", b""),
+                 (http_request(b"POST", b"/api/averages", b'{"averages": 2}')[:-4], b"HTTP/1.1 408"),
+                 (b"\x16\x03\x01\x00\xa5\x01\x00\x00\xa1\x03\x03" + bytes(32), b"HTTP/1.0 400")]
+        socks = []
+        for data, _ in cases:
+            s = socket.create_connection((self.srv.host, self.srv.port), timeout=4)
+            s.sendall(data)
+            socks.append(s)
+        for s, (data, answer) in zip(socks, cases):
+            with self.subTest(sent=data[:40]), s:
+                got = b""
+                try:
+                    while True:  # the server's time-out is 1 s; a hang ends in socket.timeout
+                        chunk = s.recv(4096)
+                        if not chunk:
+                            break
+                        got += chunk
+                except ConnectionResetError:
+                    pass
+                self.assertTrue(got.startswith(answer), got[:100])
+        self.assertEqual(self.srv.status()["averages"], 1)
+
+    def events(self):
+        """An open reading stream, once it has had its first reading."""
+        s = socket.create_connection((self.srv.host, self.srv.port), timeout=5)
+        s.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+        got = b""
+        while b"event: reading" not in got:
+            got += s.recv(65536)
+        self.assertIn(b"event: status", got)
+        return s
+
+    def test_connections_per_client_are_capped_and_pages_counted(self):
+        held = [self.events() for _ in range(16)]  # streams: busy, so never timed out
+        try:
+            self.assertEqual(self.srv.raw(http_request(b"GET", b"/api/status"), wait=3), b"")
+            self.assertEqual(self.srv.raw(http_request(b"GET", b"/api/status"), wait=3), b"")
+        finally:
+            for s in held:
+                s.close()
+        eventually(lambda: self.srv.request("api/status")[0] == 200, "a request once the others closed")
+        with self.events():
+            self.assertEqual(self.srv.status()["pages"], 1)
+
+    def test_controls_answer_at_once_and_reach_the_sensor(self):
+        srv = self.srv
+        self.assertEqual(srv.post("shutter", {"shutter_speed": 7})[0], 202)
+        status = eventually(lambda: (lambda s: not s["pending"] and s)(srv.status()), "the shutter applied")
+        self.assertEqual((status["shutter_speed"], status["exposure_ms"] > 0), (7, True))
+        # Sensor 1 shows its own settings, not sensor 0's.
+        code, status = srv.post("sensor", {"sensor": "1"})
+        self.assertEqual((code, status["sensor_id"], status["shutter_speed"]), (202, IDS[1], 1))
+        srv.post("averages", {"averages": 2})
+        srv.post("shutter", {"shutter_speed": 9})
+        snap = eventually(lambda: (lambda s: s.get("shutter_speed") == 9 and s.get("averages") == 2 and s)(
+            srv.snapshot()), "a reading of the new settings")
+        self.assertEqual((snap["sensor_id"], set(snap), len(snap["values"])), (IDS[1], set(COLUMNS) | {"values"}, 1024))
+        self.assertEqual(snap["last_sequence"] - snap["first_sequence"], 1)
+        rows = list(csv.DictReader(io.StringIO(srv.request("api/snapshot?format=csv")[2].decode())))
         self.assertEqual(list(rows[0]), COLUMNS + ["f%d" % i for i in range(1024)])
         self.assertRegex(rows[0]["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
-        self.assertEqual(int(rows[0]["last_sequence"]) - int(rows[0]["first_sequence"]), 1)
-        # Paused, the stream is off and the sensor takes changes at once.
-        self.assertTrue(self.post("api/pause", {"paused": True})[1]["paused"])
-        self.assertEqual(self.post("api/shutter", {"shutter_speed": 9})[1]["shutter_speed"], 9)
-        self.assertFalse(self.post("api/pause", {"paused": False})[1]["paused"])
-        self.post("api/sensor", {"sensor": 0})
+        self.assertEqual(srv.post("sensor", {"sensor": 0})[1]["shutter_speed"], 7)
+        self.assertTrue(srv.post("pause", {"paused": True})[1]["paused"])
+        eventually(lambda: not srv.status()["pending"], "paused")
+        seen = srv.snapshot()["last_sequence"]
+        time.sleep(0.3)
+        self.assertEqual(srv.snapshot()["last_sequence"], seen)
+        srv.post("pause", {"paused": False})
+        eventually(lambda: srv.snapshot()["last_sequence"] != seen, "readings again")
+        srv.post("averages", {"averages": 1})
 
-    def test_a_page_that_vanishes_is_forgotten(self):
-        host, port = self.srv.base[7:-1].rsplit(":", 1)
 
-        def page(event, count):
-            """An events connection once it has seen `count` of `event`."""
-            s = socket.create_connection((host, int(port)), timeout=5)
-            s.sendall(b"GET /api/events HTTP/1.1\r\nHost: x\r\n\r\n")
-            got = b""
-            while got.count(event) < count:
-                got += s.recv(65536)
-            return s
+class LongReadings(unittest.TestCase):
+    def test_a_change_or_a_signal_ends_a_long_reading(self):
+        # Shutter 500: 0.46 s a frame, so 50 averages make a reading of 23 s.
+        srv = LiveServer("--virtual", "1", "--quiet")
+        try:
+            srv.post("shutter", {"shutter_speed": 500})
+            srv.post("averages", {"averages": 50})
+            eventually(lambda: not srv.status()["pending"], "the settings applied")
+            time.sleep(1.0)  # well into the reading
+            start = time.monotonic()
+            self.assertEqual(srv.post("averages", {"averages": 1})[0], 202)
+            eventually(lambda: srv.snapshot().get("averages") == 1, "a reading of 1 average")
+            self.assertLess(time.monotonic() - start, 10.0)  # the old reading would have run to 23 s
+            srv.post("averages", {"averages": 50})
+            time.sleep(1.0)
+            self.assertLess(time.monotonic() - start, 10.0)
+        finally:
+            code, took, out, _ = srv.stop(signal.SIGTERM)
+        self.assertEqual(code, 0)
+        self.assertLess(took, STOP_BOUND_S)
+        self.assertIn("sensors disconnected", out)
 
-        for _ in range(5):
-            page(b"event: status", 1).close()
-        # Each one is dropped at its next write; two new pages both get readings.
-        time.sleep(1.0)
-        pages = [page(b"event: reading", 2) for _ in range(2)]  # noqa: F841 - open until the count is taken
-        self.assertEqual(json.loads(self.srv.request("api/status")[2])["pages"], 2)
+
+class Unplugged(unittest.TestCase):
+    def test_a_lost_sensor_shows_as_removed_others_stay_usable_and_it_comes_back(self):
+        srv = LiveServer("--virtual", "2", "--quiet", env={"ORU_VSENSOR_FAULTS": "0:unplug@2.5s,0:replug@5s"})
+        try:
+            status = eventually(lambda: (lambda s: s["states"][0] == "removed" and s)(srv.status()), "removed")
+            self.assertEqual((status["state"], status["states"][1]), ("removed", "usable"))
+            self.assertEqual(srv.post("sensor", {"sensor": 1})[0], 202)
+            eventually(lambda: srv.snapshot().get("sensor_id") == IDS[1], "readings of sensor 1")
+            srv.post("sensor", {"sensor": 0})
+            eventually(lambda: srv.status()["states"][0] == "usable", "sensor 0 back")
+            eventually(lambda: srv.snapshot().get("sensor_id") == IDS[0], "readings of sensor 0 again")
+        finally:
+            code, took, out, _ = srv.stop(signal.SIGTERM)
+        self.assertEqual(code, 0)
+        self.assertIn("sensors disconnected", out)
+
+    def test_a_sensor_that_never_comes_back_holds_nothing_up(self):
+        srv = LiveServer("--virtual", "2", "--quiet", env={"ORU_VSENSOR_FAULTS": "0:unplug@2.5s"})
+        try:
+            eventually(lambda: srv.status()["state"] == "removed", "removed")
+            srv.post("sensor", {"sensor": 1})
+            eventually(lambda: srv.snapshot().get("sensor_id") == IDS[1], "readings of sensor 1")
+            srv.post("sensor", {"sensor": 0})
+            time.sleep(0.5)
+            self.assertEqual(srv.status()["state"], "removed")
+        finally:
+            code, took, out, _ = srv.stop(signal.SIGTERM)
+        self.assertEqual(code, 0)
+        self.assertLess(took, STOP_BOUND_S)
+        self.assertIn("sensors disconnected", out)
 
 
 @unittest.skipIf(REASON, REASON or "")
@@ -161,7 +392,7 @@ class LiveView(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         # White scene at full speed: shutter 1 gives far more than 10 readings a second.
-        cls.srv = LiveServer("--virtual", "2", env={"ORU_VSENSOR_NOISE": "20"})
+        cls.srv = LiveServer("--virtual", "2", "--quiet", env={"ORU_VSENSOR_NOISE": "20"})
         opts = webdriver.ChromeOptions()
         opts.binary_location = BROWSER
         for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
@@ -197,23 +428,25 @@ class LiveView(unittest.TestCase):
         self.wait.until(lambda d: d.execute_script(pixels) != first)
         self.assertEqual([e for e in self.driver.get_log("browser") if e["level"] == "SEVERE"], [])
         self.assertGreaterEqual(float(self.text("s-rate")), 10.0)
-        for fmt in ("csv", "json"):  # the snapshot links lead where Controls looks
+        for fmt in ("csv", "json"):  # the snapshot links lead where Server looks
             self.assertEqual(self.driver.find_element("id", fmt).get_attribute("href"),
                              self.srv.base + "api/snapshot?format=" + fmt)
         self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view.png"))
 
     def test_2_shutter_reaches_the_sensor(self):
         self.enter("shutter", "42")
-        self.wait.until(lambda d: self.text("s-shutter") == "42")
-        status = json.loads(self.srv.request("api/status")[2])
+        self.wait.until(lambda d: self.text("s-shutter") == "42" and self.text("s-state") == "usable")
+        status = self.srv.status()
         self.assertEqual(status["shutter_speed"], 42)
-        self.assertEqual(self.text("s-exposure"), "%.3f ms" % status["exposure_ms"])
+        self.wait.until(lambda d: self.text("s-exposure") == "%.3f ms" % status["exposure_ms"])
 
     def test_3_auto_exposure_ends_with_a_value(self):
         self.driver.find_element("id", "auto").click()
+        self.assertEqual(self.text("auto"), "Searching…")
         self.wait.until(lambda d: self.text("auto") == "Auto exposure" and not self.text("message"))
-        status = json.loads(self.srv.request("api/status")[2])
+        status = self.srv.status()
         self.assertEqual(self.text("s-shutter"), str(status["shutter_speed"]))
+        self.assertEqual(status["auto_exposure"], status["shutter_speed"])
         self.assertGreater(status["shutter_speed"], 100)  # the white scene settles near 150
 
     def test_4_bad_value_shows_an_error_and_dark_warning(self):

@@ -9,6 +9,7 @@
   let dark = null;          // {values, shutter_speed} of the dark reading
   let status = {};
   let pending = false;      // a frame is requested
+  let searching = false;    // auto exposure asked for, its result not yet in
   const edited = new Set(); // fields the user typed in: readings do not overwrite them
 
   function showError(text) {
@@ -30,10 +31,22 @@
     setText("s-averages", String(status.averages ?? "–"));
     setText("s-rate", status.rate != null ? status.rate.toFixed(1) : "–");
     setText("s-dropped", String(status.dropped ?? "–"));
+    setText("s-state", status.busy || (status.pending ? "applying" : (status.state || "–")));
     setText("pause", status.paused ? "Resume" : "Pause");
     const sel = $("sensor");
     if (status.sensors && sel.options.length !== status.sensors.length) {
       sel.replaceChildren(...status.sensors.map((id, i) => new Option(id, String(i))));
+    }
+    if (status.states) {  // a removed sensor stays in the list, marked
+      status.states.forEach((st, i) => {
+        const label = status.sensors[i] + (st === "usable" ? "" : " (" + st + ")");
+        if (sel.options[i] && sel.options[i].text !== label) sel.options[i].text = label;
+      });
+    }
+    if (searching && status.auto_exposure != null) {
+      searching = false;
+      $("auto").disabled = false;
+      setText("auto", "Auto exposure");
     }
     if (status.sensor != null && document.activeElement !== sel) sel.value = String(status.sensor);
     if (status.shutter_limits) { $("shutter").min = status.shutter_limits[0]; $("shutter").max = status.shutter_limits[1]; }
@@ -145,14 +158,16 @@
   $("averages").addEventListener("keydown", (e) => { if (e.key === "Enter") { e.preventDefault(); $("set-averages").click(); } });
   $("sensor").addEventListener("change", () => post("api/sensor", { sensor: $("sensor").value }));
   $("pause").addEventListener("click", () => post("api/pause", { paused: !status.paused }));
+  // The search runs on the server; its result comes with a later status.
   $("auto").addEventListener("click", async () => {
-    const b = $("auto");
-    b.disabled = true;
+    searching = true;
+    $("auto").disabled = true;
     setText("auto", "Searching…");
-    const data = await post("api/auto-exposure", {});
-    b.disabled = false;
-    setText("auto", "Auto exposure");
-    if (data) setText("s-shutter", String(data.auto_exposure));
+    if (!(await post("api/auto-exposure", {}))) {
+      searching = false;
+      $("auto").disabled = false;
+      setText("auto", "Auto exposure");
+    }
   });
   $("dark").addEventListener("click", () => {
     if (!latest) { showError("No reading yet to keep as dark."); return; }
