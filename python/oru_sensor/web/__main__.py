@@ -72,7 +72,7 @@ def main(argv=None):
                 acq.stop(STOP_WAIT_S)
     except KeyboardInterrupt:
         pass
-    except OruError as e:
+    except (OruError, RuntimeError) as e:
         fail("%s" % e, status=1)
     print("Stopped; sensors disconnected.", flush=True)
     return 0

@@ -12,8 +12,8 @@ from .. import OruError, Reading
 from ._stream_calls import REMOVED, TIMED_OUT, USABLE, StreamCalls
 
 SLICE_S = 0.25   # longest wait for frames in one call: a control or a stop is seen within about this
-RETRY_S = 0.5    # a removed sensor is looked for, and a failed step retried, this often
-POLL_S = 1.0     # the other sensors' states are refreshed this often
+RETRY_S = 0.5    # a failed step is tried again after this
+POLL_S = 1.0     # the sensors' states are refreshed, and lost ones looked for, this often
 STALL_S = 3.0    # no frame for this long beyond the frames' own time: the stream is restarted
 STATES = {USABLE: "usable", 2: "failed", REMOVED: "removed"}
 
@@ -167,7 +167,8 @@ class Acquisition:
             if want is None:
                 return
             if time.monotonic() >= next_poll:
-                self._poll_states()
+                if on in self._poll_states():
+                    on = None
                 next_poll = time.monotonic() + POLL_S
             try:
                 on = self._step(want, on)
@@ -180,11 +181,20 @@ class Acquisition:
                 self._pause(RETRY_S)
 
     def _poll_states(self):
+        """Refreshes the sensors' states and brings back any that was lost
+        and is attached again; returns the indices brought back (their
+        streams are off)."""
+        back = set()
         for i in range(len(self._sensors)):
-            state = STATES.get(self._calls.state(i), "removed")
+            code = self._calls.state(i)
+            if code != USABLE and self._calls.reconnect(i, self.ids[i]):
+                code = USABLE
+                back.add(i)
+            state = STATES.get(code, "removed")
             if state != self._view[i]["state"]:
                 log.warning("sensor %s is %s", self.ids[i], state)
                 self._set_view(i, state=state)
+        return back
 
     def _step(self, want, on):
         """One round: apply the requests, then take one reading. Returns the
@@ -207,9 +217,9 @@ class Acquisition:
                         del self._want_shutter[i]
         if want["auto"]:
             self._auto_exposure(index)
-        if self._calls.state(index) != USABLE:
+        if self._calls.state(index) != USABLE:  # shown as such until the state poll brings it back
             self._publish(applied=want["generation"], busy=None, rate=0.0)
-            self._bring_back(index, want["generation"])
+            self._pause(POLL_S, want["generation"])
             return None
         self._publish(applied=want["generation"], busy=None)
         if want["paused"]:
@@ -246,13 +256,6 @@ class Acquisition:
                 self._want_auto = False
         self._set_view(index, shutter_speed=result, exposure_ms=self._sensors[index].exposure_time(1, result))
         self._publish(auto_result=result)
-
-    def _bring_back(self, index, generation):
-        if self._calls.reconnect(index, self.ids[index]):
-            log.warning("sensor %s is back", self.ids[index])
-            self._set_view(index, state="usable")
-        else:
-            self._pause(RETRY_S, generation)
 
     def _read(self, index, averages, generation):
         """One reading of `averages` frames, read in slices of at most about

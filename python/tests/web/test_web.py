@@ -130,7 +130,8 @@ class CommandLine(unittest.TestCase):
                            (["--max-rate", "inf"], "--max-rate"), (["--host", "0.0.0.0"], "without a token"),
                            (["--tls-cert", "x.pem"], "go together"),
                            (["--token-file", "/nonexistent/token"], "cannot read the token file"),
-                           (["--host", "0.0.0.0", "--token", " "], "not empty")]:
+                           (["--host", "0.0.0.0", "--token", " "], "not empty"),
+                           (["--host", "0.0.0.0", "--token-file", os.devnull], "not empty")]:
             with self.subTest(args=args):
                 r = subprocess.run([sys.executable, "-m", "oru_sensor.web", "--virtual", "1"] + args,
                                    capture_output=True, text=True, timeout=30)
