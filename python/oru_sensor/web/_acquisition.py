@@ -59,8 +59,11 @@ class Acquisition:
 
     @staticmethod
     def _sensor_view(s):
-        ss = s.shutter_speed
-        return {"state": "usable", "shutter_speed": ss, "exposure_ms": s.exposure_time(1, ss)}
+        try:
+            ss = s.shutter_speed
+            return {"state": "usable", "shutter_speed": ss, "exposure_ms": s.exposure_time(1, ss)}
+        except OruError:  # lost already: the state poll says so and brings it back
+            return {"state": "failed", "shutter_speed": 1, "exposure_ms": 1.0}
 
     # -- the HTTP side ------------------------------------------------------
 
