@@ -177,7 +177,7 @@ class Acquisition:
                 on = self._step(want, on)
             except Exception as e:  # shown on the page; the step is tried again
                 log.warning("%s", e)
-                self._publish(error=str(e), busy=None)
+                self._publish(error=str(e), busy=None, applied=want["generation"])
                 if on is not None and self._calls.state(on) == USABLE:
                     self._calls.stop(on)
                 on = None

@@ -5,7 +5,7 @@ import ipaddress
 import os
 import ssl
 
-from ._values import BadValue, whole_number
+from ._values import BadValue, decimal_number, whole_number
 
 TOKEN_ENV = "ORU_WEB_TOKEN"
 MAX_VIRTUAL = 10  # the library serves at most 10 sensors
@@ -20,23 +20,13 @@ def is_loopback(host):
         return False
 
 
-def _whole(name, lo, hi):
+def _checked(convert, name, lo, hi):
     def check(text):
         try:
-            return whole_number(text, name, lo, hi)
+            return convert(text, name, lo, hi)
         except BadValue as e:
             raise argparse.ArgumentTypeError(str(e)) from None
     return check
-
-
-def _seconds(text):
-    try:
-        value = float(text)
-    except ValueError:
-        value = -1.0
-    if not 0.5 <= value <= 600:  # also refuses nan and inf
-        raise argparse.ArgumentTypeError("must be 0.5..600 seconds, got %r" % text)
-    return value
 
 
 def _token_from(args, fail):
@@ -72,28 +62,26 @@ def _tls(args, fail):
 def parse(argv):
     """(options, TLS context or None, fail(message, status=2))."""
     p = argparse.ArgumentParser(prog="python3 -m oru_sensor.web", description="Live view of the sensors in a browser.")
-    p.add_argument("--virtual", type=_whole("--virtual", 1, MAX_VIRTUAL), metavar="N",
+    p.add_argument("--virtual", type=_checked(whole_number, "--virtual", 1, MAX_VIRTUAL), metavar="N",
                    help="run on N (1..10) virtual sensors instead of USB hardware")
     p.add_argument("--host", default="127.0.0.1", help="address to listen on (default 127.0.0.1)")
-    p.add_argument("--port", type=_whole("--port", 0, 65535), default=8080, help="port (default 8080; 0 picks a free one)")
+    p.add_argument("--port", type=_checked(whole_number, "--port", 0, 65535), default=8080, help="port (default 8080; 0 picks a free one)")
     p.add_argument("--allow-host", action="append", default=[], metavar="NAME",
                    help="a further name the server is reached by (Host header), e.g. pi.local; repeatable")
     p.add_argument("--token", help="secret every client must give; visible in ps: prefer --token-file or %s" % TOKEN_ENV)
     p.add_argument("--token-file", metavar="FILE", help="read the secret from the first line of FILE")
     p.add_argument("--tls-cert", metavar="FILE", help="serve HTTPS with this certificate (PEM); needs --tls-key")
     p.add_argument("--tls-key", metavar="FILE", help="the certificate's private key (PEM)")
-    p.add_argument("--timeout", type=_seconds, default=5.0, metavar="S",
+    p.add_argument("--timeout", type=_checked(decimal_number, "--timeout", 0.5, 600), default=5.0, metavar="S",
                    help="seconds a connection may stay idle or take to send a request (default 5)")
-    p.add_argument("--averages", type=_whole("--averages", 1, 1000), default=1, help="frames per reading at start (default 1)")
-    p.add_argument("--max-rate", type=float, default=25.0, help="readings per second sent to a page (default 25)")
+    p.add_argument("--averages", type=_checked(whole_number, "--averages", 1, 1000), default=1, help="frames per reading at start (default 1)")
+    p.add_argument("--max-rate", type=_checked(decimal_number, "--max-rate", 0.01, 1000), default=25.0, help="readings per second sent to a page (default 25)")
     p.add_argument("--quiet", action="store_true", help="do not log requests")
     args = p.parse_args(argv)
 
     def fail(message, status=2):
         p.exit(status, "oru_sensor.web: %s\n" % message)
 
-    if not 0 < args.max_rate <= 1000:
-        fail("--max-rate must be above 0 and at most 1000")
     args.token = _token_from(args, fail)
     if not is_loopback(args.host) and not args.token:
         fail("refusing to listen on %s without a token: anyone on the network could control the sensor. "

@@ -6,6 +6,7 @@ import json
 import re
 
 DIGITS = re.compile(r"[0-9]{1,9}")  # ASCII only: str.isdigit() would take "٣", int() would take "1_0"
+DECIMAL = re.compile(r"[0-9]{1,9}(\.[0-9]{1,9})?")
 MAX_DEPTH = 2                       # an object of scalars; deeper bodies are refused before parsing
 
 
@@ -23,6 +24,16 @@ def whole_number(value, name, lo, hi):
         value = int(value)
     if not lo <= value <= hi:
         raise BadValue("%s must be %d..%d, got %d" % (name, lo, hi, value))
+    return value
+
+
+def decimal_number(text, name, lo, hi):
+    """`text` (ASCII digits with an optional fraction) as a float in lo..hi."""
+    if not DECIMAL.fullmatch(text):
+        raise BadValue("%s must be a number in digits 0-9, got %r" % (name, text))
+    value = float(text)
+    if not lo <= value <= hi:
+        raise BadValue("%s must be %g..%g, got %g" % (name, lo, hi, value))
     return value
 
 

@@ -127,7 +127,7 @@ class CommandLine(unittest.TestCase):
                            (["--port", "1_0"], "digits"), (["--virtual", "17"], "--virtual must be 1..10"),
                            (["--virtual", "0"], "--virtual"), (["--virtual", "\u0663"], "digits"),
                            (["--averages", "1001"], "--averages"), (["--timeout", "nan"], "--timeout"),
-                           (["--max-rate", "inf"], "--max-rate"), (["--host", "0.0.0.0"], "without a token"),
+                           (["--max-rate", "inf"], "--max-rate"), (["--max-rate", "1_0"], "digits"), (["--host", "0.0.0.0"], "without a token"),
                            (["--tls-cert", "x.pem"], "go together"),
                            (["--token-file", "/nonexistent/token"], "cannot read the token file"),
                            (["--host", "0.0.0.0", "--token", " "], "not empty"),

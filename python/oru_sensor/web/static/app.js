@@ -43,7 +43,7 @@
         if (sel.options[i] && sel.options[i].text !== label) sel.options[i].text = label;
       });
     }
-    if (searching && status.auto_exposure != null) {
+    if (searching && (status.auto_exposure != null || (status.error && !status.pending))) {
       searching = false;
       $("auto").disabled = false;
       setText("auto", "Auto exposure");
