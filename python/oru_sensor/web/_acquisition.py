@@ -169,11 +169,11 @@ class Acquisition:
             want = self._take_requests()
             if want is None:
                 return
-            if time.monotonic() >= next_poll:
-                if on in self._poll_states():
-                    on = None
-                next_poll = time.monotonic() + POLL_S
             try:
+                if time.monotonic() >= next_poll:
+                    next_poll = time.monotonic() + POLL_S
+                    if on in self._poll_states():
+                        on = None
                 on = self._step(want, on)
             except Exception as e:  # shown on the page; the step is tried again
                 log.warning("%s", e)
@@ -203,21 +203,21 @@ class Acquisition:
         """One round: apply the requests, then take one reading. Returns the
         sensor whose stream is on afterwards."""
         index = want["index"]
-        changes = want["shutter"]
-        if on is not None and (on != index or changes or want["auto"] or want["paused"]
+        # A lost sensor's new shutter speed waits until it is back.
+        changes = {i: ss for i, ss in want["shutter"].items() if self._calls.state(i) == USABLE}
+        if on is not None and (on != index or on in changes or want["auto"] or want["paused"]
                                or self._calls.state(on) != USABLE):
             if self._calls.state(on) == USABLE:
                 self._publish(busy="stopping the stream")
                 self._calls.stop(on)
             on = None
         for i, ss in changes.items():
-            if self._calls.state(i) == USABLE:
-                self._publish(busy="setting the shutter speed")
-                self._sensors[i].shutter_speed = ss
-                self._set_view(i, shutter_speed=ss, exposure_ms=self._sensors[i].exposure_time(1, ss))
-                with self._lock:
-                    if self._want_shutter.get(i) == ss:
-                        del self._want_shutter[i]
+            self._publish(busy="setting the shutter speed")
+            self._sensors[i].shutter_speed = ss
+            self._set_view(i, shutter_speed=ss, exposure_ms=self._sensors[i].exposure_time(1, ss))
+            with self._lock:
+                if self._want_shutter.get(i) == ss:
+                    del self._want_shutter[i]
         if want["auto"]:
             self._auto_exposure(index)
         if self._calls.state(index) != USABLE:  # shown as such until the state poll brings it back

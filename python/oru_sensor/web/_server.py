@@ -100,7 +100,8 @@ class Handlers:
         finally:
             if g is not None:
                 g.end()
-        resp.headers.update(HEADERS)
+        if not resp.prepared:  # an event stream sent its headers itself
+            resp.headers.update(HEADERS)
         return resp
 
     async def file(self, request):

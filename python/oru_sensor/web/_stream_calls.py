@@ -66,7 +66,12 @@ class StreamCalls:
         self._check(self._on_sensor(index, self._lib.duStartFrameStream), "starting the frame stream")
 
     def stop(self, index):
-        self._on_sensor(index, self._lib.duStopFrameStream)  # -26: it was not on, which is what we want
+        """Never raises: -26 (it was not on) is what was wanted, and a sensor
+        that cannot be chosen has no stream to stop."""
+        try:
+            self._on_sensor(index, self._lib.duStopFrameStream)
+        except OruError:
+            pass
 
     def state(self, index):
         return self._lib.duGetSensorState(index)
