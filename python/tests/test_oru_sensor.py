@@ -124,6 +124,7 @@ class Process(unittest.TestCase):
             oru_sensor._library.load(N_VIRTUAL + 1)
 
     def test_negative_results_raise_named_exceptions(self):
+        oru_sensor._library.load(N_VIRTUAL)  # the words are the library's
         for code, error in ((-8, oru_sensor.SensorIdIsEmpty), (-31, oru_sensor.OruError), (-1, oru_sensor.Fail),
                             (-9, oru_sensor.FwRecvTimeout)):
             with self.subTest(code=code), self.assertRaises(error) as cm:
