@@ -165,11 +165,20 @@ class Process(unittest.TestCase):
                 next(broken)
             self.assertTrue(str(cm.exception).startswith("reading the frame stream"), cm.exception)
             self.assertIn("stopping the frame stream after an error", logs.output[-1])
+            # Closing wakes a reader on another thread; it learns why.
+            errors = []
+            reader = threading.Thread(target=lambda: errors.append(
+                self.assertRaises(oru_sensor.DeviceObjectIsNull, next, s.stream(averages=10**7, timeout=600))))
+            reader.start()
+            time.sleep(0.2)
+        reader.join(60)
+        self.assertEqual((reader.is_alive(), len(errors)), (False, 1))
 
     def test_ctrl_c_ends_a_long_reading_soon(self):
         # 8000 frames take 8 s at least on the virtual sensor, paced in real time.
         script = """if True:
-            import oru_sensor
+            import oru_sensor, signal
+            signal.signal(signal.SIGUSR1, lambda *_: print("handled", flush=True))
             with oru_sensor.connect(virtual=1) as (s,):
                 s.shutter_speed = 1
                 try:
@@ -179,18 +188,23 @@ class Process(unittest.TestCase):
                 except KeyboardInterrupt:
                     print("interrupted", flush=True)
                 print(len(s.read_filter_data(2)))"""
-        for call in ("s.read_filter_data(averages=8000)", "next(s.stream(averages=8000, timeout=60))"):
-            with self.subTest(call=call):
+        for call, sig, expected in (
+                ("s.read_filter_data(averages=8000)", signal.SIGINT, ["interrupted", "1024"]),
+                ("next(s.stream(averages=8000, timeout=60))", signal.SIGINT, ["interrupted", "1024"]),
+                # A handler that does not raise leaves the reading whole.
+                ("next(s.stream(averages=1500, timeout=60))", signal.SIGUSR1, ["handled", "finished", "1024"])):
+            with self.subTest(call=call, signal=sig):
                 child = subprocess.Popen([sys.executable, "-c", script % call], stdout=subprocess.PIPE,
                                          stderr=subprocess.PIPE, text=True,
                                          env=dict(os.environ, ORU_VSENSOR_REALTIME="1"))
                 self.assertEqual(child.stdout.readline(), "reading\n")
                 time.sleep(0.5)
-                child.send_signal(signal.SIGINT)
+                child.send_signal(sig)
                 sent = time.monotonic()
                 out, err = child.communicate(timeout=60)
-                self.assertEqual(out.split(), ["interrupted", "1024"], err)
-                self.assertLess(time.monotonic() - sent, 4.0)  # generous; the whole reading takes 8 s or more
+                self.assertEqual(out.split(), expected, err)
+                if sig == signal.SIGINT:
+                    self.assertLess(time.monotonic() - sent, 4.0)  # generous; the whole reading takes 8 s or more
 
     def test_reconnect_log_and_no_switch_to_hardware(self):
         with self.assertLogs("oru_sensor", level="DEBUG") as logs:
