@@ -27,6 +27,12 @@ extern "C" {
  * is not called any more. */
 ORU_EXPORT void duSetLogHandler(void (*handler)(int level, const char* line, void* user), void* user);
 
+/* Words for a result of the functions below, for messages: the text of the
+ * error code a negative result (or 0) stands for, "success" for a result above
+ * 0, "unknown error" for a code the library does not have. Never NULL; the
+ * text is static. */
+ORU_EXPORT const char* duGetErrorText(int result);
+
 /* Connection and sensor selection */
 ORU_EXPORT int duConnect(void);
 ORU_EXPORT int duDisconnect(void);

@@ -47,7 +47,7 @@ Lists sensors, reads and logs filter data as CSV or JSON Lines, sets the
 exposure and checks the machine's set-up.")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-oru-sensor)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
-set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-aiohttp")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy, python3-aiohttp")
 set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Python binding of the ORU USB spectral sensor library
 The oru_sensor module: sensors, readings, frame streams, and a live view
 in the browser (python3 -m oru_sensor.web).")

@@ -11,8 +11,12 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <new>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 // Allocation failures on demand, for this test program's calling thread only:
@@ -139,11 +143,27 @@ TEST_F(ApiLifecycle, WithoutSensorEveryCallReportsAMissingDevice) {
     std::string expected;
     for (int result : results) {
         EXPECT_EQ(result, -lu_ec_device_object_is_null);
+        EXPECT_STREQ(duGetErrorText(result), "no sensor is connected");
         expected += api_exception_line(lu_ec_device_object_is_null);
     }
     EXPECT_EQ(out.text(), expected);
     EXPECT_EQ(output[0], -1.0);
     EXPECT_STREQ(id, "unchanged");
+}
+
+// The front ends' messages: every code has words of its own, -1 is a failure
+// (not the success that negating it gives) and any other number gets words too.
+TEST(ErrorText, EveryResultHasItsOwnWords) {
+    std::set<std::string> seen;
+    for (int result = 0; result > -lu_ec_end_code; --result) {
+        ASSERT_NE(duGetErrorText(result), nullptr) << result;
+        EXPECT_TRUE(seen.insert(duGetErrorText(result)).second) << result << ": " << duGetErrorText(result);
+    }
+    const std::pair<int, const char*> cases[] = {
+        {-1, "the operation failed"}, {0, "undefined failure"}, {-9, "the sensor did not answer in time"},
+        {-31, "the color object is missing"}, {1, "success"}, {1024, "success"}, {-32, "unknown error"},
+        {INT_MIN, "unknown error"}};
+    for (const auto& c : cases) EXPECT_STREQ(duGetErrorText(c.first), c.second) << c.first;
 }
 
 TEST_F(ApiLifecycle, AveragingManyFramesHoldsNoFramesOnTheHeap) {

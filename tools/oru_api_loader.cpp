@@ -1,5 +1,7 @@
 #include "oru_api_loader.h"
 
+#include "cli_errors.h"
+
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -75,7 +77,7 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
         error = "cannot load liboru_device:" + tried;
         return false;
     }
-    return bind(lib, "duConnect", api.duConnect, error) && bind(lib, "duDisconnect", api.duDisconnect, error) &&
+    const bool bound = bind(lib, "duConnect", api.duConnect, error) && bind(lib, "duDisconnect", api.duDisconnect, error) &&
            bind(lib, "duGetSensorList", api.duGetSensorList, error) &&
            bind(lib, "duGetMaxSensorCount", api.duGetMaxSensorCount, error) &&
            bind(lib, "duActivateSensorWithIndex", api.duActivateSensorWithIndex, error) &&
@@ -97,5 +99,8 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duReadFrameStreamOf", api.duReadFrameStreamOf, error) &&
            bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
            bind(lib, "duReconnectSensor", api.duReconnectSensor, error) &&
-           bind(lib, "duSetLogHandler", api.duSetLogHandler, error);
+           bind(lib, "duSetLogHandler", api.duSetLogHandler, error) &&
+           bind(lib, "duGetErrorText", api.duGetErrorText, error);
+    if (bound) use_error_texts(api.duGetErrorText);
+    return bound;
 }

@@ -32,10 +32,12 @@ struct OruApi {
     int (*duGetSensorState)(int);
     int (*duReconnectSensor)(int, const char*);
     void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
+    const char* (*duGetErrorText)(int);
 };
 
 // virtual_sensors < 0: use the real USB library; otherwise load the virtual
-// sensor's drop-in first, configured for that many sensors.
+// sensor's drop-in first, configured for that many sensors. On success the
+// error messages (describe_result) use the library's words.
 bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error);
 
 // Directory of the running executable, with a trailing slash.

@@ -7,8 +7,8 @@ sensor (1024 filter outputs, 0..4095 DN).
         s.shutter_speed = s.optimal_shutter_speed()
         data = s.read_filter_data(averages=10)
 
-Standard library only (ctypes); read_filter_data returns a numpy array when
-numpy is importable, an array('d') otherwise.
+On ctypes and numpy: values are numpy arrays, or array('d') where numpy
+cannot be imported.
 """
 
 from ._errors import (OruError, Fail, UndefinedFail, MemoryIsNull, NoDeviceInSystem, FailToConnectDevice,

@@ -1,31 +1,17 @@
 """Exceptions for the library's negative results, one class per error code."""
 
+from . import _library
+
 
 class OruError(Exception):
-    """A call into liboru_device returned a negative result."""
+    """A call into liboru_device returned a negative result. The message
+    carries the library's words for the code (duGetErrorText)."""
 
     code = None
 
     def __init__(self, code, message=None):
         self.code = code
-        super().__init__(message or "%s (code %d)" % (_TEXT.get(code, "error"), code))
-
-
-_TEXT = {
-    -1: "the operation failed",
-    0: "undefined failure",
-    -2: "a buffer was missing or memory ran out",
-    -3: "no sensor found",
-    -4: "could not connect to the sensor",
-    -5: "could not create the device object",
-    -6: "could not initialize the sensor",
-    -7: "no sensor is connected",
-    -8: "the sensor ID is empty",
-    -9: "the sensor did not answer in time",
-    -23: "the sensor gave a wrong reply",
-    -24: "invalid input",
-    -26: "the sensor must be initialized first",
-}
+        super().__init__(message or "%s (code %d)" % (_library.error_text(code), code))
 
 
 class Fail(OruError):

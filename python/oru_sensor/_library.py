@@ -92,6 +92,7 @@ def _declare(lib):
         "duLockSensors": ([], None),
         "duUnlockSensors": ([], None),
         "duSetLogHandler": ([_LOG_HANDLER, ctypes.c_void_p], None),
+        "duGetErrorText": ([c_int], ctypes.c_char_p),
     }
     for name, (args, res) in sigs.items():
         fn = getattr(lib, name)
@@ -140,3 +141,10 @@ def load(virtual=None):
     _loaded, _loaded_virtual = _declare(lib), virtual
     _route_lines_to_logging(_loaded)
     return _loaded
+
+
+def error_text(result):
+    """The library's words for a result; "error" while it is not loaded."""
+    if _loaded is None:
+        return "error"
+    return _loaded.duGetErrorText(result).decode("ascii", "replace")

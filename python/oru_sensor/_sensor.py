@@ -5,8 +5,9 @@ import ctypes
 from collections import namedtuple
 
 from . import _library
-from ._errors import Fail, NoDeviceInSystem, check
-from ._stream import FrameStream, Reading, values_of
+from ._connection import open_connection
+from ._errors import Fail, check
+from ._stream import FrameStream, Reading, count_at_least, mean_of_slices, values_of
 
 NUM_FILTERS = 1024
 C_INT_MAX = 2**31 - 1
@@ -14,13 +15,23 @@ C_INT_MAX = 2**31 - 1
 AdcSettings = namedtuple("AdcSettings", "gain range")
 
 
+# A request is taken in slices of about this many seconds of frames, so that
+# Ctrl-C ends a long one soon (see read_filter_data).
+REQUEST_SLICE_SECONDS = 0.5
+# The shortest frame period: a full-speed bulk endpoint carries 19 packets of
+# 64 bytes a millisecond, and a frame is 2048 bytes.
+MIN_FRAME_SECONDS = 2048 / 64 / 19 / 1000.0
+
+
 class Sensor:
     """One connected sensor. Every call first makes it the active sensor,
     holding the library's lock across both, so that threads may share
-    Sensor objects: each call is atomic."""
+    Sensor objects: each call is atomic. Once its connection is closed, every
+    call raises DeviceObjectIsNull."""
 
-    def __init__(self, lib, index):
-        self._lib = lib
+    def __init__(self, connection, index):
+        self._conn = connection
+        self._lib = connection.lib
         self.index = index
 
     def _call(self, fn, *args, what=None):
@@ -83,13 +94,32 @@ class Sensor:
         return ss.value
 
     def read_filter_data(self, averages=10):
-        """1024 filter outputs in DN, each the mean of `averages` frames."""
+        """1024 filter outputs in DN, each the mean of `averages` frames.
+
+        The library cannot stop a request once it has begun, so a request of
+        more frames than come in about half a second is taken as several
+        requests of the library, one after another under its lock, and their
+        means are combined by their frame counts. Ctrl-C then ends it after
+        the current slice: within half a second, or one frame where a frame
+        takes longer, plus the request's own start and stop commands."""
         averages = int(averages)
         if not 1 <= averages <= C_INT_MAX:
             raise ValueError("averages must be 1..%d, got %d" % (C_INT_MAX, averages))
         buf = (ctypes.c_double * NUM_FILTERS)()
-        self._call(self._lib.duGetFilterData, buf, averages, what="reading filter data")
-        return values_of(buf)
+        with self._conn.calling(self.index):  # one shutter speed for every slice
+            per_slice = averages
+            if averages > 1:
+                frame_seconds = max(self.exposure_time_ms / 1000.0, MIN_FRAME_SECONDS)
+                per_slice = max(1, int(REQUEST_SLICE_SECONDS / frame_seconds))
+            if per_slice >= averages:
+                self._call(self._lib.duGetFilterData, buf, averages, what="reading filter data")
+                return values_of(buf)
+            slices = []
+            for start in range(0, averages, per_slice):
+                frames = min(per_slice, averages - start)
+                self._call(self._lib.duGetFilterData, buf, frames, what="reading filter data")
+                slices.append((frames, values_of(buf)))
+            return mean_of_slices(slices)
 
     def read(self, averages=10):
         """One request like read_filter_data, as a Reading (its sequence
@@ -100,7 +130,7 @@ class Sensor:
         return Reading(values, first_sequence=None, last_sequence=None,
                        time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
                        monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
-                       saturated=int(sum(1 for v in values if v >= 4095)), dropped=0,
+                       saturated=count_at_least(values, 4095), dropped=0,
                        sensor_id=self.sensor_id)
 
     def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):
@@ -139,17 +169,15 @@ class Sensor:
         return result
 
     def _call_raw(self, fn, *args):
-        self._lib.duLockSensors()
-        try:
-            self._lib.duActivateSensorWithIndex(self.index)
+        with self._conn.calling(self.index) as lib:
+            lib.duActivateSensorWithIndex(self.index)
             return fn(*args)
-        finally:
-            self._lib.duUnlockSensors()
 
     @property
     def state(self):
         """1 usable, 2 failed (transfer error), 3 removed."""
-        return check(self._lib.duGetSensorState(self.index), "reading the sensor state")
+        with self._conn.calling(self.index) as lib:
+            return check(lib.duGetSensorState(self.index), "reading the sensor state")
 
     def __repr__(self):
         return "<Sensor %d>" % self.index
@@ -161,15 +189,16 @@ def connect(virtual=None, quiet=True):
     disconnects on leaving. `virtual=N` runs on N virtual sensors instead of
     USB hardware (fixed for the life of the process). The library's lines go
     to the logger "oru_sensor"; `quiet` is kept for older callers and has no
-    effect."""
+    effect.
+
+    One connection at a time: the library holds one set of sensors per
+    process, so connect() raises RuntimeError while another connection is
+    open. The Sensor objects and streams of a closed connection raise
+    DeviceObjectIsNull on use."""
     if virtual is not None and (isinstance(virtual, bool) or not isinstance(virtual, int) or virtual < 1):
         raise ValueError("virtual must be a number of sensors (1 or more) or None, got %r" % (virtual,))
-    lib = _library.load(virtual)
-    n = lib.duConnect()
-    if n == -1:  # duConnect's own result for "no sensor"
-        raise NoDeviceInSystem(NoDeviceInSystem.code, "no sensor found")
-    check(n, "connecting")
+    connection = open_connection(_library.load(virtual))
     try:
-        yield [Sensor(lib, i) for i in range(n)]
+        yield [Sensor(connection, i) for i in range(connection.count)]
     finally:
-        lib.duDisconnect()
+        connection.close()

@@ -6,9 +6,10 @@ import logging
 import time
 from array import array
 
+from . import _interruptible
 from ._errors import FwRecvTimeout, check
 
-try:  # optional
+try:  # the default; a dependency of the package
     import numpy as _np
 except ImportError:  # pragma: no cover - depends on the machine
     _np = None
@@ -33,10 +34,28 @@ class FrameStreamInfo(ctypes.Structure):
 
 
 def values_of(buf):
-    """1024 doubles as a numpy array when numpy is there, else array('d')."""
+    """A copy of the C doubles in `buf`: a numpy array when numpy is there,
+    else array('d'). Both copy the bytes at once; array('d', buf) would
+    convert value by value, some 200 times slower."""
     if _np is not None:
         return _np.frombuffer(buf, dtype=_np.float64).copy()
-    return array("d", buf)
+    values = array("d")
+    values.frombytes(memoryview(buf).cast("B"))
+    return values
+
+
+def mean_of_slices(slices):
+    """The mean over the frames of several (frame count, mean values)."""
+    total = sum(frames for frames, _ in slices)
+    if _np is not None:
+        return sum(frames * values for frames, values in slices) / total
+    return array("d", (sum(frames * values[i] for frames, values in slices) / total for i in range(NUM_FILTERS)))
+
+
+def count_at_least(values, level):
+    if _np is not None:
+        return int(_np.count_nonzero(values >= level))
+    return sum(1 for v in values if v >= level)
 
 
 class Reading:
@@ -86,8 +105,20 @@ class FrameStream:
 
     or iterate it directly. The stream starts at the first reading (or on
     entering the `with`) and stops on leaving the loop or the `with`, after
-    `count` readings, or on an error. A reading that does not come within
-    `timeout` seconds raises FwRecvTimeout.
+    `count` readings, or on an error (an error while stopping is then only
+    logged, so that it does not hide the first). A reading that does not come
+    within `timeout` seconds raises FwRecvTimeout.
+
+    On the main thread the library's read runs on a helper thread, so that
+    Ctrl-C (KeyboardInterrupt) stops the stream and ends the wait at once,
+    whatever the reading's length: control is back within the stream's
+    three stop commands (their pauses: 30 ms each up to shutter speed 54,
+    then growing with it, 1.6 s at 3000).
+
+    Once the connection the sensor came from is closed, the stream raises
+    DeviceObjectIsNull on use, and stopping it (or dropping it) does
+    nothing: the disconnect stopped it, and it never touches the sensors of a
+    later connection.
 
     With `recover` (the default), a sensor that is removed or fails is waited
     for (the same sensor ID, for up to `recover_timeout` seconds, None for no
@@ -106,6 +137,9 @@ class FrameStream:
         if not 0 <= timeout_ms <= 2**31 - 1:
             raise ValueError("timeout must be 0..%d s, got %r" % ((2**31 - 1) // 1000, timeout))
         self._sensor = sensor
+        self._conn = sensor._conn
+        self._token = object()
+        self._caller = _interruptible.Caller("oru-sensor stream %d" % sensor.index)
         self._averages = averages
         self._count = None if count is None else int(count)
         self._timeout_ms = int(timeout_ms)
@@ -127,21 +161,36 @@ class FrameStream:
             self._sensor_id = self._sensor.sensor_id
         result = self._sensor._call_raw(self._sensor._lib.duStartFrameStream)
         self._on = result == 1
+        if self._on:
+            self._conn.own_stream(self._sensor.index, self._token)
         return result
-    
+
     def stop(self):
+        """Stops the stream, if this object started the library's stream of
+        the sensor and its connection is still open."""
         if self._on:
             self._on = False
-            self._sensor._call(self._sensor._lib.duStopFrameStream, what="stopping the frame stream")
+            if self._conn.release_stream(self._sensor.index, self._token):
+                self._sensor._call(self._sensor._lib.duStopFrameStream, what="stopping the frame stream")
+        self._caller.close()
 
     close = stop
+
+    def _stop_after_error(self):
+        try:
+            self.stop()
+        except Exception as e:  # the error that brought us here is the one to raise
+            logging.getLogger("oru_sensor").warning("stopping the frame stream after an error: %s", e)
 
     def __enter__(self):
         self.start()
         return self
 
-    def __exit__(self, *exc):
-        self.stop()
+    def __exit__(self, exc_type, *exc):
+        if exc_type is None:
+            self.stop()
+        else:
+            self._stop_after_error()
         return False
 
     def __iter__(self):
@@ -161,7 +210,7 @@ class FrameStream:
                 result = self._read()
             check(result, "reading the frame stream")
         except BaseException:
-            self.stop()
+            self._stop_after_error()
             raise
         self._done += 1
         return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
@@ -171,8 +220,16 @@ class FrameStream:
     def _read(self):
         # By index, without the library's lock: other threads' calls go on
         # while this one waits for its frames.
-        return self._sensor._lib.duReadFrameStreamOf(self._sensor.index, self._buf, self._averages,
-                                                     self._timeout_ms, ctypes.byref(self._info))
+        index = self._sensor.index
+        with self._conn.reading(index) as lib:
+            args = (index, self._buf, self._averages, self._timeout_ms, ctypes.byref(self._info))
+            if _interruptible.on_main_thread():
+                result = self._caller.call(lib.duReadFrameStreamOf, args, self._stop_after_error)
+            else:
+                result = lib.duReadFrameStreamOf(*args)
+        if result < 0 and not self._conn.is_open:  # the disconnect woke it
+            raise self._conn.closed_error(index)
+        return result
 
     def _come_back(self):
         """Waits for the sensor to be attached again, reopens it and restarts
@@ -183,7 +240,8 @@ class FrameStream:
                     "was removed" if self._sensor.state == self.REMOVED else "failed")
         self._on = False  # the reopen closes the library's stream
         while True:
-            result = self._sensor._lib.duReconnectSensor(self._sensor.index, self._sensor_id.encode())
+            with self._conn.calling(self._sensor.index) as lib:
+                result = lib.duReconnectSensor(self._sensor.index, self._sensor_id.encode())
             if result < 0:
                 check(result, "reconnecting sensor %s" % self._sensor_id)
             if result == 1:

@@ -1,15 +1,19 @@
 """The Python layer on virtual sensors (drop-in USB library, no hardware)."""
 
 import datetime
+import gc
 import os
+import signal
 import subprocess
 import sys
 import threading
+import time
 import unittest
 from array import array
+from unittest import mock
 
 import oru_sensor
-from oru_sensor import _stream
+from oru_sensor import _sensor, _stream
 from oru_sensor._errors import check
 
 N_VIRTUAL = 2
@@ -62,6 +66,26 @@ class Connected(unittest.TestCase):
         self.assertIsInstance(data, array if _stream._np is None else _stream._np.ndarray)
         self.assertEqual(len(data), 1024)
         self.assertTrue(all(0.0 <= v <= 4095.0 for v in data))
+        # A long request comes in slices of the library's requests: the same
+        # values on the steady virtual scene, also without numpy.
+        for np in {_stream._np, None}:
+            with self.subTest(numpy=np is not None), mock.patch.object(_stream, "_np", np), \
+                    mock.patch.object(_sensor, "REQUEST_SLICE_SECONDS", 0.004):
+                sliced = self.s.read_filter_data(averages=5)  # slices of 2, 2 and 1 frames
+                self.assertIsInstance(sliced, array if np is None else np.ndarray)
+                self.assertEqual(list(sliced), list(data))
+
+    def test_values_are_copied_whole_into_the_array_type(self):
+        buf = (_stream.ctypes.c_double * 1024)(*range(1024))
+        for np in {_stream._np, None}:
+            with self.subTest(numpy=np is not None), mock.patch.object(_stream, "_np", np):
+                values = _stream.values_of(buf)
+                buf[5] = -1.0  # a copy: the next read may reuse the buffer
+                self.assertEqual((values[5], values[1023], len(values)), (5.0, 1023.0, 1024))
+                buf[5] = 5.0
+                halves = _stream.mean_of_slices([(3, _stream.values_of(buf)), (1, array("d", [4095.0] * 1024))])
+                self.assertEqual((halves[0], halves[1023], _stream.count_at_least(halves, 1790.25)),
+                                 (1023.75, 1791.0, 2))
 
     def test_readings_come_in_order_and_the_stream_stops_on_leaving(self):
         s = self.sensors[1]
@@ -108,6 +132,80 @@ class Connected(unittest.TestCase):
 class Process(unittest.TestCase):
     """Connections one after another, errors, and faults of a process of its own."""
 
+    def test_objects_of_a_closed_connection_never_touch_the_next(self):
+        with oru_sensor.connect(virtual=N_VIRTUAL) as old:
+            old_stream = old[0].stream(averages=2)
+            next(old_stream)
+            with self.assertRaises(RuntimeError):  # would take the sensors away
+                with oru_sensor.connect(virtual=N_VIRTUAL):
+                    pass
+            self.assertEqual(len(old[1].read_filter_data(1)), 1024)  # still connected
+            old_sensor, left_open = old[1], old[1].stream(averages=1)
+            next(left_open)
+        with oru_sensor.connect(virtual=N_VIRTUAL) as new:
+            with new[0].stream(averages=2) as readings:
+                first = next(readings)
+                for i, use in enumerate([lambda: next(old_stream), lambda: old_sensor.shutter_speed,
+                                         lambda: old_sensor.read_filter_data(1), lambda: old_sensor.state,
+                                         lambda: next(old_sensor.stream(count=1)), lambda: next(left_open)]):
+                    with self.subTest(use=i), self.assertRaises(oru_sensor.DeviceObjectIsNull):
+                        use()
+                old_stream.stop()
+                del old_stream, left_open
+                gc.collect()
+                second = next(readings)  # the new stream goes on, frame after frame
+                self.assertEqual(second.first_sequence - second.dropped, first.last_sequence + 1 - first.dropped)
+            # A stream stopped behind its back: the read's error is raised, the
+            # stop's failure only logged.
+            s = new[1]
+            broken = s.stream(averages=1, recover=False)
+            next(broken)
+            s._call(s._lib.duStopFrameStream)
+            with self.assertLogs("oru_sensor", "WARNING") as logs, self.assertRaises(oru_sensor.OruError) as cm:
+                next(broken)
+            self.assertTrue(str(cm.exception).startswith("reading the frame stream"), cm.exception)
+            self.assertIn("stopping the frame stream after an error", logs.output[-1])
+            # Closing wakes a reader on another thread; it learns why.
+            errors = []
+            reader = threading.Thread(target=lambda: errors.append(
+                self.assertRaises(oru_sensor.DeviceObjectIsNull, next, s.stream(averages=10**7, timeout=600))))
+            reader.start()
+            time.sleep(0.2)
+        reader.join(60)
+        self.assertEqual((reader.is_alive(), len(errors)), (False, 1))
+
+    def test_ctrl_c_ends_a_long_reading_soon(self):
+        # 8000 frames take 8 s at least on the virtual sensor, paced in real time.
+        script = """if True:
+            import oru_sensor, signal
+            signal.signal(signal.SIGUSR1, lambda *_: print("handled", flush=True))
+            with oru_sensor.connect(virtual=1) as (s,):
+                s.shutter_speed = 1
+                try:
+                    print("reading", flush=True)
+                    %s
+                    print("finished", flush=True)
+                except KeyboardInterrupt:
+                    print("interrupted", flush=True)
+                print(len(s.read_filter_data(2)))"""
+        for call, sig, expected in (
+                ("s.read_filter_data(averages=8000)", signal.SIGINT, ["interrupted", "1024"]),
+                ("next(s.stream(averages=8000, timeout=60))", signal.SIGINT, ["interrupted", "1024"]),
+                # A handler that does not raise leaves the reading whole.
+                ("next(s.stream(averages=1500, timeout=60))", signal.SIGUSR1, ["handled", "finished", "1024"])):
+            with self.subTest(call=call, signal=sig):
+                child = subprocess.Popen([sys.executable, "-c", script % call], stdout=subprocess.PIPE,
+                                         stderr=subprocess.PIPE, text=True,
+                                         env=dict(os.environ, ORU_VSENSOR_REALTIME="1"))
+                self.assertEqual(child.stdout.readline(), "reading\n")
+                time.sleep(0.5)
+                child.send_signal(sig)
+                sent = time.monotonic()
+                out, err = child.communicate(timeout=60)
+                self.assertEqual(out.split(), expected, err)
+                if sig == signal.SIGINT:
+                    self.assertLess(time.monotonic() - sent, 4.0)  # generous; the whole reading takes 8 s or more
+
     def test_reconnect_log_and_no_switch_to_hardware(self):
         with self.assertLogs("oru_sensor", level="DEBUG") as logs:
             for _ in range(2):
@@ -124,6 +222,7 @@ class Process(unittest.TestCase):
             oru_sensor._library.load(N_VIRTUAL + 1)
 
     def test_negative_results_raise_named_exceptions(self):
+        oru_sensor._library.load(N_VIRTUAL)  # the words are the library's
         for code, error in ((-8, oru_sensor.SensorIdIsEmpty), (-31, oru_sensor.OruError), (-1, oru_sensor.Fail),
                             (-9, oru_sensor.FwRecvTimeout)):
             with self.subTest(code=code), self.assertRaises(error) as cm:
