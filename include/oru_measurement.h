@@ -112,6 +112,64 @@ ORU_EXPORT const char* duMeasureModeName(int mode);
 ORU_EXPORT const char* duMeasureModeUnit(int mode);
 ORU_EXPORT int duMeasureModeFromName(const char* name);
 
+/* Reading files. Two formats are written one reading at a time: CSV (a
+ * "# key: value" header, the column row, a row per reading) and JSON Lines
+ * (one header object, an object per reading). Readers that skip comment
+ * lines (pandas comment='#', numpy) load the CSV as a plain table. */
+typedef enum duFileFormat { DU_FILE_CSV = 1, DU_FILE_JSONL = 2 } duFileFormat;
+
+typedef enum duFileKind { DU_KIND_READINGS = 0, DU_KIND_DARK = 1, DU_KIND_REFERENCE = 2 } duFileKind;
+
+/* A sensor of a file: its settings, and the identity (time taken, frames
+ * averaged) of the dark and reference its readings were measured against;
+ * a time of 0 means none. */
+typedef struct duSensorMetadata {
+    char sensor_id[32];
+    duReadingSettings settings;
+    int64_t dark_taken_ns;
+    int32_t dark_averages;
+    int64_t reference_taken_ns;
+    int32_t reference_averages;
+} duSensorMetadata;
+
+#define DU_FILE_MAX_SENSORS 16
+
+typedef struct duFileHeader {
+    int32_t kind; /* a duFileKind */
+    int32_t mode; /* a duMeasureMode */
+    int32_t sensor_count;
+    duSensorMetadata sensors[DU_FILE_MAX_SENSORS];
+} duFileHeader;
+
+/* One reading: the host time of its last frame, stream sequence numbers of
+ * its first and last frame (-1 for a single request), its saturated filters
+ * and the seconds the sensor was away before it (0 when none). */
+typedef struct duReadingRow {
+    const char* sensor_id;
+    int64_t realtime_ns;
+    int64_t first_sequence, last_sequence;
+    int32_t shutter_speed;
+    int32_t master_clock;
+    int32_t averages;
+    int32_t saturated_filters;
+    double gap_s;
+    const double* values; /* DU_FILTER_COUNT */
+} duReadingRow;
+
+/* Write the header or one row into buf (at most size bytes, NUL-terminated),
+ * newline included. They return the length the whole text needs (without
+ * the NUL), as snprintf does, or -24 for a bad format or argument. */
+ORU_EXPORT int duFormatFileHeader(int format, const duFileHeader* header, char* buf, int size);
+ORU_EXPORT int duFormatReadingRow(int format, const duReadingRow* row, char* buf, int size);
+
+/* Loads the first reading of sensor_id (NULL: of the first sensor) from a
+ * file in either format into *out, with the settings its header gives for
+ * that sensor, and its ID into sensor_id_out (32 bytes, may be NULL).
+ * 1; -27 when the file cannot be opened; -24 when it is not a reading file
+ * or holds no reading of that sensor, with one line why in error. */
+ORU_EXPORT int duLoadStoredReading(const char* path, const char* sensor_id, duStoredReading* out,
+                                   char* sensor_id_out, char* error, int error_size);
+
 #ifdef __cplusplus
 }
 #endif
