@@ -9,6 +9,7 @@
 #include "vsensor/vsensor.h"
 
 #include <dirent.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,6 +58,14 @@ bool consecutive_frames(const std::vector<double>& average, int n, int* first) {
         if (taken[(start + k) % kFilters] != 1) return false;
     *first = start;
     return true;
+}
+
+// Times the calling thread gave up the CPU to wait (each sleep on a lock or a
+// condition variable is one).
+long own_voluntary_switches() {
+    rusage use{};
+    getrusage(RUSAGE_THREAD, &use);
+    return use.ru_nvcsw;
 }
 
 double process_cpu_seconds() {
@@ -154,8 +163,10 @@ void BM_FrameStream(benchmark::State& state) {
     uint64_t dropped = 0, frames = 0;
     long rss_at_minute = -1, rss_end = 0;
     double seconds = 0.0, cpu = 0.0;
+    long reader_waits = 0;
     for (auto _ : state) {
         const double cpu_before = process_cpu_seconds();
+        const long waits_before = own_voluntary_switches();
         const auto start = std::chrono::steady_clock::now();
         if (duStartFrameStream() != 1) {
             state.SkipWithError("duStartFrameStream failed");
@@ -182,6 +193,7 @@ void BM_FrameStream(benchmark::State& state) {
         }
         seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         cpu = process_cpu_seconds() - cpu_before;
+        reader_waits = own_voluntary_switches() - waits_before;
         rss_end = rss_kb();
         QuietStdout quiet;
         duStopFrameStream();
@@ -194,6 +206,9 @@ void BM_FrameStream(benchmark::State& state) {
     state.counters["wrong_frames"] = static_cast<double>(wrong_frames);
     state.counters["dropped"] = static_cast<double>(dropped);
     state.counters["cpu_%"] = 100.0 * cpu / seconds;
+    // Whole process (the virtual sensor's frame making included) per frame read.
+    state.counters["cpu_us/frame"] = 1e6 * cpu / static_cast<double>(std::max<uint64_t>(frames, 1));
+    state.counters["waits/reading"] = static_cast<double>(reader_waits) / static_cast<double>(std::max(readings, 1L));
     state.counters["rss_kb"] = static_cast<double>(rss_end);
     state.counters["rss_growth_kb"] = rss_at_minute < 0 ? 0.0 : static_cast<double>(rss_end - rss_at_minute);
     disconnect_sensors();

@@ -9,6 +9,7 @@
 
 #include "oru_device_api.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -50,6 +51,10 @@ private:
         int64_t realtime_ns;
         int64_t monotonic_ns;
     };
+    // With m_lock held: registers a reader that needs `need` frames and waits
+    // for them, a close, or the deadline. False on the deadline.
+    bool wait_for(std::unique_lock<std::mutex>& lk, std::size_t need, std::chrono::steady_clock::time_point deadline);
+
     std::size_t m_capacity;
     mutable std::mutex m_lock;
     std::condition_variable m_arrived;
@@ -60,6 +65,8 @@ private:
     uint64_t m_next_sequence = 0;
     uint64_t m_dropped = 0;
     bool m_closed = false;
+    std::size_t m_waiting = 0;  // readers asleep in wait_for
+    std::size_t m_wanted = 0;  // push wakes them once this many frames are unread
 };
 
 // The stream table, one slot per sensor index. Each slot's state is written by

@@ -28,6 +28,7 @@ FrameRing::FrameRing(std::size_t capacity) : m_capacity(capacity), m_samples(cap
 void FrameRing::push(const unsigned char* raw) {
     const int64_t realtime = clock_ns(CLOCK_REALTIME);
     const int64_t monotonic = clock_ns(CLOCK_MONOTONIC);
+    bool wake = false;
     {
         std::lock_guard<std::mutex> lk(m_lock);
         if (m_closed) return;
@@ -41,8 +42,21 @@ void FrameRing::push(const unsigned char* raw) {
         decode_frame(raw, samples);
         m_stamps[slot] = Stamp{m_next_sequence++, realtime, monotonic};
         ++m_count;
+        // Readers sleep until their whole count is there, not per frame.
+        wake = m_waiting > 0 && m_count >= m_wanted;
     }
-    m_arrived.notify_all();
+    if (wake) m_arrived.notify_all();
+}
+
+bool FrameRing::wait_for(std::unique_lock<std::mutex>& lk, std::size_t need,
+                         std::chrono::steady_clock::time_point deadline) {
+    // m_wanted is the smallest need of the waiting readers (or smaller: a
+    // reader that leaves does not raise it, which costs a wake-up, not a frame).
+    m_wanted = m_waiting == 0 ? need : std::min(m_wanted, need);
+    ++m_waiting;
+    const bool ready = m_arrived.wait_until(lk, deadline, [&] { return m_count >= need || m_closed; });
+    --m_waiting;
+    return ready;
 }
 
 int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
@@ -54,8 +68,9 @@ int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo
     int taken = 0;
     std::unique_lock<std::mutex> lk(m_lock);
     while (taken < count) {
-        if (!m_arrived.wait_until(lk, deadline, [this] { return m_count > 0 || m_closed; }))
-            return -lu_ec_fw_recv_timeout;
+        // At most a ringful at a time: a longer average is taken in parts.
+        const std::size_t need = std::min(static_cast<std::size_t>(count - taken), m_capacity);
+        const bool ready = m_count >= need || m_closed || wait_for(lk, need, deadline);
         if (m_closed) return -lu_ec_fw_recv_timeout;
         for (; m_count > 0 && taken < count; ++taken) {
             const uint16_t* samples = &m_samples[m_head * kFilters];
@@ -68,6 +83,8 @@ int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo
             m_head = (m_head + 1) % m_capacity;
             --m_count;
         }
+        // Timed out: the frames that did come are consumed with the failure.
+        if (!ready) return -lu_ec_fw_recv_timeout;
     }
     const uint64_t dropped = m_dropped;
     lk.unlock();
