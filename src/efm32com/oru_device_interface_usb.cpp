@@ -15,19 +15,46 @@ std::map<int, libusb_device_handle*> UsbDevHandle::create_map() { return {}; }
 
 std::map<int, int> UsbDevId::create_map() { return {}; }
 
-// Written only here, on the caller thread (connect, disconnect); read by
-// every layer that talks to a sensor. No lock.
-libusb_device_handle* g_LedDriverHandle = nullptr;
-
 void reset_usb_handles() {
     for (auto& entry : UsbDevHandle::pDevH)
         if (entry.second != nullptr) libusb_close(entry.second);
     UsbDevHandle::pDevH.clear();
     UsbDevId::currentDevId.clear();
-    if (g_LedDriverHandle != nullptr) {
-        libusb_close(g_LedDriverHandle);
-        g_LedDriverHandle = nullptr;
+}
+
+bool report_libusb_init(int iResult) {
+    if (iResult >= 0) return true;
+    oru_log(kLogError, "libusb_init() was failed !!\n");
+    return false;
+}
+
+int next_oru_device(libusb_device** pList, int iFrom) {
+    for (int i = iFrom; pList[i] != nullptr; ++i) {
+        libusb_device_descriptor desc;
+        if (libusb_get_device_descriptor(pList[i], &desc) < 0) return kUnreadable;
+        if (desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID) return i;
     }
+    return kEndOfList;
+}
+
+namespace {
+
+void report_open_failure(int iError) {
+    if (iError == LIBUSB_ERROR_ACCESS) {
+        oru_log(kLogError, "Device open failed due to a permission denied error.\n");
+        oru_log(kLogError, "libusb requires write access to USB device nodes.\n");
+    }
+    oru_log(kLogError, "could not open device, error %d\n", iError);
+}
+
+}  // namespace
+
+libusb_device_handle* open_or_report(libusb_device* pDev) {
+    libusb_device_handle* pHandle = nullptr;
+    const int iError = libusb_open(pDev, &pHandle);
+    if (iError == LIBUSB_SUCCESS) return pHandle;
+    report_open_failure(iError);
+    return nullptr;
 }
 
 namespace {
@@ -38,25 +65,7 @@ constexpr uint8_t kFirstConfiguration = 0;
 
 bool init_default_context() {
     usb_init();
-    if (libusb_init(NULL) < 0) {
-        oru_log(kLogError, "libusb_init() was failed !!\n");
-        return false;
-    }
-    return true;
-}
-
-constexpr int kEndOfList = -1;
-constexpr int kUnreadable = -2;
-
-// Position of the next device from iFrom on that carries the sensor's ids;
-// kEndOfList, or kUnreadable when a device descriptor cannot be read.
-int next_oru_device(libusb_device** pList, int iFrom) {
-    for (int i = iFrom; pList[i] != nullptr; ++i) {
-        libusb_device_descriptor desc;
-        if (libusb_get_device_descriptor(pList[i], &desc) < 0) return kUnreadable;
-        if (desc.idVendor == ORU_USB_VENDOR_ID && desc.idProduct == ORU_USB_PRODUCT_ID) return i;
-    }
-    return kEndOfList;
+    return report_libusb_init(libusb_init(NULL));
 }
 
 // The sensor scans report an unreadable descriptor; the LED search does not.
@@ -64,23 +73,6 @@ int next_sensor(libusb_device** pList, int iFrom) {
     const int i = next_oru_device(pList, iFrom);
     if (i == kUnreadable) oru_log(kLogError, "failed to get device descriptor\n");
     return i;
-}
-
-void report_open_failure(int iError) {
-    if (iError == LIBUSB_ERROR_ACCESS) {
-        oru_log(kLogError, "Device open failed due to a permission denied error.\n");
-        oru_log(kLogError, "libusb requires write access to USB device nodes.\n");
-    }
-    oru_log(kLogError, "could not open device, error %d\n", iError);
-}
-
-// Opens the device; on failure reports why and gives null.
-libusb_device_handle* open_or_report(libusb_device* pDev) {
-    libusb_device_handle* pHandle = nullptr;
-    const int iError = libusb_open(pDev, &pHandle);
-    if (iError == LIBUSB_SUCCESS) return pHandle;
-    report_open_failure(iError);
-    return nullptr;
 }
 
 // Map insert that keeps a live handle already stored under the key, but fills
@@ -143,15 +135,6 @@ int connect_all_devices(libusb_device** pList) {
     return bOpened && UsbDevHandle::pDevH.count(iKey - 1) ? 1 : 0;
 }
 
-int open_led_driver(libusb_device** pList) {
-    // The first device with our ids is taken as the LED driver, even when it
-    // is sensor 0: nothing on the bus tells the two apart.
-    const int i = next_oru_device(pList, 0);
-    if (i < 0) return 0;
-    g_LedDriverHandle = open_or_report(pList[i]);
-    return g_LedDriverHandle != nullptr ? 1 : 0;
-}
-
 // Runs one scan over a fresh device list of the default context. Open
 // handles keep their own device references, so the list can go afterwards.
 template <typename Scan>
@@ -173,11 +156,6 @@ int connect_device(unsigned int iDeviceId) {
 int connect_device() { return scan_bus(connect_all_devices); }
 
 int connect_device(int, int, unsigned int) { return 0; }
-
-int connect_LED_device() {
-    if (g_LedDriverHandle != nullptr) return 1;
-    return scan_bus(open_led_driver);
-}
 
 int disconnect_device(unsigned int iDeviceId) {
     // Only forgets the handle: the interface stays claimed and the handle
