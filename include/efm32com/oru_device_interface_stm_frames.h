@@ -26,6 +26,12 @@ void reset_frame_streaming();
 // bits, left-aligned, most significant byte first: (raw[2i] << 4) | (raw[2i+1] >> 4).
 void decode_frame(const unsigned char* raw, uint16_t* samples);
 
+// The time between two frames of a streaming sensor, in nanoseconds: the
+// slower of its exposure ((shutter x 912 + 160) us) and what a full-speed bulk
+// endpoint carries (2048 bytes are 32 packets of 64, at most 19 packets a
+// millisecond: one frame every 1.684 ms, about 594 frames/s).
+long long frame_period_ns(int iShutterSpeed);
+
 int alloc_transfer_bulk_l(int num_iso_pack, int length, unsigned char* buffer, unsigned int iDeviceId);
 int alloc_transfer_bulk(unsigned int iDeviceId);
 // Cancels the sensor's bulk transfer, waits (bounded) for its completion and

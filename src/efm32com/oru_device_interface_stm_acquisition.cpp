@@ -127,15 +127,14 @@ int sum_through_ring(double* sum, int iAvgNum) {
 
 void set_frame_wait_margin_ms(long lMarginMs) { g_lFrameWaitMarginMs = lMarginMs; }
 
-// The frames of a request arrive one exposure apart, plus the two a single
-// shot throws away. Allow twice that, at least 1 ms per frame, on top of a
-// fixed margin (2 s by default) for the USB round trips:
-//   margin + (n + 2) * max(1, (ss * 912 + 160) / 1000) * 2   [ms]
+// The frames of a request arrive one frame period apart (the slower of the
+// exposure and the bus), plus the two a single shot throws away. Allow twice
+// that on top of a fixed margin (2 s by default) for the USB round trips:
+//   margin + ceil((n + 2) * period * 2)   [ms]
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames) {
-    long long llExposureUs = static_cast<long long>(iShutterSpeed) * 912 + 160;
-    long long llPerFrameMs = std::max(1LL, llExposureUs / 1000);
-    long long llFrames = static_cast<long long>(std::max(iNumOfFrames, 0)) + kThrownFrames;
-    return static_cast<long>(g_lFrameWaitMarginMs + llFrames * llPerFrameMs * 2);
+    const long long llFrames = static_cast<long long>(std::max(iNumOfFrames, 0)) + kThrownFrames;
+    const long long llWaitNs = llFrames * frame_period_ns(iShutterSpeed) * 2;
+    return static_cast<long>(g_lFrameWaitMarginMs + (llWaitNs + 999999) / 1000000);
 }
 
 double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages, int /*iDarkCorrectionMode*/,

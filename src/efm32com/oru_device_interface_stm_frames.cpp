@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -46,6 +47,13 @@ void convert_2048C_to_1024F(char* inputC, double* outputF) {
     uint16_t samples[ORU_NUM_FILTERS];
     decode_frame(raw, samples);
     for (int i = 0; i < ORU_NUM_FILTERS; ++i) outputF[i] = samples[i];
+}
+
+long long frame_period_ns(int iShutterSpeed) {
+    // Full-speed bulk: at most 19 packets of 64 bytes per millisecond.
+    constexpr long long kBusFrameNs = (ORU_FRAME_BYTES / 64 * 1000000LL + 18) / 19;  // 1,684,211 ns
+    const long long llExposureNs = (static_cast<long long>(iShutterSpeed) * 912 + 160) * 1000;
+    return std::max(kBusFrameNs, llExposureNs);
 }
 
 // ---- streaming commands --------------------------------------------------------
