@@ -6,6 +6,7 @@
 #include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_usb.h"
+#include "sensors/oru_sensor_record.h"
 
 #include <chrono>
 #include <cstring>
@@ -130,7 +131,9 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     for (int i = 0; i < 1024; ++i) values[i] = static_cast<uint16_t>(i * 4);
     std::vector<uint8_t> wire = vsensor::encode_frame(values.data());
     std::memcpy(buffer, wire.data(), sizeof buffer);
-    libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata, nullptr, 0);
+    // As the library makes them: the transfer carries its sensor's record.
+    libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata,
+                              oru_sensor::sensor_record(0), 0);
     transfer->status = LIBUSB_TRANSFER_COMPLETED;
     transfer->actual_length = 2048;
     begin_frame_request(1, 1, 1);
@@ -140,6 +143,7 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     cb_bulkdata(transfer);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "===>>>> libusb_submit_transfer fail!!!\n");
     EXPECT_EQ(do_exit, 0) << "the loop goes on for the other sensors";
+    EXPECT_EQ(sensor_health(0), kSensorRemoved) << "the refused resubmission is this sensor's removal";
     ASSERT_EQ(queued_frames(), 1u);
     EXPECT_EQ(kept_value(0, 1), 4);
     EXPECT_EQ(kept_value(0, 1023), 4092);

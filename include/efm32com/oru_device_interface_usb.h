@@ -4,12 +4,15 @@
 #define ORU_DEVICE_INTERFACE_USB_H
 
 #include <libusb.h>
+#include <cstddef>
 #include <map>
 #include <vector>
 
 #define ORU_USB_VENDOR_ID 1155 /* 0x0483 */
 #define ORU_USB_PRODUCT_ID 22336 /* 0x5740 */
 
+// pDevH and currentDevId: written and read only through the functions of
+// oru_device_interface_usb.cpp, which guard them with a lock of their own.
 class UsbDevHandle {
 public:
     static std::map<int, libusb_device_handle*> pDevH;
@@ -67,5 +70,7 @@ void reset_usb_handles();
 // Handle stored for a sensor index, or null. Unlike a subscript of the map it
 // never inserts an entry.
 libusb_device_handle* find_device_handle(unsigned int iDeviceId);
+// Number of entries of the handle map (null handles included).
+std::size_t stored_handle_count();
 
 #endif

@@ -1,13 +1,13 @@
 // Frame streams: while a sensor's stream is on, every frame its bulk transfer
 // delivers is stamped on arrival and kept, in order, in a bounded ring of that
 // sensor, from which readers take averages of consecutive frames. A sibling of
-// the request path (get_filter_data_from_sensor): the two share only the bulk
-// callback, which hands a streaming sensor's frames here instead of to the
-// request queue. Internal.
+// the request path (get_filter_data_from_sensor): the ring is the frame sink
+// of the sensor's record, to which the bulk callback hands a streaming
+// sensor's frames instead of to the request queue. Internal.
 #ifndef ORU_FRAME_STREAM_H
 #define ORU_FRAME_STREAM_H
 
-#include "oru_device_api.h"
+#include "sensors/oru_sensor_record.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -17,24 +17,27 @@
 #include <mutex>
 #include <vector>
 
+struct duFrameStreamInfo;
+
 namespace oru_stream {
 
-// More than 2 s of frames at the fastest shutter speed (about 930 frames/s).
+// More than 3 s of frames at the fastest pace (about 594 frames/s).
 constexpr std::size_t kRingFrames = 2048;
-constexpr int kMaxStreams = 10;
 constexpr int kFilters = 1024;
 constexpr int kSaturatedDn = 4095;
 
 // The frames of one sensor's stream. push() runs on the event thread, read()
 // on a caller's thread; everything below is guarded by m_lock, which is never
 // held together with another of the library's locks.
-class FrameRing {
+class FrameRing : public oru_sensor::FrameSink {
 public:
-    explicit FrameRing(std::size_t capacity);
+    FrameRing(std::size_t capacity, int shutter_speed);
 
     // Decodes and stamps one raw 2048-byte frame. A full ring drops its
     // oldest frame and counts it. Allocates nothing.
-    void push(const unsigned char* raw);
+    void push(const unsigned char* raw) override;
+    // A transfer fault: as close().
+    void fail() override { close(); }
     // Averages the next `count` frames into `output` (1024 values) and fills
     // `info`. Returns 1, or -lu_ec_fw_recv_timeout when the frames do not come
     // by the deadline or the ring is closed or failed meanwhile (the frames
@@ -44,6 +47,8 @@ public:
     // -lu_ec_fw_recv_timeout. Used both for a stop and for a transfer fault.
     void close();
     bool closed() const;
+    // The shutter speed the stream's readings report.
+    int shutter_speed() const { return m_shutter_speed; }
 
 private:
     struct Stamp {
@@ -56,6 +61,7 @@ private:
     bool wait_for(std::unique_lock<std::mutex>& lk, std::size_t need, std::chrono::steady_clock::time_point deadline);
 
     std::size_t m_capacity;
+    const int m_shutter_speed;
     mutable std::mutex m_lock;
     std::condition_variable m_arrived;
     std::vector<uint16_t> m_samples;  // m_capacity frames of kFilters samples
@@ -69,9 +75,7 @@ private:
     std::size_t m_wanted = 0;  // push wakes them once this many frames are unread
 };
 
-// The stream table, one slot per sensor index. Each slot's state is written by
-// the caller threads that start and stop it and read by the event thread's
-// callback, all under that slot's lock.
+// The streams of the sensors: each is its sensor record's frame sink.
 //
 // Starts the ring of `sensor` (a fresh one: sequence 0, nothing dropped) with
 // the shutter speed its readings will report. Returns 1, or
@@ -82,11 +86,6 @@ int open(unsigned int sensor, int shutter_speed);
 // -lu_ec_initialization_required when no stream was on.
 int close(unsigned int sensor);
 bool is_on(unsigned int sensor);
-// Called by the bulk callback with each completed frame. Returns true when the
-// sensor's stream took it, and then the request path must not see it.
-bool deliver(unsigned int sensor, const unsigned char* raw);
-// Marks the sensor's stream failed after a transfer fault (no-op when off).
-void fail(unsigned int sensor);
 // Reads from the ring of `sensor`; -lu_ec_initialization_required when its
 // stream is off.
 int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info);
