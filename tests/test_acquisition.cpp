@@ -38,10 +38,7 @@ protected:
         }
     }
 
-    static size_t frames_taken() {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        return queued_frames();
-    }
+    static size_t frames_taken() { return queued_frames(); }
 };
 
 const std::string kSeparator(57, '@');

@@ -20,8 +20,7 @@ class Streaming : public streamtest::StreamTest {};
 
 // Waits (bounded) until the request has taken n frames.
 bool wait_for_frames_taken(size_t n) {
-    std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10), [n] { return queued_frames() >= n; });
+    return wait_for_queued_frames(n, std::chrono::steady_clock::now() + std::chrono::seconds(10), 0) >= n;
 }
 
 // Filter j of the frame the request kept in place i.
@@ -110,7 +109,6 @@ TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     acquire_frame_data_bulk(70, 0);
     ASSERT_TRUE(wait_for_frames_taken(4));
     acquire_frame_data_bulk(71, 0);
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
     ASSERT_EQ(queued_frames(), 4u);
     for (size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(kept_value(i, 0), i + 2.0) << "frames 0 and 1 are thrown away";
@@ -119,7 +117,10 @@ TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     double sum[1024] = {};
     add_queued_frames(sum);
     EXPECT_EQ(sum[500], 2 + 3 + 4 + 5);
-    EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
+    {
+        std::lock_guard<std::mutex> lk(exit_cond_lock);
+        EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
+    }
     end_frame_request(0);
 }
 

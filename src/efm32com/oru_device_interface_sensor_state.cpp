@@ -21,12 +21,6 @@ std::atomic<uint64_t> g_arrivals{0};
 bool g_bHotplugRegistered = false;
 libusb_hotplug_callback_handle g_hotplugHandle = 0;
 
-// A request of this sensor may be waiting for frames that will not come.
-void wake_request_waiters() {
-    { std::lock_guard<std::mutex> lk(exit_cond_lock); }
-    exit_cond.notify_all();
-}
-
 void mark(unsigned int iDeviceId, int health) {
     SSensorRecord* record = sensor_record(iDeviceId);
     if (record == nullptr) return;
@@ -37,7 +31,8 @@ void mark(unsigned int iDeviceId, int health) {
         record->iHealth = health;
     }
     oru_sensor::fail_sink(*record);
-    wake_request_waiters();
+    // A request of this sensor may be waiting for frames that will not come.
+    wake_frame_request();
 }
 
 // Runs on the event thread inside libusb's event handling: it only records,

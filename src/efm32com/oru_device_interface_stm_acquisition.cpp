@@ -59,10 +59,9 @@ void start_streaming(int iMode, unsigned int iDeviceId) {
     start_frame_streaming(iDeviceId);
 }
 
-// The bounded wait, with exit_cond_lock held. When the frames do not come
-// (stalled stream, event loop ended) the request is ended, the lock released
-// and streaming switched off; returns false.
-bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath, unsigned int iDeviceId) {
+// The bounded wait. When the frames do not come (stalled stream, event loop
+// ended) the request is ended and streaming switched off; returns false.
+bool wait_for_frames(size_t nNeeded, bool bBufferedPath, unsigned int iDeviceId) {
     // A sensor without an open handle (failed claim, unplugged and
     // forgotten) can send nothing: do not wait for it at all. The frames
     // come at this sensor's own exposure, whatever another was set to last.
@@ -70,11 +69,10 @@ bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBuf
     if (find_device_handle(iDeviceId) != nullptr)
         deadline +=
             std::chrono::milliseconds(frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
-    if (wait_for_queued_frames(lk, nNeeded, deadline, iDeviceId) >= nNeeded) return true;
+    if (wait_for_queued_frames(nNeeded, deadline, iDeviceId) >= nNeeded) return true;
     end_frame_request(0);
     // The ring would otherwise wait for one frame that nobody takes.
     if (bBufferedPath) restart_frame_ring();
-    lk.unlock();
     abandon_streaming(iDeviceId);
     return false;
 }
@@ -96,14 +94,12 @@ bool report_queue_size(size_t nQueued, size_t nNeeded, bool bBufferedPath) {
     return true;
 }
 
-// Modes 2 and 3 end with streaming off. Not under the lock: the event thread
-// must stay free to run the completions these commands need.
-void stop_streaming_at_end(std::unique_lock<std::mutex>& lk, int iMode, unsigned int iDeviceId) {
+// Modes 2 and 3 end with streaming off. (The request has all its frames:
+// the producers take no more, so the averaging below sees just those.)
+void stop_streaming_at_end(int iMode, unsigned int iDeviceId) {
     if ((iMode != kContinuousLast && iMode != kSingleShotDiscard) || !bulkModeStarted) return;
-    lk.unlock();
     stop_frame_streaming(iDeviceId);
     bulkModeStarted = false;
-    lk.lock();
 }
 
 // Sum of the request's frames; returns the divisor of the average.
@@ -158,17 +154,14 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     start_streaming(iMode, iDeviceId);
 
     const size_t nNeeded = bBufferedPath ? 1 : static_cast<size_t>(iAvgNum);
-    std::unique_lock<std::mutex> lk(exit_cond_lock, std::defer_lock);
     try {
-        lk.lock();
-        if (!wait_for_frames(lk, nNeeded, bBufferedPath, iDeviceId)) {
+        if (!wait_for_frames(nNeeded, bBufferedPath, iDeviceId)) {
             if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
             return fDarkAverageVal;
         }
-        if (report_queue_size(queued_frames(), nNeeded, bBufferedPath)) stop_streaming_at_end(lk, iMode, iDeviceId);
+        if (report_queue_size(queued_frames(), nNeeded, bBufferedPath)) stop_streaming_at_end(iMode, iDeviceId);
     } catch (...) {
         print_wait_exception();
-        if (lk.owns_lock()) lk.unlock();
         abandon_streaming(iDeviceId);
         return fDarkAverageVal;
     }
@@ -176,10 +169,8 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     int iDivisor = iAvgNum;
     try {
         iDivisor = g_enable_FMA ? sum_through_ring(frameBuf.data(), iAvgNum) : sum_plainly(frameBuf.data(), iAvgNum);
-        lk.unlock();
     } catch (...) {
         print_averaging_exception();
-        if (lk.owns_lock()) lk.unlock();
         abandon_streaming(iDeviceId);
         return fDarkAverageVal;
     }
