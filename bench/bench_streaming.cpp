@@ -4,7 +4,6 @@
 #include "bench_support.h"
 
 #include "efm32com/oru_device_interface_stm_acquisition.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_device_api.h"
 #include "vsensor/vsensor.h"
 

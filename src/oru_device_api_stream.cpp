@@ -3,7 +3,7 @@
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "stream/oru_frame_stream.h"

@@ -5,6 +5,8 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "oru_device_interface_base.h"
 
 #include <atomic>

@@ -4,7 +4,11 @@
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "efm32com/oru_device_interface_usb.h"
 #include "sensors/oru_sensor_record.h"
 

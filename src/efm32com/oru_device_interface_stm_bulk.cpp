@@ -1,6 +1,6 @@
 // The per-sensor bulk transfers: their allocation, their completion callback
 // (run by the event thread) and their release at tear-down.
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
 
 #include "oru_log.h"
 

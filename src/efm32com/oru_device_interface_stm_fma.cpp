@@ -2,6 +2,7 @@
 #include "efm32com/oru_device_interface_stm_fma.h"
 
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 
 #include <algorithm>
 #include <cstdint>
