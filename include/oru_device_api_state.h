@@ -21,8 +21,6 @@ extern int g_current_device_index;
 oru_device_interface& oru_api_device_at(int index);
 // The facade of the active sensor.
 oru_device_interface& oru_api_active_device();
-// Destroys the facades of slots 0 to g_total_num_of_sensors-1 and empties them.
-void oru_api_release_sensor_slots();
 
 // Print the API's line for a caught exception and give the result to return.
 int oru_api_report(const oru_base_exception& e);

@@ -30,6 +30,14 @@ void sensor_id_text(oru_device_interface& device, int sensor_index, char (&text)
     std::memcpy(text, formatted.c_str(), std::min<std::size_t>(formatted.size(), 25));
 }
 
+// Destroys the facades of slots 0 to g_total_num_of_sensors-1 and empties them.
+void oru_api_release_sensor_slots() {
+    for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
+        delete g_pDeviceInterface[i];
+        g_pDeviceInterface[i] = nullptr;
+    }
+}
+
 // Error path of connect and disconnect: empty the table, then report.
 int release_and_report(const oru_base_exception& e) {
     oru_api_release_sensor_slots();

@@ -15,7 +15,7 @@ extern "C" {
 int duStartFrameStream(void) {
     return oru_api_on_active(ApiHold::kSensor, [](oru_device_interface&, unsigned int sensor) {
         if (sensor_health(sensor) != kSensorUsable) return -lu_ec_fw_recv_timeout;
-        const int result = oru_stream::open(sensor, sensor_shutter_speed(sensor));
+        const int result = oru_stream::open(sensor);
         if (result != 1) return result;
         start_frame_streaming(sensor);
         return 1;
@@ -49,7 +49,11 @@ int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages
             const ApiGuard guard(g_apiLock);
             oru_api_device_at(sensor_index);
         }
-        return oru_stream::read(static_cast<unsigned int>(sensor_index), output, number_of_averages, timeout_ms, info);
+        const auto sensor = static_cast<unsigned int>(sensor_index);
+        const int result = oru_stream::read(sensor, output, number_of_averages, timeout_ms, info);
+        // The exposure cannot change while the stream is on.
+        if (result == 1 && info != nullptr) info->shutter_speed = sensor_shutter_speed(sensor);
+        return result;
     });
 }
 

@@ -31,7 +31,7 @@ constexpr int kSaturatedDn = 4095;
 // held together with another of the library's locks.
 class FrameRing : public oru_sensor::FrameSink {
 public:
-    FrameRing(std::size_t capacity, int shutter_speed);
+    explicit FrameRing(std::size_t capacity);
 
     // Decodes and stamps one raw 2048-byte frame. A full ring drops its
     // oldest frame and counts it. Allocates nothing.
@@ -47,8 +47,6 @@ public:
     // -lu_ec_fw_recv_timeout. Used both for a stop and for a transfer fault.
     void close();
     bool closed() const;
-    // The shutter speed the stream's readings report.
-    int shutter_speed() const { return m_shutter_speed; }
 
 private:
     struct Stamp {
@@ -61,7 +59,6 @@ private:
     bool wait_for(std::unique_lock<std::mutex>& lk, std::size_t need, std::chrono::steady_clock::time_point deadline);
 
     std::size_t m_capacity;
-    const int m_shutter_speed;
     mutable std::mutex m_lock;
     std::condition_variable m_arrived;
     std::vector<uint16_t> m_samples;  // m_capacity frames of kFilters samples
@@ -77,11 +74,11 @@ private:
 
 // The streams of the sensors: each is its sensor record's frame sink.
 //
-// Starts the ring of `sensor` (a fresh one: sequence 0, nothing dropped) with
-// the shutter speed its readings will report. Returns 1, or
+// Starts the ring of `sensor` (a fresh one: sequence 0, nothing dropped).
+// Returns 1, or
 // -lu_ec_ill_defined_input when it is already on, -lu_ec_memory_is_null when
 // the ring cannot be allocated.
-int open(unsigned int sensor, int shutter_speed);
+int open(unsigned int sensor);
 // Closes the ring of `sensor`, waking its readers. Returns 1, or
 // -lu_ec_initialization_required when no stream was on.
 int close(unsigned int sensor);

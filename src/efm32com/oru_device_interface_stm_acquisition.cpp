@@ -20,7 +20,8 @@
 #include <cstdio>
 #include <vector>
 
-// Streaming (command 70) is on. Caller thread only; written only here.
+// Streaming (command 70) is on. Written only here, by the caller thread of a
+// request; requests run one at a time (g_requestLock).
 bool bulkModeStarted = false;
 
 namespace {

@@ -24,8 +24,7 @@ int64_t clock_ns(clockid_t clock) {
 
 }  // namespace
 
-FrameRing::FrameRing(std::size_t capacity, int shutter_speed)
-    : m_capacity(capacity), m_shutter_speed(shutter_speed), m_samples(capacity * kFilters), m_stamps(capacity) {}
+FrameRing::FrameRing(std::size_t capacity) : m_capacity(capacity), m_samples(capacity * kFilters), m_stamps(capacity) {}
 
 void FrameRing::push(const unsigned char* raw) {
     const int64_t realtime = clock_ns(CLOCK_REALTIME);
@@ -129,13 +128,13 @@ std::shared_ptr<FrameRing> ring_of(unsigned int sensor) {
 
 }  // namespace
 
-int open(unsigned int sensor, int shutter_speed) {
+int open(unsigned int sensor) {
     oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(sensor);
     if (record == nullptr) return -lu_ec_ill_defined_input;
     if (oru_sensor::sink_of(*record) != nullptr) return -lu_ec_ill_defined_input;
     std::shared_ptr<FrameRing> ring;
     try {
-        ring = std::make_shared<FrameRing>(kRingFrames, shutter_speed);
+        ring = std::make_shared<FrameRing>(kRingFrames);
     } catch (const std::bad_alloc&) {
         return -lu_ec_memory_is_null;
     }
@@ -155,9 +154,7 @@ bool is_on(unsigned int sensor) { return ring_of(sensor) != nullptr; }
 int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
     std::shared_ptr<FrameRing> ring = ring_of(sensor);
     if (ring == nullptr) return -lu_ec_initialization_required;
-    const int result = ring->read(output, count, timeout_ms, info);
-    if (result == 1 && info != nullptr) info->shutter_speed = ring->shutter_speed();
-    return result;
+    return ring->read(output, count, timeout_ms, info);
 }
 
 void reset_for_tests() {
