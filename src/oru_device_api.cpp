@@ -8,6 +8,7 @@
 #include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
+#include "sensors/oru_sensor_record.h"
 #include "stream/oru_frame_stream.h"
 
 #include <algorithm>
@@ -146,7 +147,8 @@ char** duGetSensorList(void) {
     }
 }
 
-int duGetMaxSensorCount(void) { return 10; }
+// The library's one limit on open sensors.
+int duGetMaxSensorCount(void) { return static_cast<int>(oru_sensor::kMaxOpenSensors); }
 
 // Clamps instead of failing.
 int duActivateSensorWithIndex(int sensor_index) {
