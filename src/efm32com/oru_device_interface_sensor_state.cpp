@@ -14,8 +14,9 @@ using oru_sensor::sensor_record;
 
 namespace {
 
-// Health and USB device live in each sensor's record; this file writes them.
-// 0 stands for usable, so that a record starts usable.
+// Health and USB device live in each sensor's record (0 stands for usable,
+// so that a record starts usable); this file writes them.
+// Arrivals: counted by the hotplug callback (event thread), atomic.
 std::atomic<uint64_t> g_arrivals{0};
 // Caller thread only (bring-up and tear-down).
 bool g_bHotplugRegistered = false;
