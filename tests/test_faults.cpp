@@ -260,9 +260,10 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
 
 INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation, isolation_cases(), isolation_case_name);
 
-// A long call on sensor 1 while sensors 0 and 2 stream, each read by a thread
-// of its own: the call holds only sensor 1, so no frame of the others is
-// dropped or skipped and none of their reads waits for it. A read of 5 frames
+// A long call on sensor 1 while sensors 0 and 2 stream, each read (and its
+// state asked) by a thread of its own: the call holds only sensor 1, so no
+// frame of the others is dropped or skipped and none of their calls waits
+// for it. A read of 5 frames
 // takes 8.4 ms of frames; one held up by the call would take about the whole
 // call (2 s for the request), so a bound of a quarter of the call (at least
 // 100 ms) leaves room for any scheduling.
@@ -291,6 +292,7 @@ TEST_P(BusySensorIsolation, OtherSensorsStreamOnWithoutWaitingForIt) {
         while (gapless && !done) {
             const auto start = std::chrono::steady_clock::now();
             gapless = streams_without_gap(index, &next, 1);
+            if (gapless && duGetSensorState(index) != 1) gapless = testing::AssertionFailure() << "state of " << index;
             longest_ms = std::max(
                 longest_ms, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
         }
