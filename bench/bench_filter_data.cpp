@@ -12,6 +12,7 @@
 #include "bench_support.h"
 
 #include "efm32com/oru_device_interface_stm_bringup.h"
+#include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_device_api.h"
 #include "vsensor/vsensor.h"
 
@@ -30,8 +31,8 @@ double thread_cpu_us(clockid_t clock) {
     return static_cast<double>(ts.tv_sec) * 1e6 + static_cast<double>(ts.tv_nsec) / 1e3;
 }
 
-// Frame period of the virtual sensor: (shutter x 912 + 160) us, at least 1 ms.
-double frame_period_us(int shutter) { return std::max(shutter * 912.0 + 160.0, 1000.0); }
+// Frame period of the virtual sensor: the slower of the exposure and the bus.
+double frame_period_us(int shutter) { return static_cast<double>(frame_period_ns(shutter)) / 1000.0; }
 
 void get_filter_data(benchmark::State& state, bool paced) {
     const int n = static_cast<int>(state.range(0));

@@ -7,6 +7,7 @@
 
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 
 #include <algorithm>
 #include <cstring>

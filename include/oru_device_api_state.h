@@ -5,6 +5,7 @@
 #define ORU_DEVICE_API_STATE_H
 
 #include "oru_base_exception.h"
+#include "oru_device_api_lock.h"
 
 #define ORU_API_SLOTS 100
 
@@ -20,8 +21,6 @@ extern int g_current_device_index;
 oru_device_interface& oru_api_device_at(int index);
 // The facade of the active sensor.
 oru_device_interface& oru_api_active_device();
-// Destroys the facades of slots 0 to g_total_num_of_sensors-1 and empties them.
-void oru_api_release_sensor_slots();
 
 // Print the API's line for a caught exception and give the result to return.
 int oru_api_report(const oru_base_exception& e);
@@ -38,6 +37,19 @@ int oru_api_call(Work&& work) noexcept {
     } catch (...) {
         return oru_api_report_unknown();
     }
+}
+
+// Runs work(facade, index) for the active sensor with `hold` taken (see
+// ApiCall): the facade is found under g_apiLock, which is let go before the
+// work talks to the sensor. Returns as oru_api_call does.
+template <typename Work>
+int oru_api_on_active(ApiHold hold, Work&& work) noexcept {
+    return oru_api_call([&] {
+        ApiCall call(hold);
+        oru_device_interface& device = oru_api_device_at(call.sensor());
+        call.release_module_state();
+        return work(device, static_cast<unsigned int>(call.sensor()));
+    });
 }
 
 #endif  // ORU_DEVICE_API_STATE_H

@@ -8,6 +8,7 @@
 #include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "oru_device_interface.h"
+#include "sensors/oru_sensor_record.h"
 #include "stream/oru_frame_stream.h"
 
 #include <algorithm>
@@ -28,6 +29,14 @@ void sensor_id_text(oru_device_interface& device, int sensor_index, char (&text)
     // An ID never reaches 26 characters; one that did is cut, not overrun.
     std::memset(text, 0, sizeof text);
     std::memcpy(text, formatted.c_str(), std::min<std::size_t>(formatted.size(), 25));
+}
+
+// Destroys the facades of slots 0 to g_total_num_of_sensors-1 and empties them.
+void oru_api_release_sensor_slots() {
+    for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
+        delete g_pDeviceInterface[i];
+        g_pDeviceInterface[i] = nullptr;
+    }
 }
 
 // Error path of connect and disconnect: empty the table, then report.
@@ -51,8 +60,10 @@ void free_sensor_list(char** list, int count) {
 
 extern "C" {
 
+// Connect, disconnect and the sensor list hold everything: they change the
+// table, or talk to every sensor in it.
 int duConnect(void) {
-    const ApiGuard guard(g_apiLock);
+    const ApiCall call(ApiHold::kEverything);
     try {
         if (g_total_num_of_sensors > 0) duDisconnect();
         g_total_num_of_sensors = 0;
@@ -82,7 +93,7 @@ int duConnect(void) {
 }
 
 int duDisconnect(void) {
-    const ApiGuard guard(g_apiLock);
+    const ApiCall call(ApiHold::kEverything);
     try {
         for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
             // Its readers wake; tear-down sends the stop commands.
@@ -104,7 +115,7 @@ int duDisconnect(void) {
 }
 
 char** duGetSensorList(void) {
-    const ApiGuard guard(g_apiLock);
+    const ApiCall call(ApiHold::kEverything);
     char** list = nullptr;
     int filled = 0;
     try {
@@ -136,7 +147,8 @@ char** duGetSensorList(void) {
     }
 }
 
-int duGetMaxSensorCount(void) { return 10; }
+// The library's one limit on open sensors.
+int duGetMaxSensorCount(void) { return static_cast<int>(oru_sensor::kMaxOpenSensors); }
 
 // Clamps instead of failing.
 int duActivateSensorWithIndex(int sensor_index) {
@@ -151,8 +163,8 @@ int duActivateSensorWithIndex(int sensor_index) {
 }
 
 int duActivateSensorWithID(const char* sensor_id_str) {
-    const ApiGuard guard(g_apiLock);
     return oru_api_call([&] {
+        const ApiCall call(ApiHold::kEverything);
         if (sensor_id_str == nullptr) throw oru_base_exception(lu_ec_sensor_id_is_empty);
         for (int sensor_index = 0; sensor_index < g_total_num_of_sensors; ++sensor_index) {
             char text[26];
@@ -172,11 +184,10 @@ int duGetTotalSensors(void) {
 }
 
 int duGetSensorID(char* sensor_id) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([&] {
-        if (sensor_id == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
+    if (sensor_id == nullptr) return oru_api_report(oru_base_exception(lu_ec_memory_is_null));
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
         char text[26];
-        sensor_id_text(oru_api_active_device(), g_current_device_index, text);
+        sensor_id_text(device, static_cast<int>(index), text);
         std::memcpy(sensor_id, text, sizeof text);
         return 1;
     });

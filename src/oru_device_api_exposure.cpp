@@ -18,12 +18,10 @@ constexpr int kMaxShutterSpeed = 3000;
 constexpr int kDefaultAdcRange = 132;
 constexpr int kNumFilters = 1024;
 
-unsigned int active_index() { return static_cast<unsigned int>(g_current_device_index); }
-
-// While the active sensor's frame stream is on, calls that stream or change
-// the exposure are refused, so that no reading mixes two exposures.
-void refuse_while_streaming() {
-    if (oru_stream::is_on(active_index())) throw oru_base_exception(lu_ec_ill_defined_input);
+// While the sensor's frame stream is on, calls that stream or change the
+// exposure are refused, so that no reading mixes two exposures.
+void refuse_while_streaming(unsigned int index) {
+    if (oru_stream::is_on(index)) throw oru_base_exception(lu_ec_ill_defined_input);
 }
 
 // The search indexes the frame with the caller's 1-based filter numbers, so
@@ -39,10 +37,14 @@ void check_exposure_search_input(const int* valid_filters_in, int num_of_valid_f
 }
 
 int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters, int target_DN) {
-    return oru_api_call([&] {
+    // The input is checked before the sensor is looked for.
+    try {
         check_exposure_search_input(valid_filters_in, num_of_valid_filters, target_DN);
-        refuse_while_streaming();
-        oru_device_interface& device = oru_api_active_device();
+    } catch (const oru_base_exception& e) {
+        return oru_api_report(e);
+    }
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
+        refuse_while_streaming(index);
         const std::array<int, num_valid_filters> valid_filters = g_default_valid_filters;
         const int saturation_value = target_DN;
         const int sleep_time = 10;
@@ -56,9 +58,9 @@ int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters,
         else
             valid_filter_list.assign(valid_filters.begin(), valid_filters.end());
 
-        device.set_auto_exposure_parameters(target_DN, active_index());
+        device.set_auto_exposure_parameters(target_DN, index);
         return device.find_optimal_shutter_speed(valid_filter_list, background_data, saturation_value, sleep_time,
-                                                 active_index());
+                                                 index);
     });
 }
 
@@ -67,8 +69,9 @@ int optimal_shutter_speed(const int* valid_filters_in, int num_of_valid_filters,
 extern "C" {
 
 int duGetShutterSpeed(void) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([] { return oru_api_active_device().get_shutter_speed(active_index()); });
+    return oru_api_on_active(ApiHold::kRequest, [](oru_device_interface& device, unsigned int index) {
+        return device.get_shutter_speed(index);
+    });
 }
 
 int duGetShutterSpeedLimits(int* min_limit, int* max_limit) {
@@ -92,61 +95,53 @@ int duExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int
 }
 
 int duSetShutterSpeed(int shutter) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([&] {
-        refuse_while_streaming();
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
+        refuse_while_streaming(index);
         int clamped = shutter;
         if (clamped < kMinShutterSpeed) clamped = kMinShutterSpeed;
         if (clamped > kMaxShutterSpeed) clamped = kMaxShutterSpeed;
-        oru_api_active_device().set_shutter_speed(clamped, active_index());
+        device.set_shutter_speed(clamped, index);
         return 1;
     });
 }
 
 int duGetOptimalShutterSpeed2(int* valid_filters_in, int num_of_valid_filters, int target_DN) {
-    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, target_DN);
 }
 
 int duGetOptimalShutterSpeed(int* valid_filters_in, int num_of_valid_filters) {
-    const ApiGuard guard(g_apiLock);
     return optimal_shutter_speed(valid_filters_in, num_of_valid_filters, 3500);
 }
 
 int duGetFilterData(double* output, int number_of_averages) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([&] {
-        refuse_while_streaming();
-        const double ret_val =
-            oru_api_active_device().get_filter_data(output, number_of_averages, 0, 0, active_index());
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
+        refuse_while_streaming(index);
+        const double ret_val = device.get_filter_data(output, number_of_averages, 0, 0, index);
         (void)ret_val;  // the device's own result carries nothing for the caller
         return 1;
     });
 }
 
 int duSetSensorParameters(int _adc_gain, int _adc_range) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([&] {
-        refuse_while_streaming();
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
+        refuse_while_streaming(index);
         int adc_gain = _adc_gain;
         if (adc_gain < 0 || adc_gain > 1) adc_gain = 0;
         int adc_range = _adc_range;
         if (adc_range < 0 || adc_range > 255) adc_range = kDefaultAdcRange;
         int adc_res = 0;
         if (adc_res < 0 || adc_res > 1) adc_res = 0;
-        oru_api_active_device().set_adc_settings(static_cast<unsigned char>(adc_range),
-                                                 static_cast<unsigned char>(adc_gain),
-                                                 static_cast<unsigned char>(adc_res), active_index());
+        device.set_adc_settings(static_cast<unsigned char>(adc_range), static_cast<unsigned char>(adc_gain),
+                                static_cast<unsigned char>(adc_res), index);
         return 1;
     });
 }
 
 int duGetSensorParameters(int* _adc_gain, int* _adc_range) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([&] {
-        if (_adc_gain == nullptr || _adc_range == nullptr) throw oru_base_exception(lu_ec_memory_is_null);
+    if (_adc_gain == nullptr || _adc_range == nullptr) return oru_api_report(oru_base_exception(lu_ec_memory_is_null));
+    return oru_api_on_active(ApiHold::kRequest, [&](oru_device_interface& device, unsigned int index) {
         unsigned char adc_range = 0, adc_gain = 0, adc_res = 0;
-        oru_api_active_device().get_adcsettings(&adc_range, &adc_gain, &adc_res, active_index());
+        device.get_adcsettings(&adc_range, &adc_gain, &adc_res, index);
         *_adc_range = adc_range;
         *_adc_gain = adc_gain;
         return 1;

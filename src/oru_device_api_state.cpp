@@ -7,6 +7,11 @@
 
 #include <cstdio>
 
+// Written only by oru_device_api.cpp, on the caller thread of the exported
+// functions, under g_apiLock: the table and the count by connect and
+// disconnect (which hold every sensor's call lock as well, so no call on a
+// sensor outlives its facade), the active sensor by the activate functions.
+// Read under g_apiLock.
 oru_device_interface* g_pDeviceInterface[ORU_API_SLOTS] = {};
 int g_total_num_of_sensors = 0;
 int g_current_device_index = 0;
@@ -18,13 +23,6 @@ oru_device_interface& oru_api_device_at(int index) {
 }
 
 oru_device_interface& oru_api_active_device() { return oru_api_device_at(g_current_device_index); }
-
-void oru_api_release_sensor_slots() {
-    for (int i = 0; i < g_total_num_of_sensors && i < ORU_API_SLOTS; ++i) {
-        delete g_pDeviceInterface[i];
-        g_pDeviceInterface[i] = nullptr;
-    }
-}
 
 int oru_api_report(const oru_base_exception& e) {
     oru_log(kLogError, "[oru_device_api] ORU_BASE_EXCEPTION happened: %s\n", e.what());

@@ -3,28 +3,19 @@
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "oru_device_api_lock.h"
 #include "oru_device_api_state.h"
 #include "stream/oru_frame_stream.h"
 
-namespace {
-
-unsigned int active_sensor() {
-    oru_api_active_device();  // an empty slot is reported, not streamed from
-    return static_cast<unsigned int>(g_current_device_index);
-}
-
-}  // namespace
-
 extern "C" {
 
+// Start and stop hold only their own sensor: a request or a reconnect on
+// another sensor goes on meanwhile.
 int duStartFrameStream(void) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([] {
-        const unsigned int sensor = active_sensor();
+    return oru_api_on_active(ApiHold::kSensor, [](oru_device_interface&, unsigned int sensor) {
         if (sensor_health(sensor) != kSensorUsable) return -lu_ec_fw_recv_timeout;
-        const int result = oru_stream::open(sensor, sensor_shutter_speed(sensor));
+        const int result = oru_stream::open(sensor);
         if (result != 1) return result;
         start_frame_streaming(sensor);
         return 1;
@@ -32,9 +23,7 @@ int duStartFrameStream(void) {
 }
 
 int duStopFrameStream(void) {
-    const ApiGuard guard(g_apiLock);
-    return oru_api_call([] {
-        const unsigned int sensor = active_sensor();
+    return oru_api_on_active(ApiHold::kSensor, [](oru_device_interface&, unsigned int sensor) {
         if (!oru_stream::is_on(sensor)) return -lu_ec_initialization_required;
         stop_frame_streaming(sensor);
         return oru_stream::close(sensor);
@@ -60,7 +49,11 @@ int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages
             const ApiGuard guard(g_apiLock);
             oru_api_device_at(sensor_index);
         }
-        return oru_stream::read(static_cast<unsigned int>(sensor_index), output, number_of_averages, timeout_ms, info);
+        const auto sensor = static_cast<unsigned int>(sensor_index);
+        const int result = oru_stream::read(sensor, output, number_of_averages, timeout_ms, info);
+        // The exposure cannot change while the stream is on.
+        if (result == 1 && info != nullptr) info->shutter_speed = sensor_shutter_speed(sensor);
+        return result;
     });
 }
 

@@ -8,7 +8,7 @@
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_bringup.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 
 #include "efm32com/oru_device_interface_onboard_processings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 
 #include <algorithm>
 

@@ -5,6 +5,8 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "oru_device_interface_base.h"
 
 #include <atomic>
@@ -38,10 +40,7 @@ protected:
         }
     }
 
-    static size_t frames_taken() {
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        return queued_frames();
-    }
+    static size_t frames_taken() { return queued_frames(); }
 };
 
 const std::string kSeparator(57, '@');
@@ -156,14 +155,20 @@ TEST_F(Acquisition, ProducerThatCannotTakeAFrameFailsTheRequestAtOnce) {
     EXPECT_EQ(read(out, 1, 3), lu_ec_success) << "the next request is served";
 }
 
-TEST(FrameWaitBound, AllowsTwiceTheExposuresOfTheFramesAndTheTwoDroppedOnTopOfTheMargin) {
+// A frame comes every exposure, but never faster than full-speed bulk carries
+// 2048 bytes (32 packets of 64 at 19 a millisecond: 1,684,211 ns).
+TEST(FrameWaitBound, AllowsTwiceTheFramePeriodsOfTheFramesAndTheTwoDroppedOnTopOfTheMargin) {
+    EXPECT_EQ(frame_period_ns(0), 1684211) << "the bus, not the exposure";
+    EXPECT_EQ(frame_period_ns(1), 1684211) << "1.072 ms of exposure is faster than the bus";
+    EXPECT_EQ(frame_period_ns(2), 1984000) << "the exposure, slower than the bus";
     set_frame_wait_margin_ms(2000);
-    EXPECT_EQ(frame_wait_bound_ms(1, 10), 2000 + 12 * 1 * 2);
-    EXPECT_EQ(frame_wait_bound_ms(0, 0), 2000 + 2 * 1 * 2) << "at least 1 ms per frame";
-    EXPECT_EQ(frame_wait_bound_ms(1000, 4), 2000 + 6 * 912 * 2);
-    EXPECT_EQ(frame_wait_bound_ms(65535, 100), 2000L + 102L * 59768 * 2);
+    EXPECT_EQ(frame_wait_bound_ms(1, 10), 2000 + 41) << "12 x 1.684 ms x 2, rounded up";
+    EXPECT_EQ(frame_wait_bound_ms(0, 0), 2000 + 7);
+    EXPECT_EQ(frame_wait_bound_ms(1, 4000), 2000 + 13481) << "4002 x 1.684 ms x 2: no false -9 at shutter speed 1";
+    EXPECT_EQ(frame_wait_bound_ms(1000, 4), 2000 + 6 * 912160 * 2 / 1000 + 1);
+    EXPECT_EQ(frame_wait_bound_ms(65535, 100), 2000L + 12192689);
     set_frame_wait_margin_ms(50);
-    EXPECT_EQ(frame_wait_bound_ms(1, 10), 50 + 12 * 1 * 2);
+    EXPECT_EQ(frame_wait_bound_ms(1, 10), 50 + 41);
 }
 
 // ---- frame moving average ----

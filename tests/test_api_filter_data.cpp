@@ -3,7 +3,6 @@
 #include "api_test_support.h"
 
 #include "efm32com/oru_device_interface_stm_acquisition.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
 

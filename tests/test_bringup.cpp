@@ -6,7 +6,8 @@
 #include "efm32com/oru_device_interface_ae.h"
 #include "efm32com/oru_device_interface_stm_acquisition.h"
 #include "efm32com/oru_device_interface_stm_bringup.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include <stdlib.h>

@@ -10,6 +10,8 @@
 
 #include <libusb.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -257,6 +259,72 @@ TEST_P(FaultIsolation, OtherSensorsKeepStreamingWithoutAGap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(OnSensorOneOfThree, FaultIsolation, isolation_cases(), isolation_case_name);
+
+// A long call on sensor 1 while sensors 0 and 2 stream, each read (and its
+// state asked) by a thread of its own: the call holds only sensor 1, so no
+// frame of the others is dropped or skipped and none of their calls waits
+// for it. A read of 5 frames
+// takes 8.4 ms of frames; one held up by the call would take about the whole
+// call (2 s for the request), so a bound of a quarter of the call (at least
+// 100 ms) leaves room for any scheduling.
+struct BusyCase {
+    const char* what;
+    int (*call)();
+    int result;
+};
+void PrintTo(const BusyCase& c, std::ostream* os) { *os << c.what; }
+
+class BusySensorIsolation : public Faults, public testing::WithParamInterface<BusyCase> {};
+
+TEST_P(BusySensorIsolation, OtherSensorsStreamOnWithoutWaitingForIt) {
+    ASSERT_EQ(connect_sensors(3), 3);
+    vsensor::set_realtime(true);
+    for (int i : {0, 2}) {
+        vsensor::use_frame_counter(i);
+        duActivateSensorWithIndex(i);
+        ASSERT_EQ(duStartFrameStream(), 1);
+    }
+    std::atomic<bool> done{false};
+    auto reader = [&done](int index) {
+        uint64_t next = 0;
+        double longest_ms = 0.0;
+        testing::AssertionResult gapless = testing::AssertionSuccess();
+        while (gapless && !done) {
+            const auto start = std::chrono::steady_clock::now();
+            gapless = streams_without_gap(index, &next, 1);
+            if (gapless && duGetSensorState(index) != 1) gapless = testing::AssertionFailure() << "state of " << index;
+            longest_ms = std::max(
+                longest_ms, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        }
+        return std::make_pair(gapless, longest_ms);
+    };
+    auto reads0 = std::async(std::launch::async, reader, 0);
+    auto reads2 = std::async(std::launch::async, reader, 2);
+    duActivateSensorWithIndex(1);
+    const auto start = std::chrono::steady_clock::now();
+    const Outcome got = call_in_time(GetParam().what, GetParam().call);
+    const double call_ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    done = true;
+    EXPECT_EQ(got.result, GetParam().result);
+    for (auto* reads : {&reads0, &reads2}) {
+        const auto [gapless, longest_ms] = reads->get();
+        EXPECT_TRUE(gapless);
+        EXPECT_LT(longest_ms, std::max(call_ms / 4, 100.0)) << "a read waited for sensor 1's call of " << call_ms << " ms";
+        RecordProperty(std::string("longest_read_ms_") + (reads == &reads0 ? "0" : "2"), std::to_string(longest_ms));
+    }
+    RecordProperty("call_ms", std::to_string(call_ms));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OnSensorOneOfThree, BusySensorIsolation,
+    testing::Values(BusyCase{"request_of_1200_frames",
+                             [] {
+                                 std::vector<double> output(1024);
+                                 return duGetFilterData(output.data(), 1200);
+                             },
+                             1},
+                    BusyCase{"reconnect", [] { return duReconnectSensor(1, default_sensor_id(1).c_str()); }, 1}),
+    [](const testing::TestParamInfo<BusyCase>& info) { return std::string(info.param.what); });
 
 // ---- a sensor unplugged ----------------------------------------------------------
 

@@ -4,8 +4,13 @@
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "efm32com/oru_device_interface_usb.h"
+#include "sensors/oru_sensor_record.h"
 
 #include <chrono>
 #include <cstring>
@@ -19,8 +24,7 @@ class Streaming : public streamtest::StreamTest {};
 
 // Waits (bounded) until the request has taken n frames.
 bool wait_for_frames_taken(size_t n) {
-    std::unique_lock<std::mutex> lk(exit_cond_lock);
-    return exit_cond.wait_for(lk, std::chrono::seconds(10), [n] { return queued_frames() >= n; });
+    return wait_for_queued_frames(n, std::chrono::steady_clock::now() + std::chrono::seconds(10), 0) >= n;
 }
 
 // Filter j of the frame the request kept in place i.
@@ -109,7 +113,6 @@ TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     acquire_frame_data_bulk(70, 0);
     ASSERT_TRUE(wait_for_frames_taken(4));
     acquire_frame_data_bulk(71, 0);
-    std::lock_guard<std::mutex> lk(exit_cond_lock);
     ASSERT_EQ(queued_frames(), 4u);
     for (size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(kept_value(i, 0), i + 2.0) << "frames 0 and 1 are thrown away";
@@ -118,7 +121,10 @@ TEST_F(Streaming, SingleShotModeCountsTwoFramesMoreAndQueuesFromTheThird) {
     double sum[1024] = {};
     add_queued_frames(sum);
     EXPECT_EQ(sum[500], 2 + 3 + 4 + 5);
-    EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
+    {
+        std::lock_guard<std::mutex> lk(exit_cond_lock);
+        EXPECT_EQ(g_count, 6) << "frames after the request is served are not counted";
+    }
     end_frame_request(0);
 }
 
@@ -130,7 +136,9 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     for (int i = 0; i < 1024; ++i) values[i] = static_cast<uint16_t>(i * 4);
     std::vector<uint8_t> wire = vsensor::encode_frame(values.data());
     std::memcpy(buffer, wire.data(), sizeof buffer);
-    libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata, nullptr, 0);
+    // As the library makes them: the transfer carries its sensor's record.
+    libusb_fill_bulk_transfer(transfer, find_device_handle(0), 0x81, buffer, 2048, cb_bulkdata,
+                              oru_sensor::sensor_record(0), 0);
     transfer->status = LIBUSB_TRANSFER_COMPLETED;
     transfer->actual_length = 2048;
     begin_frame_request(1, 1, 1);
@@ -140,6 +148,7 @@ TEST_F(Streaming, CompletedFrameIsQueuedThenAFailedResubmissionIsReported) {
     cb_bulkdata(transfer);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "===>>>> libusb_submit_transfer fail!!!\n");
     EXPECT_EQ(do_exit, 0) << "the loop goes on for the other sensors";
+    EXPECT_EQ(sensor_health(0), kSensorRemoved) << "the refused resubmission is this sensor's removal";
     ASSERT_EQ(queued_frames(), 1u);
     EXPECT_EQ(kept_value(0, 1), 4);
     EXPECT_EQ(kept_value(0, 1023), 4092);

@@ -3,6 +3,7 @@
 
 #include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_led_module.h"
+#include "efm32com/oru_device_interface_led_request.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
 

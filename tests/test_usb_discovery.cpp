@@ -2,6 +2,7 @@
 // Failed opens and descriptors are checked through duConnect (test_faults).
 #include "usb_fixture.h"
 
+#include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
 

@@ -12,12 +12,12 @@ extern std::atomic<int> g_iCurShutterSpeed;
 int sensor_shutter_speed(unsigned int iDeviceId);
 // Tests: forget every sensor's own value.
 void reset_sensor_shutter_speeds();
-extern int iCurBlankTime;
+extern std::atomic<int> iCurBlankTime;
 extern int g_iSleepTime;  // ms after each blank-time / ADC command
 // Statistics of verified writes (nothing reads them back).
-extern int iTotalCount;
-extern int iSuccessCount;
-extern int iFailCount;
+extern std::atomic<int> iTotalCount;
+extern std::atomic<int> iSuccessCount;
+extern std::atomic<int> iFailCount;
 // One verified write counted in the statistics.
 void count_verified(bool bMatched);
 // Records the blank time last set on a sensor.

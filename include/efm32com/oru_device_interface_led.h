@@ -4,13 +4,17 @@
 
 struct libusb_device_handle;
 
-// The LED-state request (class OUT, request 9, no data stage) on a sensor's or
-// the LED driver's handle; only the low 16 bits of the word reach the wire.
-void send_led_state_request(libusb_device_handle* pHandle, int wValue);
+// Handle of the external LED driver (null when none is open).
+extern libusb_device_handle* g_LedDriverHandle;
 
+// Opens the LED driver into g_LedDriverHandle (once); 1 when it is open.
+int connect_LED_device();
 bool is_led_driver_open();
 bool is_led_driver_close();
 int set_state_to_led_device(bool* OnArray, int nNumOfLED, int intensity);
 bool set_op_mode_to_led_device(int iOpMode, int iToggleIntervalTime);
+
+// Closes the driver, if open (tests).
+void reset_led_driver();
 
 #endif

@@ -7,8 +7,6 @@
 ORU_ERROR_CODE set_LED_module_op_mode(unsigned int iOpMode, unsigned int iDeviceId);
 ORU_ERROR_CODE set_led_state_values(bool* OnArray, int nNumOfLED, int intensity, unsigned int iDeviceId);
 ORU_ERROR_CODE set_led_op_mode_values(int iOpMode, int iToggleIntervalTime, unsigned int iDeviceId);
-// LED state word: bit i for LED i (i < 32), intensity shifted left by 8.
-int make_led_state_word(const bool* OnArray, int nNumOfLED, int intensity, int* pState = nullptr);
 void convert_number_to_binary(int n);
 
 #endif

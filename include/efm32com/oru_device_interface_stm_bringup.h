@@ -3,7 +3,6 @@
 #define ORU_DEVICE_INTERFACE_STM_BRINGUP_H
 
 #include "efm32com/oru_device_interface_stm_event_loop.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
 
 extern int maxNumOfDevice;
 

@@ -15,7 +15,7 @@ extern bool g_FMA_Buffered;
 void set_frame_moving_average(bool bEnable);
 // Whether requests advance a filled ring by one frame.
 bool frame_ring_buffered();
-// With exit_cond_lock held: fills slots 0 .. iSlots-1 from the request's
+// Fills slots 0 .. iSlots-1 from the request's
 // first frames (not yet buffered), or puts its one frame in place of the
 // oldest; then writes the sum over slots 0 .. iSlots-1 into sum[].
 void advance_frame_ring(int iSlots, double* sum);

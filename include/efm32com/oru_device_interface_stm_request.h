@@ -1,6 +1,7 @@
 // The state of the one pending request for frames, shared by the consumer
 // (caller thread) and the frame producers (bulk callback on the event thread,
-// control-mode read). This file is its only writer.
+// control-mode read). Its file is the only writer and the only one that takes
+// exit_cond_lock: each function below is one locked step.
 #ifndef ORU_DEVICE_INTERFACE_STM_REQUEST_H
 #define ORU_DEVICE_INTERFACE_STM_REQUEST_H
 
@@ -49,12 +50,16 @@ void take_control_frame(const uint16_t* samples);
 // Something went wrong on the producer's side: the request fails (-9) at once.
 void fail_frame_request() noexcept;
 
-// Consumer, with exit_cond_lock held through `lk`.
+// Something the consumer's wait looks at changed (the event loop ended, a
+// sensor failed or went): wakes it.
+void wake_frame_request();
+
+// Consumer.
 // Waits until nNeeded frames are taken, the request failed, the event loop
-// ended, the sensor failed or went, or the deadline passed. Returns the number of frames taken (0 when
-// the request failed).
-size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
-                              std::chrono::steady_clock::time_point deadline, unsigned int iDeviceId);
+// ended, the sensor failed or went, or the deadline passed. Returns the number
+// of frames taken (0 when the request failed).
+size_t wait_for_queued_frames(size_t nNeeded, std::chrono::steady_clock::time_point deadline,
+                              unsigned int iDeviceId);
 size_t queued_frames();
 // Adds the per-filter sum of the frames taken to sum[].
 void add_queued_frames(double* sum);

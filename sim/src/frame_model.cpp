@@ -37,9 +37,13 @@ std::vector<double> scene_response(Scene scene) {
 
 int shutter_of(const Device& d) { return (d.regs[37] << 8) | d.regs[5]; }
 
+// The slower of the exposure and the bus: a full-speed bulk endpoint carries
+// at most 19 packets of 64 bytes a millisecond, so a 2048-byte frame (32
+// packets) takes 32/19 ms at the least, about 594 frames/s.
 SteadyClock::duration frame_period(const Device& d) {
-    const long long us = std::max(1000LL, static_cast<long long>(shutter_of(d)) * 912 + 160);
-    return std::chrono::microseconds(us);
+    constexpr long long kBusFrameNs = (kFrameBytes / 64 * 1000000LL + 18) / 19;
+    const long long exposure_ns = (static_cast<long long>(shutter_of(d)) * 912 + 160) * 1000;
+    return std::chrono::nanoseconds(std::max(kBusFrameNs, exposure_ns));
 }
 
 namespace {

@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+// Written only here, by bring-up on the caller thread of a connect (which
+// holds every lock of the exported functions); read by the same thread or by
+// requests, which come after it under g_requestLock.
 double* g_intensityLUT = nullptr;
 double* g_ssLUT = nullptr;
 // One size for both tables: the last file read sets it.

@@ -5,36 +5,34 @@
 #include "oru_log.h"
 
 #include "efm32com/oru_device_interface_stm.h"
+#include "sensors/oru_sensor_record.h"
 
 #include <climits>
 #include <cstdio>
 #include <unistd.h>
 
 // Written only here (initialize_sensor goes through count_verified and
-// note_blank_time). Caller thread; no lock.
-// g_iCurShutterSpeed is atomic: the consumer's wait bound and the pauses read it.
+// note_blank_time), by the caller thread of a request or of a reconnect,
+// which may run at once on different sensors: atomic, no lock.
+// g_iCurShutterSpeed: the consumer's wait bound and the pauses read it too.
 std::atomic<int> g_iCurShutterSpeed{1};
-int iCurBlankTime = 0;
-int g_iSleepTime = 30;
-int iTotalCount = 0;
-int iSuccessCount = 0;
-int iFailCount = 0;
+std::atomic<int> iCurBlankTime{0};
+int g_iSleepTime = 30;  // never written by the library
+std::atomic<int> iTotalCount{0};
+std::atomic<int> iSuccessCount{0};
+std::atomic<int> iFailCount{0};
 
-namespace {
-// The shutter speed last written to each sensor, beside the one process-wide
-// value above that drives the protocol's pauses. 0: never written. Written
-// by the caller thread that sets it, read by callers; atomic, no lock.
-constexpr unsigned int kMaxSensors = 256;
-std::atomic<int> g_iSensorShutterSpeed[kMaxSensors] = {};
-}  // namespace
-
+// The shutter speed last written to each sensor (beside the one process-wide
+// value above that drives the protocol's pauses) is its record's
+// iShutterSpeed, written only here.
 int sensor_shutter_speed(unsigned int iDeviceId) {
-    const int iShutter = iDeviceId < kMaxSensors ? g_iSensorShutterSpeed[iDeviceId].load() : 0;
+    const oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(iDeviceId);
+    const int iShutter = record != nullptr ? record->iShutterSpeed.load() : 0;
     return iShutter != 0 ? iShutter : g_iCurShutterSpeed.load();
 }
 
 void reset_sensor_shutter_speeds() {
-    for (auto& shutter : g_iSensorShutterSpeed) shutter = 0;
+    for (unsigned int i = 0; i < oru_sensor::kMaxOpenSensors; ++i) oru_sensor::sensor_record(i)->iShutterSpeed = 0;
 }
 
 void reset_device_settings() {
@@ -115,7 +113,7 @@ SBytePair write_verified_pair(SCommandPair write, SCommandPair read, SBytePair v
 
 ORU_ERROR_CODE set_shutter_speed_to_sensor(int iShutterSpeedW, unsigned int iDeviceId) {
     g_iCurShutterSpeed = iShutterSpeedW;
-    if (iDeviceId < kMaxSensors) g_iSensorShutterSpeed[iDeviceId] = iShutterSpeedW;
+    if (oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(iDeviceId)) record->iShutterSpeed = iShutterSpeedW;
     const SBytePair shutterW = split_word(iShutterSpeedW);
 
     iCurBlankTime = iShutterSpeedW + kBlankTimeMargin;

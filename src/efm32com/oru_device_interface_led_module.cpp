@@ -4,7 +4,7 @@
 
 #include "oru_log.h"
 
-#include "efm32com/oru_device_interface_led.h"
+#include "efm32com/oru_device_interface_led_request.h"
 #include "efm32com/oru_device_interface_stm.h"
 #include "efm32com/oru_device_interface_usb.h"
 
@@ -15,7 +15,6 @@ namespace {
 
 constexpr int kCmdLedModuleMode = 3;
 constexpr unsigned int kLedModulePauseUs = 30000;
-constexpr int kStateBits = 32;
 
 }  // namespace
 
@@ -26,16 +25,6 @@ ORU_ERROR_CODE set_LED_module_op_mode(unsigned int iOpMode, unsigned int iDevice
         usleep(kLedModulePauseUs);
     }
     return lu_ec_success;
-}
-
-int make_led_state_word(const bool* OnArray, int nNumOfLED, int intensity, int* pState) {
-    unsigned int uState = 0;
-    for (int i = 0; i < nNumOfLED && i < kStateBits; ++i)
-        if (OnArray[i]) uState |= 1u << i;
-    // The intensity is not masked: it is OR-ed over LED bits 8 and up.
-    const unsigned int uWord = uState | (static_cast<unsigned int>(intensity) << 8);
-    if (pState) *pState = static_cast<int>(uState);
-    return static_cast<int>(uWord);
 }
 
 ORU_ERROR_CODE set_led_state_values(bool* OnArray, int nNumOfLED, int intensity, unsigned int iDeviceId) {

@@ -5,6 +5,8 @@
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
 #include "efm32com/oru_device_interface_stm_bringup.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_usb.h"
 

@@ -1,48 +1,39 @@
 // Per-sensor health and the hotplug registration.
 #include "efm32com/oru_device_interface_sensor_state.h"
 
-#include "efm32com/oru_device_interface_stm_frames.h"
-#include "stream/oru_frame_stream.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_usb.h"
+#include "sensors/oru_sensor_record.h"
 
-#include <array>
 #include <atomic>
 #include <mutex>
 
+using oru_sensor::kMaxOpenSensors;
+using oru_sensor::SSensorRecord;
+using oru_sensor::sensor_record;
+
 namespace {
 
-constexpr unsigned int kMaxSensors = 256;
-constexpr int kSensorVendorId = 0x0483;
-constexpr int kSensorProductId = 0x5740;
-
-// g_health[i]: written by bring-up (caller thread) and by the event thread's
-// callbacks, read by callers; atomic, no lock. g_devices[i]: the USB device of
-// sensor i, written at bring-up and read by the hotplug callback, both under
-// g_devicesLock.
-// 0 stands for usable, so that the table starts usable without a constructor.
-std::atomic<int> g_health[kMaxSensors] = {};
-std::mutex g_devicesLock;
-std::array<libusb_device*, kMaxSensors> g_devices{};
+// Health and USB device live in each sensor's record (0 stands for usable,
+// so that a record starts usable); this file writes them.
+// Arrivals: counted by the hotplug callback (event thread), atomic.
 std::atomic<uint64_t> g_arrivals{0};
 // Caller thread only (bring-up and tear-down).
 bool g_bHotplugRegistered = false;
 libusb_hotplug_callback_handle g_hotplugHandle = 0;
 
-// A request of this sensor may be waiting for frames that will not come.
-void wake_request_waiters() {
-    { std::lock_guard<std::mutex> lk(exit_cond_lock); }
-    exit_cond.notify_all();
-}
-
 void mark(unsigned int iDeviceId, int health) {
-    if (iDeviceId >= kMaxSensors) return;
+    SSensorRecord* record = sensor_record(iDeviceId);
+    if (record == nullptr) return;
     int expected = 0;
     if (health == kSensorFailed) {
-        g_health[iDeviceId].compare_exchange_strong(expected, kSensorFailed);
+        record->iHealth.compare_exchange_strong(expected, kSensorFailed);
     } else {
-        g_health[iDeviceId] = health;
+        record->iHealth = health;
     }
-    oru_stream::fail(iDeviceId);
-    wake_request_waiters();
+    oru_sensor::fail_sink(*record);
+    // A request of this sensor may be waiting for frames that will not come.
+    wake_frame_request();
 }
 
 // Runs on the event thread inside libusb's event handling: it only records,
@@ -52,25 +43,33 @@ int LIBUSB_CALL on_hotplug(libusb_context*, libusb_device* device, libusb_hotplu
         ++g_arrivals;
         return 0;
     }
-    int iRemoved = -1;
-    {
-        std::lock_guard<std::mutex> lk(g_devicesLock);
-        for (unsigned int i = 0; i < kMaxSensors && iRemoved < 0; ++i)
-            if (g_devices[i] == device) iRemoved = static_cast<int>(i);
+    for (unsigned int i = 0; i < kMaxOpenSensors; ++i) {
+        SSensorRecord& record = *sensor_record(i);
+        bool bThisOne = false;
+        {
+            std::lock_guard<std::mutex> lk(record.deviceLock);
+            bThisOne = record.pDevice == device;
+        }
+        if (bThisOne) {
+            mark_sensor_removed(i);
+            break;
+        }
     }
-    if (iRemoved >= 0) mark_sensor_removed(static_cast<unsigned int>(iRemoved));
     return 0;
+}
+
+void set_device(SSensorRecord& record, libusb_device* pDevice) {
+    std::lock_guard<std::mutex> lk(record.deviceLock);
+    record.pDevice = pDevice;
 }
 
 }  // namespace
 
 void mark_sensor_usable(unsigned int iDeviceId, libusb_device* pDevice) {
-    if (iDeviceId >= kMaxSensors) return;
-    {
-        std::lock_guard<std::mutex> lk(g_devicesLock);
-        g_devices[iDeviceId] = pDevice;
-    }
-    g_health[iDeviceId] = 0;
+    SSensorRecord* record = sensor_record(iDeviceId);
+    if (record == nullptr) return;
+    set_device(*record, pDevice);
+    record->iHealth = 0;
 }
 
 void mark_sensor_failed(unsigned int iDeviceId) { mark(iDeviceId, kSensorFailed); }
@@ -78,7 +77,8 @@ void mark_sensor_failed(unsigned int iDeviceId) { mark(iDeviceId, kSensorFailed)
 void mark_sensor_removed(unsigned int iDeviceId) { mark(iDeviceId, kSensorRemoved); }
 
 int sensor_health(unsigned int iDeviceId) {
-    const int health = iDeviceId < kMaxSensors ? g_health[iDeviceId].load() : 0;
+    SSensorRecord* record = sensor_record(iDeviceId);
+    const int health = record != nullptr ? record->iHealth.load() : 0;
     return health == 0 ? kSensorUsable : health;
 }
 
@@ -90,7 +90,7 @@ void register_sensor_hotplug() {
         libusb_hotplug_register_callback(
             nullptr,
             static_cast<libusb_hotplug_event>(LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT),
-            LIBUSB_HOTPLUG_NO_FLAGS, kSensorVendorId, kSensorProductId, LIBUSB_HOTPLUG_MATCH_ANY, on_hotplug, nullptr,
+            LIBUSB_HOTPLUG_NO_FLAGS, ORU_USB_VENDOR_ID, ORU_USB_PRODUCT_ID, LIBUSB_HOTPLUG_MATCH_ANY, on_hotplug, nullptr,
             &g_hotplugHandle) == LIBUSB_SUCCESS;
 }
 
@@ -102,10 +102,9 @@ void deregister_sensor_hotplug() {
 
 void reset_sensor_health() {
     deregister_sensor_hotplug();
-    std::lock_guard<std::mutex> lk(g_devicesLock);
-    for (unsigned int i = 0; i < kMaxSensors; ++i) {
-        g_health[i] = 0;
-        g_devices[i] = nullptr;
+    for (unsigned int i = 0; i < kMaxOpenSensors; ++i) {
+        set_device(*sensor_record(i), nullptr);
+        sensor_record(i)->iHealth = 0;
     }
     g_arrivals = 0;
 }

@@ -108,4 +108,4 @@ int set_device_index(unsigned int idx) {
     return 1;
 }
 
-unsigned int get_connected_total_devices() { return static_cast<unsigned int>(UsbDevHandle::pDevH.size()); }
+unsigned int get_connected_total_devices() { return static_cast<unsigned int>(stored_handle_count()); }

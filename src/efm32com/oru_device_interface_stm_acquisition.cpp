@@ -8,7 +8,9 @@
 
 #include "efm32com/oru_device_interface_device_settings.h"
 #include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include <unistd.h>
@@ -18,7 +20,8 @@
 #include <cstdio>
 #include <vector>
 
-// Streaming (command 70) is on. Caller thread only; written only here.
+// Streaming (command 70) is on. Written only here, by the caller thread of a
+// request; requests run one at a time (g_requestLock).
 bool bulkModeStarted = false;
 
 namespace {
@@ -59,10 +62,9 @@ void start_streaming(int iMode, unsigned int iDeviceId) {
     start_frame_streaming(iDeviceId);
 }
 
-// The bounded wait, with exit_cond_lock held. When the frames do not come
-// (stalled stream, event loop ended) the request is ended, the lock released
-// and streaming switched off; returns false.
-bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBufferedPath, unsigned int iDeviceId) {
+// The bounded wait. When the frames do not come (stalled stream, event loop
+// ended) the request is ended and streaming switched off; returns false.
+bool wait_for_frames(size_t nNeeded, bool bBufferedPath, unsigned int iDeviceId) {
     // A sensor without an open handle (failed claim, unplugged and
     // forgotten) can send nothing: do not wait for it at all. The frames
     // come at this sensor's own exposure, whatever another was set to last.
@@ -70,11 +72,10 @@ bool wait_for_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded, bool bBuf
     if (find_device_handle(iDeviceId) != nullptr)
         deadline +=
             std::chrono::milliseconds(frame_wait_bound_ms(sensor_shutter_speed(iDeviceId), static_cast<int>(nNeeded)));
-    if (wait_for_queued_frames(lk, nNeeded, deadline, iDeviceId) >= nNeeded) return true;
+    if (wait_for_queued_frames(nNeeded, deadline, iDeviceId) >= nNeeded) return true;
     end_frame_request(0);
     // The ring would otherwise wait for one frame that nobody takes.
     if (bBufferedPath) restart_frame_ring();
-    lk.unlock();
     abandon_streaming(iDeviceId);
     return false;
 }
@@ -96,14 +97,12 @@ bool report_queue_size(size_t nQueued, size_t nNeeded, bool bBufferedPath) {
     return true;
 }
 
-// Modes 2 and 3 end with streaming off. Not under the lock: the event thread
-// must stay free to run the completions these commands need.
-void stop_streaming_at_end(std::unique_lock<std::mutex>& lk, int iMode, unsigned int iDeviceId) {
+// Modes 2 and 3 end with streaming off. (The request has all its frames:
+// the producers take no more, so the averaging below sees just those.)
+void stop_streaming_at_end(int iMode, unsigned int iDeviceId) {
     if ((iMode != kContinuousLast && iMode != kSingleShotDiscard) || !bulkModeStarted) return;
-    lk.unlock();
     stop_frame_streaming(iDeviceId);
     bulkModeStarted = false;
-    lk.lock();
 }
 
 // Sum of the request's frames; returns the divisor of the average.
@@ -127,15 +126,14 @@ int sum_through_ring(double* sum, int iAvgNum) {
 
 void set_frame_wait_margin_ms(long lMarginMs) { g_lFrameWaitMarginMs = lMarginMs; }
 
-// The frames of a request arrive one exposure apart, plus the two a single
-// shot throws away. Allow twice that, at least 1 ms per frame, on top of a
-// fixed margin (2 s by default) for the USB round trips:
-//   margin + (n + 2) * max(1, (ss * 912 + 160) / 1000) * 2   [ms]
+// The frames of a request arrive one frame period apart (the slower of the
+// exposure and the bus), plus the two a single shot throws away. Allow twice
+// that on top of a fixed margin (2 s by default) for the USB round trips:
+//   margin + ceil((n + 2) * period * 2)   [ms]
 long frame_wait_bound_ms(int iShutterSpeed, int iNumOfFrames) {
-    long long llExposureUs = static_cast<long long>(iShutterSpeed) * 912 + 160;
-    long long llPerFrameMs = std::max(1LL, llExposureUs / 1000);
-    long long llFrames = static_cast<long long>(std::max(iNumOfFrames, 0)) + kThrownFrames;
-    return static_cast<long>(g_lFrameWaitMarginMs + llFrames * llPerFrameMs * 2);
+    const long long llFrames = static_cast<long long>(std::max(iNumOfFrames, 0)) + kThrownFrames;
+    const long long llWaitNs = llFrames * frame_period_ns(iShutterSpeed) * 2;
+    return static_cast<long>(g_lFrameWaitMarginMs + (llWaitNs + 999999) / 1000000);
 }
 
 double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAverages, int /*iDarkCorrectionMode*/,
@@ -159,17 +157,14 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     start_streaming(iMode, iDeviceId);
 
     const size_t nNeeded = bBufferedPath ? 1 : static_cast<size_t>(iAvgNum);
-    std::unique_lock<std::mutex> lk(exit_cond_lock, std::defer_lock);
     try {
-        lk.lock();
-        if (!wait_for_frames(lk, nNeeded, bBufferedPath, iDeviceId)) {
+        if (!wait_for_frames(nNeeded, bBufferedPath, iDeviceId)) {
             if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
             return fDarkAverageVal;
         }
-        if (report_queue_size(queued_frames(), nNeeded, bBufferedPath)) stop_streaming_at_end(lk, iMode, iDeviceId);
+        if (report_queue_size(queued_frames(), nNeeded, bBufferedPath)) stop_streaming_at_end(iMode, iDeviceId);
     } catch (...) {
         print_wait_exception();
-        if (lk.owns_lock()) lk.unlock();
         abandon_streaming(iDeviceId);
         return fDarkAverageVal;
     }
@@ -177,10 +172,8 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     int iDivisor = iAvgNum;
     try {
         iDivisor = g_enable_FMA ? sum_through_ring(frameBuf.data(), iAvgNum) : sum_plainly(frameBuf.data(), iAvgNum);
-        lk.unlock();
     } catch (...) {
         print_averaging_exception();
-        if (lk.owns_lock()) lk.unlock();
         abandon_streaming(iDeviceId);
         return fDarkAverageVal;
     }

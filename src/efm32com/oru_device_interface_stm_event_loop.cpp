@@ -8,8 +8,8 @@
 
 #include <cstdlib>
 
-// Written only here. do_exit: by request_exit (any thread, under
-// exit_cond_lock) and by start_usb_event_loop (caller thread); read by the
+// Written only here. do_exit: by request_exit (any thread; atomic, the
+// waiting consumer is woken after it) and by start_usb_event_loop (caller thread); read by the
 // loop once per cycle and by the consumer's wait.
 std::atomic<int> do_exit{0};
 // Caller thread only (bring-up); nothing in the library reads it back.
@@ -60,13 +60,8 @@ void start_usb_event_loop() {
 bool usb_event_loop_running() { return g_bEventLoopRunning; }
 
 void request_exit(int code) {
-    {
-        // Under the lock, so that a consumer between its check and its wait
-        // cannot miss the signal.
-        std::lock_guard<std::mutex> lk(exit_cond_lock);
-        do_exit = code;
-    }
-    exit_cond.notify_all();
+    do_exit = code;
+    wake_frame_request();
 }
 
 void join_usb_event_loop() {

@@ -2,6 +2,7 @@
 #include "efm32com/oru_device_interface_stm_fma.h"
 
 #include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_request.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -9,7 +10,8 @@
 static_assert(ORU_KEPT_FRAMES >= ORU_FMA_SLOTS, "a request keeps enough frames to fill the ring");
 
 // Written only here, on the caller thread (requests, the device object's
-// switch and constructor); no lock of its own.
+// switch and constructor); requests run one at a time (g_requestLock), no lock
+// of its own.
 bool g_enable_FMA = false;
 double g_FMA_Buffer[ORU_FMA_SLOTS * 1024];
 int g_FMA_FrameCount = 0;

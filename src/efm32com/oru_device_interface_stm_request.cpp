@@ -1,8 +1,11 @@
 // The pending request for frames: what it wants, what has come, and the lock
-// and condition its consumer waits on.
+// and condition its consumer waits on. This file owns exit_cond_lock: every
+// function below takes it for its own step and lets it go again, and no other
+// file locks it.
 #include "efm32com/oru_device_interface_stm_request.h"
 
 #include "efm32com/oru_device_interface_sensor_state.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "efm32com/oru_device_interface_stm_frames.h"
 
 #include <algorithm>
@@ -84,8 +87,16 @@ void fail_frame_request() noexcept {
     exit_cond.notify_all();
 }
 
-size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
-                              std::chrono::steady_clock::time_point deadline, unsigned int iDeviceId) {
+void wake_frame_request() {
+    // Through the lock, so that a consumer between its check and its wait
+    // cannot miss the change that comes before this call.
+    { std::lock_guard<std::mutex> lk(exit_cond_lock); }
+    exit_cond.notify_all();
+}
+
+size_t wait_for_queued_frames(size_t nNeeded, std::chrono::steady_clock::time_point deadline,
+                              unsigned int iDeviceId) {
+    std::unique_lock<std::mutex> lk(exit_cond_lock);
     exit_cond.wait_until(lk, deadline, [nNeeded, iDeviceId] {
         return static_cast<size_t>(g_frameSum.nFrames) >= nNeeded || g_bFailed || do_exit != 0 ||
                sensor_health(iDeviceId) != kSensorUsable;
@@ -93,13 +104,23 @@ size_t wait_for_queued_frames(std::unique_lock<std::mutex>& lk, size_t nNeeded,
     return g_bFailed ? 0 : static_cast<size_t>(g_frameSum.nFrames);
 }
 
-size_t queued_frames() { return static_cast<size_t>(g_frameSum.nFrames); }
+size_t queued_frames() {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    return static_cast<size_t>(g_frameSum.nFrames);
+}
 
-void add_queued_frames(double* sum) { g_frameSum.add_to(sum); }
+void add_queued_frames(double* sum) {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    g_frameSum.add_to(sum);
+}
 
-void copy_queued_frame(size_t i, double* out) { std::copy(g_keptFrames[i], g_keptFrames[i] + ORU_NUM_FILTERS, out); }
+void copy_queued_frame(size_t i, double* out) {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    std::copy(g_keptFrames[i], g_keptFrames[i] + ORU_NUM_FILTERS, out);
+}
 
 void end_frame_request(int iNextWanted) {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
     g_frameSum.clear();
     if (iNextWanted >= 0) iCurrAvgNum = iNextWanted;
 }

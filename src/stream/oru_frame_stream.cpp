@@ -3,6 +3,7 @@
 
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "oru_base_exception.h"
+#include "oru_device_api.h"
 
 #include <algorithm>
 #include <array>
@@ -28,6 +29,7 @@ FrameRing::FrameRing(std::size_t capacity) : m_capacity(capacity), m_samples(cap
 void FrameRing::push(const unsigned char* raw) {
     const int64_t realtime = clock_ns(CLOCK_REALTIME);
     const int64_t monotonic = clock_ns(CLOCK_MONOTONIC);
+    bool wake = false;
     {
         std::lock_guard<std::mutex> lk(m_lock);
         if (m_closed) return;
@@ -41,8 +43,21 @@ void FrameRing::push(const unsigned char* raw) {
         decode_frame(raw, samples);
         m_stamps[slot] = Stamp{m_next_sequence++, realtime, monotonic};
         ++m_count;
+        // Readers sleep until their whole count is there, not per frame.
+        wake = m_waiting > 0 && m_count >= m_wanted;
     }
-    m_arrived.notify_all();
+    if (wake) m_arrived.notify_all();
+}
+
+bool FrameRing::wait_for(std::unique_lock<std::mutex>& lk, std::size_t need,
+                         std::chrono::steady_clock::time_point deadline) {
+    // m_wanted is the smallest need of the waiting readers (or smaller: a
+    // reader that leaves does not raise it, which costs a wake-up, not a frame).
+    m_wanted = m_waiting == 0 ? need : std::min(m_wanted, need);
+    ++m_waiting;
+    const bool ready = m_arrived.wait_until(lk, deadline, [&] { return m_count >= need || m_closed; });
+    --m_waiting;
+    return ready;
 }
 
 int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
@@ -54,8 +69,9 @@ int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo
     int taken = 0;
     std::unique_lock<std::mutex> lk(m_lock);
     while (taken < count) {
-        if (!m_arrived.wait_until(lk, deadline, [this] { return m_count > 0 || m_closed; }))
-            return -lu_ec_fw_recv_timeout;
+        // At most a ringful at a time: a longer average is taken in parts.
+        const std::size_t need = std::min(static_cast<std::size_t>(count - taken), m_capacity);
+        const bool ready = m_count >= need || m_closed || wait_for(lk, need, deadline);
         if (m_closed) return -lu_ec_fw_recv_timeout;
         for (; m_count > 0 && taken < count; ++taken) {
             const uint16_t* samples = &m_samples[m_head * kFilters];
@@ -68,6 +84,8 @@ int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo
             m_head = (m_head + 1) % m_capacity;
             --m_count;
         }
+        // Timed out: the frames that did come are consumed with the failure.
+        if (!ready) return -lu_ec_fw_recv_timeout;
     }
     const uint64_t dropped = m_dropped;
     lk.unlock();
@@ -98,86 +116,49 @@ bool FrameRing::closed() const {
     return m_closed;
 }
 
-// ---- the table ------------------------------------------------------------
+// ---- the streams of the sensors ---------------------------------------------
 
 namespace {
 
-// Slot i: the stream of sensor i. `ring` is set by open() and cleared by
-// close() on callers' threads; the bulk callback (event thread) and readers
-// take a reference under `lock` and then work on the ring without it, so a
-// reader may outlive the slot's ring. `shutter_speed` is written with `ring`.
-struct StreamSlot {
-    std::mutex lock;
-    std::shared_ptr<FrameRing> ring;
-    int shutter_speed = 0;
-};
-StreamSlot g_streams[kMaxStreams];
-
-StreamSlot* slot_of(unsigned int sensor) {
-    return sensor < static_cast<unsigned int>(kMaxStreams) ? &g_streams[sensor] : nullptr;
-}
-
-std::shared_ptr<FrameRing> ring_of(unsigned int sensor, int* shutter_speed = nullptr) {
-    StreamSlot* slot = slot_of(sensor);
-    if (slot == nullptr) return nullptr;
-    std::lock_guard<std::mutex> lk(slot->lock);
-    if (shutter_speed != nullptr) *shutter_speed = slot->shutter_speed;
-    return slot->ring;
+std::shared_ptr<FrameRing> ring_of(unsigned int sensor) {
+    oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(sensor);
+    if (record == nullptr) return nullptr;
+    return std::dynamic_pointer_cast<FrameRing>(oru_sensor::sink_of(*record));
 }
 
 }  // namespace
 
-int open(unsigned int sensor, int shutter_speed) {
-    StreamSlot* slot = slot_of(sensor);
-    if (slot == nullptr) return -lu_ec_ill_defined_input;
-    std::lock_guard<std::mutex> lk(slot->lock);
-    if (slot->ring != nullptr) return -lu_ec_ill_defined_input;
+int open(unsigned int sensor) {
+    oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(sensor);
+    if (record == nullptr) return -lu_ec_ill_defined_input;
+    if (oru_sensor::sink_of(*record) != nullptr) return -lu_ec_ill_defined_input;
+    std::shared_ptr<FrameRing> ring;
     try {
-        slot->ring = std::make_shared<FrameRing>(kRingFrames);
+        ring = std::make_shared<FrameRing>(kRingFrames);
     } catch (const std::bad_alloc&) {
         return -lu_ec_memory_is_null;
     }
-    slot->shutter_speed = shutter_speed;
-    return 1;
+    return oru_sensor::set_sink(*record, std::move(ring)) ? 1 : -lu_ec_ill_defined_input;
 }
 
 int close(unsigned int sensor) {
-    StreamSlot* slot = slot_of(sensor);
-    std::shared_ptr<FrameRing> ring;
-    if (slot != nullptr) {
-        std::lock_guard<std::mutex> lk(slot->lock);
-        ring.swap(slot->ring);
-    }
-    if (ring == nullptr) return -lu_ec_initialization_required;
-    ring->close();
+    oru_sensor::SSensorRecord* record = oru_sensor::sensor_record(sensor);
+    std::shared_ptr<oru_sensor::FrameSink> sink = record != nullptr ? oru_sensor::clear_sink(*record) : nullptr;
+    if (sink == nullptr) return -lu_ec_initialization_required;
+    sink->fail();
     return 1;
 }
 
 bool is_on(unsigned int sensor) { return ring_of(sensor) != nullptr; }
 
-bool deliver(unsigned int sensor, const unsigned char* raw) {
-    std::shared_ptr<FrameRing> ring = ring_of(sensor);
-    if (ring == nullptr) return false;
-    ring->push(raw);
-    return true;
-}
-
-void fail(unsigned int sensor) {
-    std::shared_ptr<FrameRing> ring = ring_of(sensor);
-    if (ring != nullptr) ring->close();
-}
-
 int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
-    int shutter_speed = 0;
-    std::shared_ptr<FrameRing> ring = ring_of(sensor, &shutter_speed);
+    std::shared_ptr<FrameRing> ring = ring_of(sensor);
     if (ring == nullptr) return -lu_ec_initialization_required;
-    const int result = ring->read(output, count, timeout_ms, info);
-    if (result == 1 && info != nullptr) info->shutter_speed = shutter_speed;
-    return result;
+    return ring->read(output, count, timeout_ms, info);
 }
 
 void reset_for_tests() {
-    for (unsigned int i = 0; i < static_cast<unsigned int>(kMaxStreams); ++i) close(i);
+    for (unsigned int i = 0; i < oru_sensor::kMaxOpenSensors; ++i) close(i);
 }
 
 }  // namespace oru_stream

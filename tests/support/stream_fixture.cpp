@@ -1,7 +1,10 @@
 #include "stream_fixture.h"
 
 #include "efm32com/oru_device_interface_sensor_state.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_bulk.h"
+#include "efm32com/oru_device_interface_stm_streaming.h"
+#include "efm32com/oru_device_interface_stm_request.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 
 #include <chrono>
 

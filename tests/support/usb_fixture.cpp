@@ -1,6 +1,7 @@
 #include "usb_fixture.h"
 
 #include "efm32com/oru_device_interface_device_settings.h"
+#include "efm32com/oru_device_interface_led.h"
 #include "efm32com/oru_device_interface_usb.h"
 
 #include <cstdio>
@@ -66,6 +67,7 @@ std::vector<std::string> lifecycle_of(int iDev) {
 
 void reset_usb_layer() {
     reset_usb_handles();
+    reset_led_driver();
     reset_device_settings();
     vsensor::reset();
 }

@@ -7,7 +7,7 @@
 
 #include <libusb.h>
 
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
 #include "umock_fixture.h"

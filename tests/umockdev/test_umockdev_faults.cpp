@@ -9,7 +9,6 @@
 #include <libusb.h>
 
 #include "efm32com/oru_device_interface_sensor_state.h"
-#include "efm32com/oru_device_interface_stm_frames.h"
 #include "isolation_cases.h"
 #include "oru_base_exception.h"
 #include "oru_device_api.h"

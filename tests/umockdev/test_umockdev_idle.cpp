@@ -6,7 +6,7 @@
 #include <chrono>
 #include <thread>
 
-#include "efm32com/oru_device_interface_stm_frames.h"
+#include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "umock_fixture.h"
 
 using namespace umockbus;
