@@ -173,9 +173,9 @@ extern "C" duCalibration* duCalibrationRead(const char* path, char* error, int e
     std::unique_ptr<duCalibration, void (*)(duCalibration*)> cal(nullptr, duCalibrationFree);
     try {
         oru_calibration::Hdf5Guard guard;
-        if (H5Fis_hdf5(path) <= 0) throw Bad{"not a readable HDF5 file"};
+        if (H5Fis_hdf5(path) <= 0) throw Bad{"not a readable HDF5 file (missing, damaged or truncated)"};
         Id file{H5Fopen(path, H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose};
-        if (file.id < 0) throw Bad{"not a readable HDF5 file"};
+        if (file.id < 0) throw Bad{"not a readable HDF5 file (missing, damaged or truncated)"};
         read_all(file.id, cal);
     } catch (const Bad& bad) {
         fail(error, error_size, std::string(path) + ": " + bad.why);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 
 #include "../frame_model.h"
 #include "oru_sensor_constants.h"
@@ -38,6 +37,38 @@ int driver_word() {
         if (dev->led_driver && !dev->unplugged) return dev->led_state;
     return -1;
 }
+
+// Normal deviates from a counter-based generator (splitmix64 and the
+// Box-Muller transform): seeding it per frame costs nothing, unlike a
+// Mersenne twister, and frames come as fast as the bus is read.
+class FrameNoise {
+public:
+    FrameNoise(uint64_t seed, uint64_t run, uint64_t frame)
+        : m_state(seed * 0x9E3779B97F4A7C15ull ^ (run << 40) ^ frame) {}
+    double next() {
+        if (m_has_spare) {
+            m_has_spare = false;
+            return m_spare;
+        }
+        const double u1 = (static_cast<double>(bits() >> 11) + 1.0) * 0x1.0p-53;  // (0, 1]
+        const double u2 = static_cast<double>(bits() >> 11) * 0x1.0p-53;
+        const double r = std::sqrt(-2.0 * std::log(u1));
+        m_spare = r * std::sin(2 * M_PI * u2);
+        m_has_spare = true;
+        return r * std::cos(2 * M_PI * u2);
+    }
+
+private:
+    uint64_t bits() {
+        uint64_t z = (m_state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    uint64_t m_state;
+    double m_spare = 0;
+    bool m_has_spare = false;
+};
 
 void refresh_lit(Device& d) {
     const int word = driver_word();
@@ -79,15 +110,12 @@ void render_spectral(Device& d, uint64_t frame_no, uint16_t* out) {
     const double gain = (d.regs[20] & 0x02) ? 2.0 : 1.0;
     const double scale = exposure_ms(shutter_of(d)) * gain * d.opts.brightness;
     // Seeded per run and frame, like the pattern model's noise.
-    std::seed_seq seq{d.opts.noise_seed, d.run_no, static_cast<uint32_t>(frame_no),
-                      static_cast<uint32_t>(frame_no >> 32), 0x5bd1e995u};
-    d.rng.seed(seq);
-    std::normal_distribution<double> unit(0.0, 1.0);
+    FrameNoise noise(d.opts.noise_seed, d.run_no, frame_no);
     const double dn_per_e = d.opts.dn_per_electron * gain;
     for (int f = 0; f < kFilters; ++f) {
         const double signal = d.lit[static_cast<size_t>(f)] * scale;
         const double sigma = std::sqrt(std::max(0.0, signal) * dn_per_e + d.opts.noise_sigma * d.opts.noise_sigma);
-        const double v = d.opts.dark_level + signal + sigma * unit(d.rng);
+        const double v = d.opts.dark_level + signal + sigma * noise.next();
         out[f] = static_cast<uint16_t>(std::lround(std::clamp(v, 0.0, 4095.0)));
     }
 }
