@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cmath>
 #include <fstream>
 #include <string>
@@ -61,6 +62,16 @@ std::vector<std::vector<double>> frames_of(const Look& look, int frames = 1, dou
 }
 
 std::vector<double> frame_of(const Look& look) { return frames_of(look)[0]; }
+
+std::vector<double> first_frame_at(int dev) {
+    libusb_device_handle* h = open_nth(dev);
+    unsigned char raw[vsensor::kFrameBytes];
+    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 2, 0, 0, raw, sizeof raw, 1000), vsensor::kFrameBytes);
+    libusb_close(h);
+    std::vector<double> v(vsensor::kFilters);
+    for (int i = 0; i < vsensor::kFilters; ++i) v[i] = (raw[2 * i] << 4) | (raw[2 * i + 1] >> 4);
+    return v;
+}
 
 enum class Relation { Scaled, Sum, Same, Differs };
 
@@ -171,6 +182,26 @@ TEST(SpectralModel, NoiseIsShotPlusReadNoiseAndSeededPerFrame) {
     EXPECT_NEAR(ratio[ratio.size() / 2], 1.0, 0.1);
     EXPECT_EQ(frames_of(look, 3, 3.0, 0.25), frames_of(look, 3, 3.0, 0.25));  // a seed gives the same frames
     EXPECT_NE(frames[0], frames[1]);
+}
+
+TEST(SpectralModel, EnvironmentChoosesScenesPerSensor) {
+    setenv("ORU_VSENSOR_COUNT", "3", 1);
+    setenv("ORU_VSENSOR_SCENE", "led:572;0=led:468;1=led:640", 1);
+    // A scene's own comma stays with it; the fault after it still counts.
+    setenv("ORU_VSENSOR_FAULTS", "1:scene=led:610,fwhm=18,2:no-echo", 1);
+    vsensor::reset();
+    ASSERT_EQ(vsensor::configure_from_environment(), 3);
+    for (const char* name : {"ORU_VSENSOR_COUNT", "ORU_VSENSOR_SCENE", "ORU_VSENSOR_FAULTS"}) unsetenv(name);
+    ASSERT_EQ(libusb_init(nullptr), 0);
+    for (int dev = 0; dev < 3; ++dev) {
+        vsensor::set_register_value(dev, 37, 0);
+        vsensor::set_register_value(dev, 5, 150);
+    }
+    const std::vector<double> f0 = first_frame_at(0), f1 = first_frame_at(1), f2 = first_frame_at(2);
+    libusb_exit(nullptr);
+    EXPECT_EQ(f0, frames_of({"led:468", 150, false, 12}, 1, 0, 0.25)[0]);
+    EXPECT_EQ(f1, frames_of({"led:610,fwhm=18", 150, false, 13}, 1, 0, 0.25)[0]);
+    EXPECT_EQ(f2, std::vector<double>(vsensor::kFilters, 0.0));  // no-echo answers zeros
 }
 
 TEST(SpectralModel, ScenesThatAreNotScenesAreRefused) {
