@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <mutex>
 
 #include "../frame_model.h"
 #include "oru_sensor_constants.h"
@@ -10,6 +12,18 @@
 namespace vsensor::detail {
 
 namespace {
+
+// Responses by sensor ID, made once per process: tests add sensors of the
+// same ID again and again. Guarded by its own lock, taken under Bus::m only
+// (never the other way round); entries are never removed.
+std::shared_ptr<const std::vector<double>> shared_true_response(const std::string& id) {
+    static std::mutex lock;
+    static std::map<std::string, std::shared_ptr<const std::vector<double>>> made;
+    std::lock_guard<std::mutex> lk(lock);
+    auto& entry = made[id];
+    if (!entry) entry = std::make_shared<const std::vector<double>>(true_response(id));
+    return entry;
+}
 
 // The LED driver's LEDs are the published light sources in table order; its
 // state word has LED bits 0..7 and the intensity in bits 15..8, so sources 8
@@ -38,36 +52,51 @@ int driver_word() {
     return -1;
 }
 
-// Normal deviates from a counter-based generator (splitmix64 and the
-// Box-Muller transform): seeding it per frame costs nothing, unlike a
-// Mersenne twister, and frames come as fast as the bus is read.
+// Normal deviates for the frames: one table drawn once (splitmix64 and the
+// Box-Muller transform), read from a per-frame starting point and stride
+// that hash the seed, the run and the frame number. Frames come as fast as
+// the bus is read, tens of thousands in a test, so drawing fresh deviates
+// for each frame would dominate the run time (more so under qemu).
+constexpr size_t kNoiseTable = size_t{1} << 18;
+
+uint64_t splitmix(uint64_t& state) {
+    uint64_t z = (state += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+const std::vector<double>& noise_table() {
+    static const std::vector<double> table = [] {
+        std::vector<double> t(kNoiseTable);
+        uint64_t state = 0x6A09E667F3BCC909ull;
+        for (size_t i = 0; i < t.size(); i += 2) {
+            const double u1 = (static_cast<double>(splitmix(state) >> 11) + 1.0) * 0x1.0p-53;  // (0, 1]
+            const double u2 = static_cast<double>(splitmix(state) >> 11) * 0x1.0p-53;
+            const double r = std::sqrt(-2.0 * std::log(u1));
+            t[i] = r * std::cos(2 * M_PI * u2);
+            t[i + 1] = r * std::sin(2 * M_PI * u2);
+        }
+        return t;
+    }();
+    return table;
+}
+
 class FrameNoise {
 public:
-    FrameNoise(uint64_t seed, uint64_t run, uint64_t frame)
-        : m_state(seed * 0x9E3779B97F4A7C15ull ^ (run << 40) ^ frame) {}
+    FrameNoise(uint64_t seed, uint64_t run, uint64_t frame) {
+        uint64_t state = seed * 0x9E3779B97F4A7C15ull ^ (run << 40) ^ frame;
+        m_at = splitmix(state) & (kNoiseTable - 1);
+        m_stride = (splitmix(state) & (kNoiseTable - 1)) | 1;  // odd: every entry once per lap
+    }
     double next() {
-        if (m_has_spare) {
-            m_has_spare = false;
-            return m_spare;
-        }
-        const double u1 = (static_cast<double>(bits() >> 11) + 1.0) * 0x1.0p-53;  // (0, 1]
-        const double u2 = static_cast<double>(bits() >> 11) * 0x1.0p-53;
-        const double r = std::sqrt(-2.0 * std::log(u1));
-        m_spare = r * std::sin(2 * M_PI * u2);
-        m_has_spare = true;
-        return r * std::cos(2 * M_PI * u2);
+        const double v = noise_table()[m_at];
+        m_at = (m_at + m_stride) & (kNoiseTable - 1);
+        return v;
     }
 
 private:
-    uint64_t bits() {
-        uint64_t z = (m_state += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    uint64_t m_state;
-    double m_spare = 0;
-    bool m_has_spare = false;
+    size_t m_at, m_stride;
 };
 
 void refresh_lit(Device& d) {
@@ -96,8 +125,7 @@ void refresh_lit(Device& d) {
 bool switch_to_spectral(Device& d, const std::string& text, std::string* error) {
     std::vector<double> s;
     if (!parse_spectrum(text, &s, error)) return false;
-    if (!d.truth)
-        d.truth = std::make_shared<const std::vector<double>>(true_response(sensor_id_text(d.opts.identity)));
+    if (!d.truth) d.truth = shared_true_response(sensor_id_text(d.opts.identity));
     d.scene_spectrum = std::move(s);
     d.opts.spectral_scene = text;
     ++d.scene_gen;
