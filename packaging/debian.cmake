@@ -44,7 +44,11 @@ set(CPACK_DEBIAN_CLI_PACKAGE_NAME oru-sensor)
 set(CPACK_DEBIAN_CLI_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_CLI_DESCRIPTION "command-line tool for the ORU USB spectral sensor
 Lists sensors, reads and logs filter data as CSV or JSON Lines, sets the
-exposure and checks the machine's set-up.")
+exposure, checks the machine's set-up and builds spectral calibrations
+(HDF5) from monochromator sweeps; oru-vsensor-calibration writes a virtual
+sensor's true response.")
+# Calibration files are HDF5; h5py is the usual way to open them in Python.
+set(CPACK_DEBIAN_CLI_PACKAGE_SUGGESTS "python3-h5py")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-oru-sensor)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy, python3-aiohttp")

@@ -22,6 +22,6 @@ if [ "$attached" = 0 ]; then
   source_opt=(--virtual=1)
 fi
 OUT=${OUT:-filter_data.svg}
-# Without hardware, show a lamp spectrum with a little sensor noise.
-export ORU_VSENSOR_SCENE=${ORU_VSENSOR_SCENE:-lamp} ORU_VSENSOR_NOISE=${ORU_VSENSOR_NOISE:-2}
+# Without hardware, show a tungsten lamp seen through the filter array.
+export ORU_VSENSOR_SCENE=${ORU_VSENSOR_SCENE:-halogen} ORU_VSENSOR_NOISE=${ORU_VSENSOR_NOISE:-2}
 build/bin/oru-sensor "${source_opt[@]}" read --auto-exposure -n 10 --repeat 3 --plot "$OUT" "$@"

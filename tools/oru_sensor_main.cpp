@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "calibrate_command.h"
 #include "cli_errors.h"
 #include "cli_format.h"
 #include "doctor.h"
@@ -312,7 +313,7 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
 
 // The command line, with a subcommand per job; global options may also
 // follow the subcommand.
-void describe(CLI::App& app, Options& o) {
+void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     app.description("list, inspect and read ORU spectral sensors");
     app.require_subcommand(1);
     app.fallthrough();
@@ -368,14 +369,16 @@ void describe(CLI::App& app, Options& o) {
     convert->require_option(1);
 
     app.add_subcommand("doctor", "check what keeps a real sensor from working on this machine");
+    describe_calibration(app, info, c);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     Options o;
+    CalibrateOptions cal;
     CLI::App app{"", "oru-sensor"};
-    describe(app, o);
+    describe(app, o, cal);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -406,6 +409,7 @@ int main(int argc, char** argv) {
     g_verbose = o.verbose;
     s.api.duSetLogHandler(on_library_line, nullptr);
     install_stop_signals();
+    if (calibration_without_sensor(cmd, cal)) return run_calibration(cmd, cal, nullptr);
 
     std::vector<int> chosen;
     if (const int rc = connect_and_select(s, o, cmd == "read", chosen)) return rc;
@@ -420,6 +424,8 @@ int main(int argc, char** argv) {
         rc = cmd_read(s, o, chosen, out);
     else if (cmd == "set")
         rc = cmd_set(s, o, out);
+    else if (cmd == "calibrate")
+        rc = run_calibration(cmd, cal, &s.api);
     else
         rc = cmd_convert(s, o, out);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);

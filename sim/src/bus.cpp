@@ -5,6 +5,7 @@
 
 #include "event_log.h"
 #include "frame_model.h"
+#include "optics/spectral_frame.h"
 #include "schedule.h"
 #include "virtual_clock.h"
 
@@ -67,6 +68,7 @@ std::shared_ptr<Device> new_device(int pos, const SensorOptions& opts, bool led_
     d->faults = opts.faults;
     d->rng.seed(opts.noise_seed);
     d->next_due = SteadyClock::now();
+    if (!opts.spectral_scene.empty()) switch_to_spectral(*d, opts.spectral_scene, nullptr);
     return d;
 }
 
@@ -122,6 +124,11 @@ void set_scene(int dev, Scene scene, double brightness) {
     d.opts.scene = scene;
     d.opts.brightness = brightness;
     d.response = detail::scene_response(scene);
+}
+
+bool set_spectral_scene(int dev, const std::string& text, std::string* error) {
+    std::lock_guard<std::mutex> lk(bus().m);
+    return detail::switch_to_spectral(checked_device(dev), text, error);
 }
 
 void set_frame_source(int dev, FrameSource src) {
@@ -186,6 +193,8 @@ void replug(int dev) {
         fresh->constant = old.constant;
         fresh->pattern = old.pattern;
         fresh->callback = old.callback;
+        fresh->truth = old.truth;
+        fresh->scene_spectrum = old.scene_spectrum;
         bus().devices[static_cast<size_t>(dev)] = fresh;
         detail::log_lifecycle(dev, "replug");
         if (bus().hotplug_hook) bus().hotplug_hook(fresh, true);

@@ -17,7 +17,7 @@ namespace vsensor::detail {
 
 using SteadyClock = std::chrono::steady_clock;
 
-enum class Source { Model, Constant, Pattern, Counter, Callback };
+enum class Source { Model, Constant, Pattern, Counter, Callback, Spectral };
 
 struct Device {
     int pos = 0;
@@ -46,6 +46,14 @@ struct Device {
     std::vector<uint16_t> pattern;
     FrameSource callback;
     std::mt19937 rng;
+
+    // Spectral model (Source::Spectral); written under Bus::m like the rest.
+    std::shared_ptr<const std::vector<double>> truth;  // true_response of its ID, made on first use
+    std::vector<double> scene_spectrum;  // what it looks at, before LED driver light
+    uint64_t scene_gen = 0;  // bumped at each scene change
+    std::vector<double> lit;  // DN per ms per filter for scene and LEDs as last computed
+    uint64_t lit_gen = 0;  // scene_gen and LED driver word `lit` was computed for
+    int lit_driver_word = -2;
 
     SteadyClock::time_point next_due{};  // real-time pacing: next frame ready at
     int delivering = 0;  // completions taken but whose callback still runs

@@ -30,10 +30,9 @@ std::vector<std::string> split(const std::string& s, char sep) {
     return out;
 }
 
-bool parse_scene(const std::string& name, Scene* scene) {
-    if (name == "dark")
-        *scene = Scene::Dark;
-    else if (name == "white")
+// The pattern model's scenes, kept for protocol tests and recorded outputs.
+bool parse_pattern_scene(const std::string& name, Scene* scene) {
+    if (name == "white")
         *scene = Scene::FlatWhite;
     else if (name == "led")
         *scene = Scene::LedLine;
@@ -42,6 +41,23 @@ bool parse_scene(const std::string& name, Scene* scene) {
     else
         return false;
     return true;
+}
+
+// Fault items are split at commas, but a scene may hold commas of its own
+// ("0:scene=led:610,fwhm=18@2s"): a piece that does not start with
+// "<sensor>:" continues the item before it.
+std::vector<std::string> fault_items(const std::string& text) {
+    std::vector<std::string> items;
+    for (const std::string& piece : split(text, ',')) {
+        const size_t colon = piece.find(':');
+        const bool starts_item =
+            colon != std::string::npos && colon > 0 && piece.find_first_not_of("0123456789") == colon;
+        if (!starts_item && !items.empty())
+            items.back() += "," + piece;
+        else
+            items.push_back(piece);
+    }
+    return items;
 }
 
 unsigned fault_bit(const std::string& name) {
@@ -67,15 +83,17 @@ long parse_delay(const std::string& text) {
 
 struct FaultPlan {
     std::vector<unsigned> faults;  // per sensor number, from the start
+    std::vector<std::string> scenes;  // per sensor number, from the start ("" = as configured)
     std::vector<detail::TimedAction> timed;  // `dev` still a sensor number
 };
 
 // "0:stall,1:claim,1:unplug@3s,1:replug@5s" -> faults per sensor number and
 // timed entries (unplug, replug or any fault name after a delay).
 FaultPlan parse_faults(const char* text, int sensors) {
-    FaultPlan plan{std::vector<unsigned>(static_cast<size_t>(sensors), kFaultNone), {}};
+    FaultPlan plan{std::vector<unsigned>(static_cast<size_t>(sensors), kFaultNone),
+                   std::vector<std::string>(static_cast<size_t>(sensors)), {}};
     if (!text) return plan;
-    for (const std::string& item : split(text, ',')) {
+    for (const std::string& item : fault_items(text)) {
         const size_t colon = item.find(':');
         const size_t at = item.find('@');
         const std::string name =
@@ -90,6 +108,19 @@ FaultPlan parse_faults(const char* text, int sensors) {
         a.dev = n;
         a.at = std::chrono::milliseconds(delay);
         const bool timed = at != std::string::npos;
+        if (name.rfind("scene=", 0) == 0) {
+            a.kind = detail::TimedAction::Scene;
+            a.scene = name.substr(6);
+            std::vector<double> spectrum;
+            std::string why;
+            if (n < 0 || n >= sensors || delay < 0 || !parse_spectrum(a.scene, &spectrum, &why))
+                warn("ignoring fault '" + item + "'" + (why.empty() ? "" : ": " + why));
+            else if (timed)
+                plan.timed.push_back(a);
+            else
+                plan.scenes[static_cast<size_t>(n)] = a.scene;
+            continue;
+        }
         if (n < 0 || n >= sensors || delay < 0 || (!a.fault && !(timed && a.kind == detail::TimedAction::Replug))) {
             warn("ignoring fault '" + item + "'");
         } else if (timed) {
@@ -113,6 +144,31 @@ void apply_pattern(int dev, const char* text) {
         warn("unknown ORU_VSENSOR_PATTERN '" + p + "'");
 }
 
+// ORU_VSENSOR_SCENE: a pattern scene name, or spectral scenes for all
+// sensors or by sensor number ("0=led:468;1=led:640").
+void apply_scene_setting(const char* text, std::vector<SensorOptions>& sensors) {
+    if (!text || sensors.empty()) return;
+    Scene pattern;
+    if (parse_pattern_scene(text, &pattern)) {
+        for (SensorOptions& o : sensors) o.scene = pattern;
+        return;
+    }
+    for (const std::string& entry : split(text, ';')) {
+        const size_t eq = entry.find('=');
+        const bool numbered = eq != std::string::npos && eq > 0 && entry.find_first_not_of("0123456789") == eq;
+        const int n = numbered ? std::atoi(entry.c_str()) : -1;
+        const std::string scene = numbered ? entry.substr(eq + 1) : entry;
+        std::vector<double> spectrum;
+        std::string why;
+        if (n >= static_cast<int>(sensors.size()) || !parse_spectrum(scene, &spectrum, &why)) {
+            warn("unknown ORU_VSENSOR_SCENE '" + entry + "'" + (why.empty() ? "" : ": " + why));
+            continue;
+        }
+        for (int i = 0; i < static_cast<int>(sensors.size()); ++i)
+            if (n < 0 || n == i) sensors[static_cast<size_t>(i)].spectral_scene = scene;
+    }
+}
+
 }  // namespace
 
 int configure_from_environment() {
@@ -125,8 +181,6 @@ int configure_from_environment() {
     if (const char* c = env("ORU_VSENSOR_COUNT")) count = std::max(0, std::atoi(c));
 
     SensorOptions base;
-    if (const char* s = env("ORU_VSENSOR_SCENE"))
-        if (!parse_scene(s, &base.scene)) warn(std::string("unknown ORU_VSENSOR_SCENE '") + s + "'");
     if (const char* b = env("ORU_VSENSOR_BRIGHTNESS")) base.brightness = std::atof(b);
     if (const char* n = env("ORU_VSENSOR_NOISE")) base.noise_sigma = std::atof(n);
     if (const char* s = env("ORU_VSENSOR_SEED")) base.noise_seed = static_cast<uint32_t>(std::strtoul(s, nullptr, 0));
@@ -137,11 +191,13 @@ int configure_from_environment() {
         add_led_driver();
         ++added;
     }
-    const std::vector<unsigned>& faults = plan.faults;
+    std::vector<SensorOptions> sensors(static_cast<size_t>(count), base);
+    apply_scene_setting(env("ORU_VSENSOR_SCENE"), sensors);
     std::vector<int> positions;  // bus position by sensor number
     for (int n = 0; n < count; ++n) {
-        SensorOptions opts = base;
-        opts.faults = faults[static_cast<size_t>(n)];
+        SensorOptions opts = sensors[static_cast<size_t>(n)];
+        opts.faults = plan.faults[static_cast<size_t>(n)];
+        if (!plan.scenes[static_cast<size_t>(n)].empty()) opts.spectral_scene = plan.scenes[static_cast<size_t>(n)];
         // Users number sensors from 0 whatever else is on the bus.
         opts.identity.x_coord = 12 + n;
         opts.identity_set = true;

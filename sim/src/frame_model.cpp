@@ -1,5 +1,7 @@
 #include "frame_model.h"
 
+#include "optics/spectral_frame.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -74,6 +76,9 @@ void render_frame(Device& d, uint16_t* out) {
     switch (d.source) {
     case Source::Model:
         render_optical(d, n, out);
+        return;
+    case Source::Spectral:
+        render_spectral(d, n, out);
         return;
     case Source::Constant:
         std::fill(out, out + kFilters, static_cast<uint16_t>(std::min<int>(d.constant, 4095)));

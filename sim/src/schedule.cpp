@@ -34,6 +34,8 @@ void run(const TimedAction& a) {
             unplug(a.dev);
         } else if (a.kind == TimedAction::Replug) {
             replug(a.dev);
+        } else if (a.kind == TimedAction::Scene) {
+            set_spectral_scene(a.dev, a.scene);
         } else {
             {
                 std::lock_guard<std::mutex> lk(bus().m);

@@ -57,6 +57,9 @@ struct SensorOptions {
     double dark_level = 64.0;
     double noise_sigma = 0.0;  // Gaussian noise in DN (0 = none)
     uint32_t noise_seed = 1;
+    // Spectral model: a scene text (see optics.h) switches it on at power-up.
+    std::string spectral_scene;
+    double dn_per_electron = 0.25;  // shot noise of the spectral model at gain x1 (0 = none)
     unsigned faults = kFaultNone;
 };
 
@@ -143,5 +146,7 @@ uint64_t now_us();
 uint64_t total_pause_us();
 
 }  // namespace vsensor
+
+#include "vsensor/optics.h"
 
 #endif  // VSENSOR_VSENSOR_H
