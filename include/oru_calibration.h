@@ -52,11 +52,6 @@ ORU_EXPORT int duCalibrationWrite(const duCalibration* cal, const char* path, ch
 ORU_EXPORT int duCalibrationFilterBands(const duCalibration* cal, double* centroid_nm, double* band_low_nm,
                                         double* band_high_nm);
 
-/* Exposure time of a shutter speed in ms, (shutter x 912 + 160) / (1000 x
- * clock) without rounding; what a reading's DN are divided by. NaN for a
- * clock below 1. */
-ORU_EXPORT double duExposureTimeMs(int master_clock, int shutter_speed);
-
 /* The response from a monochromator sweep. For each of `points` steps: the
  * wavelength, the source's relative power there (radiance summed over its
  * line), the exposure in ms and one reading of 1024 DN (readings holds the

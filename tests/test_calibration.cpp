@@ -266,10 +266,4 @@ TEST(CalibrationBands, CentroidAndHalfMaximumOfKnownCurves) {
     EXPECT_EQ(duCalibrationFilterBands(nullptr, c.data(), lo.data(), hi.data()), -1);
 }
 
-TEST(CalibrationBands, ExactExposureTime) {
-    EXPECT_DOUBLE_EQ(duExposureTimeMs(1, 1), 1.072);
-    EXPECT_DOUBLE_EQ(duExposureTimeMs(2, 1000), 456.08);
-    EXPECT_TRUE(std::isnan(duExposureTimeMs(0, 10)));
-}
-
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "api_test_support.h"
 #include "oru_calibration.h"
+#include "oru_measurement.h"
 #include "oru_device_api.h"
 
 namespace {
@@ -23,7 +24,9 @@ TEST_F(SweepCalibration, NarrowLinesAcrossTheGridReproduceTheTrueResponse) {
     connect(1, o);
     const int shutter = 1000;  // brightest filter near 2000 DN for a 4 nm line
     ASSERT_EQ(duSetShutterSpeed(shutter), 1);
-    const double exposure = duExposureTimeMs(1, shutter);
+    double exposure_us = 0;
+    ASSERT_EQ(duExactExposureTimeUs(1, shutter, &exposure_us), 1);
+    const double exposure = exposure_us / 1000.0;
 
     std::vector<double> dark(DU_CALIBRATION_FILTERS);
     ASSERT_EQ(duGetFilterData(dark.data(), 10), 1);

@@ -50,7 +50,7 @@ int from_sweep_file(const CalibrationApi& cal_api, const CalibrateOptions& c, Re
     for (const SweepStep& step : steps) {
         s.wavelength_nm.push_back(step.wavelength_nm);
         s.power.push_back(step.power);
-        s.exposure_ms.push_back(cal_api.exposure_ms(c.clock, step.reading.shutter_speed));
+        s.exposure_ms.push_back(exposure_ms(cal_api, c.clock, step.reading.shutter_speed));
         s.readings.insert(s.readings.end(), step.reading.values.begin(), step.reading.values.end());
     }
     s.sensor_id = steps.front().reading.sensor_id;

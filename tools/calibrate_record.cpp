@@ -63,7 +63,7 @@ int record_sweep(const OruApi& api, const CalibrationApi& cal_api, const Calibra
         if (!load_reading_file(c.dark, dark, error)) return fail(error);
         s.dark = dark.values;
     }
-    const double exposure = cal_api.exposure_ms(c.clock, shutter);
+    const double exposure = exposure_ms(cal_api, c.clock, shutter);
     std::vector<double> planned;
     GridSpec list{};
     if (!c.wavelengths.empty()) {

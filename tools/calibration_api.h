@@ -13,10 +13,14 @@ struct CalibrationApi {
     void (*free)(duCalibration*);
     int (*add_dark)(duCalibration*);
     int (*bands)(const duCalibration*, double*, double*, double*);
-    double (*exposure_ms)(int, int);
+    int (*exposure_us)(int, int, double*);
     duCalibration* (*from_sweep)(int, const double*, const double*, const double*, const double*, const double*,
                                  double, double, double, char*, int);
 };
+
+// The exact exposure in ms (NaN for a clock or shutter speed below 1): what a
+// reading's DN are divided by.
+double exposure_ms(const CalibrationApi& api, int master_clock, int shutter_speed);
 
 // After load_oru_api; false with the missing name in `error`.
 bool load_calibration_api(CalibrationApi& api, std::string& error);

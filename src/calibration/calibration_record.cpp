@@ -70,9 +70,4 @@ void duCalibrationFree(duCalibration* cal) {
     std::free(cal);
 }
 
-double duExposureTimeMs(int master_clock, int shutter_speed) {
-    if (master_clock < 1) return std::nan("");
-    return (shutter_speed * 912.0 + 160.0) / (1000.0 * master_clock);
-}
-
 }  // extern "C"
