@@ -97,5 +97,10 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duReadFrameStreamOf", api.duReadFrameStreamOf, error) &&
            bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
            bind(lib, "duReconnectSensor", api.duReconnectSensor, error) &&
-           bind(lib, "duSetLogHandler", api.duSetLogHandler, error);
+           bind(lib, "duSetLogHandler", api.duSetLogHandler, error) &&
+           bind(lib, "duLockSensors", api.duLockSensors, error) &&
+           bind(lib, "duUnlockSensors", api.duUnlockSensors, error) &&
+           bind(lib, "duConvertShutterSpeedToExposureTime", api.duConvertShutterSpeedToExposureTime, error) &&
+           bind(lib, "duConvertExposureTimeToShutterSpeed", api.duConvertExposureTimeToShutterSpeed, error) &&
+           bind(lib, "duCountSaturatedFilters", api.duCountSaturatedFilters, error);
 }
