@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <vector>
 
@@ -14,21 +13,18 @@ namespace {
 constexpr int kStateFailed = 2;
 constexpr int kStateRemoved = 3;
 constexpr double kRetrySeconds = 0.2;
-// A reading whose frames take longer than this is read in slices of
-// kSliceMs, with a look at the stop flag between them.
-constexpr double kWholeReadingMs = 500.0;
-constexpr double kSliceMs = 250.0;
+// Longest wait for one frame before a look at the stop flag.
+constexpr int kPollMs = 200;
+constexpr int kTimedOut = -9;
 constexpr int kStopped = 1;
 
 using Clock = std::chrono::steady_clock;
 
-// The sensor's frame period in ms, at least 1 ms.
-double frame_ms(int shutter_speed) { return std::max(1.0, (shutter_speed * 912.0 + 160.0) / 1000.0); }
-
-// The frames' own time twice over plus 2 s for the USB round trips: the
-// same allowance the library gives a request.
-int timeout_ms(int frames, int shutter_speed) {
-    return static_cast<int>(std::min<double>(INT_MAX, 2000.0 + 2.0 * frames * frame_ms(shutter_speed)));
+// How long one frame may take before the sensor counts as stalled: its
+// frame period (at least 1 ms) twice over plus 2 s for the USB round trips,
+// the allowance the library gives a request.
+int frame_allowance_ms(int shutter_speed) {
+    return static_cast<int>(2000.0 + 2.0 * std::max(1.0, (shutter_speed * 912.0 + 160.0) / 1000.0));
 }
 
 }  // namespace
@@ -50,18 +46,19 @@ void SensorReader::join() {
 
 std::string SensorReader::name() const { return "sensor " + std::to_string(m_sensor.index) + " (" + m_sensor.id + ")"; }
 
-// Stopping the stream wakes a read waiting for its frames. The reader starts
-// a stream only under the same lock and after a look at the flag, so a stream
-// it starts after this is never left running.
-void SensorReader::stop() {
-    if (m_stop.exchange(true)) return;
-    m_api.duLockSensors();
-    m_api.duActivateSensorWithIndex(m_sensor.index);
-    m_api.duStopFrameStream();
-    m_api.duUnlockSensors();
-}
+// The reader sees the flag within a frame poll and ends; a stream left on is
+// closed by the disconnect, which spares the stop commands' pauses (1.6 s
+// each at the longest shutter speed).
+void SensorReader::stop() { m_stop.store(true); }
 
 bool SensorReader::stopping() const { return m_stop.load() || stop_signal() != 0; }
+
+void SensorReader::pause(double seconds) const {
+    const Clock::time_point until =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    while (!stopping() && Clock::now() < until)
+        std::this_thread::sleep_for(std::min<Clock::duration>(std::chrono::milliseconds(50), until - Clock::now()));
+}
 
 bool SensorReader::lost() const {
     const int state = m_api.duGetSensorState(m_sensor.index);
@@ -108,12 +105,7 @@ void SensorReader::run() {
         return;
     }
     for (int k = 0; m_plan.repeat == 0 || k < m_plan.repeat; ++k) {
-        if (k > 0 && spaced) {
-            const Clock::time_point until =
-                Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_plan.interval));
-            while (!stopping() && Clock::now() < until)
-                std::this_thread::sleep_for(std::min<Clock::duration>(std::chrono::milliseconds(50), until - Clock::now()));
-        }
+        if (k > 0 && spaced) pause(m_plan.interval);
         if (stopping()) break;
         ReadingEvent event;
         event.kind = ReadingEvent::Reading;
@@ -127,7 +119,7 @@ void SensorReader::run() {
         }
         m_events.post(std::move(event));
     }
-    stop_stream();
+    if (!stopping()) stop_stream();
     post(ReadingEvent::Finished, "");
 }
 
@@ -156,9 +148,7 @@ int SensorReader::wait_and_reopen(double* seconds_away) {
         const int reopened = m_api.duReconnectSensor(m_sensor.index, m_sensor.id.c_str());
         if (reopened < 0) return reopened;
         if (reopened == 1) break;
-        const Clock::time_point retry =
-            Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(kRetrySeconds));
-        while (!stopping() && Clock::now() < retry) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pause(kRetrySeconds);
     }
     if (m_plan.interval == 0.0) {
         if (const int result = start_stream(); result != 0) return result;
@@ -178,35 +168,33 @@ int SensorReader::read_once(Measurement& m) {
     // Spaced out: a fresh stream for each reading, its frames taken after the pause.
     if (const int result = start_stream(); result != 0) return result;
     const int result = read_slices(m);
-    stop_stream();
+    if (result != kStopped) stop_stream();
     // Each reading's stream counts from 0: its numbers would only mislead.
     m.first_sequence = m.last_sequence = -1;
     return result;
 }
 
+// Frame by frame, each wait at most kPollMs: a stop is seen within that
+// time however long the reading, and a wait that ends without a frame
+// consumes nothing, so the reading goes on. The sums of whole frames are
+// exact, so the average is the library's own, bit for bit.
 int SensorReader::read_slices(Measurement& m) {
-    const int averages = m_plan.averages;
-    const double period = frame_ms(m_sensor.shutter_speed);
-    const int slice =
-        averages * period <= kWholeReadingMs ? averages : std::max(1, static_cast<int>(kSliceMs / period));
-    std::vector<double> sum(1024, 0.0), part(1024, 0.0);
+    const int allowance = frame_allowance_ms(m_sensor.shutter_speed);
+    std::vector<double> sum(1024, 0.0), frame(1024, 0.0);
     duFrameStreamInfo info{};
-    for (int taken = 0; taken < averages;) {
-        if (stopping()) return kStopped;
-        const int n = std::min(slice, averages - taken);
-        const int result =
-            m_api.duReadFrameStreamOf(m_sensor.index, part.data(), n, timeout_ms(n, m_sensor.shutter_speed), &info);
-        if (result < 0) return stopping() ? kStopped : result;
-        if (taken == 0) m.first_sequence = static_cast<int64_t>(info.first_sequence);
-        if (n == averages) {
-            sum = part;  // one read: the library's own average, bit for bit
-        } else {
-            for (std::size_t f = 0; f < sum.size(); ++f) sum[f] += part[f] * n;
+    for (int taken = 0; taken < m_plan.averages; ++taken) {
+        const Clock::time_point give_up = Clock::now() + std::chrono::milliseconds(allowance);
+        for (;;) {
+            if (stopping()) return kStopped;
+            const int result = m_api.duReadFrameStreamOf(m_sensor.index, frame.data(), 1, kPollMs, &info);
+            if (result >= 0) break;
+            // No frame yet, unless the stream ended or the sensor was lost.
+            if (result != kTimedOut || lost() || Clock::now() >= give_up) return stopping() ? kStopped : result;
         }
-        taken += n;
+        if (taken == 0) m.first_sequence = static_cast<int64_t>(info.first_sequence);
+        for (std::size_t f = 0; f < sum.size(); ++f) sum[f] += frame[f];
     }
-    if (slice < averages)
-        for (double& v : sum) v /= averages;
+    for (double& v : sum) v /= m_plan.averages;
     m.values = std::move(sum);
     m.last_sequence = static_cast<int64_t>(info.last_sequence);
     m.realtime_ns = info.last_realtime_ns;

@@ -2,9 +2,9 @@
 // fault of one sensor never holds up or ends the reading of another. Readings
 // come from the sensor's frame stream: back to back from one stream (every
 // frame once, in order), or, when readings are spaced out in time, from a
-// fresh stream each. A wait for frames is taken in slices of well under a
-// second, and stop() also wakes a wait in progress, so that a stop takes
-// effect within a second even in the middle of a long reading.
+// fresh stream each. Frames are taken one at a time, each wait a fifth of a
+// second at most, so that a stop takes effect within a second even in the
+// middle of a long reading.
 #ifndef ORU_TOOLS_SENSOR_READER_H
 #define ORU_TOOLS_SENSOR_READER_H
 
@@ -41,7 +41,8 @@ public:
     SensorReader& operator=(const SensorReader&) = delete;
 
     void start();
-    // Ends the reader soon: a reading in progress is abandoned. Any thread.
+    // Ends the reader soon: a reading in progress is abandoned, and a stream
+    // left on is closed by the disconnect. Any thread.
     void stop();
     void join();
     // "sensor 1 (A4486-3-13-40-2)", for messages.
@@ -56,6 +57,8 @@ private:
     void stop_stream();
     int wait_and_reopen(double* seconds_away);
     bool stopping() const;
+    // Sleeps up to `seconds`, less when a stop comes.
+    void pause(double seconds) const;
     bool lost() const;
     void post(ReadingEvent::Kind kind, std::string text);
 
