@@ -164,10 +164,10 @@ int SensorReader::read_once(Measurement& m) {
     m.sensor_id = m_sensor.id;
     m.averages = m_plan.averages;
     m.shutter_speed = m_sensor.shutter_speed;
-    if (m_plan.interval == 0.0) return read_slices(m);
+    if (m_plan.interval == 0.0) return read_frames(m);
     // Spaced out: a fresh stream for each reading, its frames taken after the pause.
     if (const int result = start_stream(); result != 0) return result;
-    const int result = read_slices(m);
+    const int result = read_frames(m);
     if (result != kStopped) stop_stream();
     // Each reading's stream counts from 0: its numbers would only mislead.
     m.first_sequence = m.last_sequence = -1;
@@ -178,7 +178,7 @@ int SensorReader::read_once(Measurement& m) {
 // time however long the reading, and a wait that ends without a frame
 // consumes nothing, so the reading goes on. The sums of whole frames are
 // exact, so the average is the library's own, bit for bit.
-int SensorReader::read_slices(Measurement& m) {
+int SensorReader::read_frames(Measurement& m) {
     const int allowance = frame_allowance_ms(m_sensor.shutter_speed);
     std::vector<double> sum(1024, 0.0), frame(1024, 0.0);
     duFrameStreamInfo info{};

@@ -52,7 +52,7 @@ private:
     void run();
     int take_reading(Measurement& m);
     int read_once(Measurement& m);
-    int read_slices(Measurement& m);
+    int read_frames(Measurement& m);
     int start_stream();
     void stop_stream();
     int wait_and_reopen(double* seconds_away);
