@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # Runs the Python package, its live view and oru-sensor from this source
 # checkout, on the library built in build/ (./scripts/run.sh builds it):
 #   source scripts/env.sh                  then: python3 -m oru_sensor.web --virtual 2
