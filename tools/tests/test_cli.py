@@ -164,7 +164,8 @@ class Rows(CliTest):
             self.check_row(row, row["sensor_id"], 2)
             self.assertEqual((len(row["values"]), row["gap"]), (1024, 0))
 
-    def test_spaced_readings_are_requests(self):
+    def test_spaced_readings_take_fresh_frames_without_sequence_numbers(self):
+        # Each from a stream of its own, whose numbers start again at 0.
         rows = parse(self.ok("--virtual", "read", "-n", "2", "--repeat", "2", "--interval", "0.05", "--format", "csv"))
         self.assertEqual([(r["first_sequence"], r["last_sequence"]) for r in rows], [("", "")] * 2)
 
