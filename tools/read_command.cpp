@@ -16,6 +16,9 @@
 
 namespace {
 
+// How long the readers have to see a stop before the disconnect wakes them.
+constexpr std::chrono::milliseconds kWakeAfter{300};
+
 // Applies --shutter or --auto-exposure to the active sensor; returns 0 or the
 // library's negative result, with `what` saying which step failed.
 int prepare_exposure(Session& s, const Options& o, Progress& progress, std::string& what) {
@@ -99,9 +102,20 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     std::size_t readings = 0, finished = 0;
     bool output_lost = false;
     std::string text;
+    std::chrono::steady_clock::time_point stop_asked{};  // the epoch: not asked
     while (finished < readers.size()) {
-        if (stop_signal() != 0 || output_lost || (o.duration > 0 && std::chrono::steady_clock::now() >= deadline))
+        const auto now = std::chrono::steady_clock::now();
+        if (stop_asked == std::chrono::steady_clock::time_point{} &&
+            (stop_signal() != 0 || output_lost || (o.duration > 0 && now >= deadline))) {
             for (auto& reader : readers) reader->stop();
+            stop_asked = now;
+        }
+        // A reader still waiting for a stalled sensor's frames: the disconnect
+        // closes every stream, which wakes it.
+        if (stop_asked != std::chrono::steady_clock::time_point{} && s.connected && now - stop_asked > kWakeAfter) {
+            s.api.duDisconnect();
+            s.connected = false;
+        }
         ReadingEvent event;
         if (!events.next(event, std::chrono::milliseconds(50))) continue;
         switch (event.kind) {

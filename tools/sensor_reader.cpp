@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
@@ -13,19 +15,20 @@ namespace {
 constexpr int kStateFailed = 2;
 constexpr int kStateRemoved = 3;
 constexpr double kRetrySeconds = 0.2;
-// Longest wait for one frame before a look at the stop flag.
-constexpr int kPollMs = 200;
-constexpr int kTimedOut = -9;
+// Frames read at once, in ms of the sensor's frame time: a stop is seen
+// between two such reads.
+constexpr double kChunkMs = 200.0;
 constexpr int kStopped = 1;
 
 using Clock = std::chrono::steady_clock;
 
-// How long one frame may take before the sensor counts as stalled: its
-// frame period (at least 1 ms) twice over plus 2 s for the USB round trips,
-// the allowance the library gives a request.
-int frame_allowance_ms(int shutter_speed) {
-    return static_cast<int>(2000.0 + 2.0 * std::max(1.0, (shutter_speed * 912.0 + 160.0) / 1000.0));
-}
+// The sensor's frame period in ms, at least 1 ms.
+double frame_ms(int shutter_speed) { return std::max(1.0, (shutter_speed * 912.0 + 160.0) / 1000.0); }
+
+// How long `frames` frames may take before the sensor counts as stalled:
+// their time twice over plus 2 s for the USB round trips, the allowance the
+// library gives a request.
+int allowance_ms(int frames, int shutter_speed) { return static_cast<int>(2000.0 + 2.0 * frames * frame_ms(shutter_speed)); }
 
 }  // namespace
 
@@ -46,9 +49,10 @@ void SensorReader::join() {
 
 std::string SensorReader::name() const { return "sensor " + std::to_string(m_sensor.index) + " (" + m_sensor.id + ")"; }
 
-// The reader sees the flag within a frame poll and ends; a stream left on is
+// The reader sees the flag between two reads and ends; a stream left on is
 // closed by the disconnect, which spares the stop commands' pauses (1.6 s
-// each at the longest shutter speed).
+// each at the longest shutter speed) and wakes a read that waits for a
+// stalled sensor.
 void SensorReader::stop() { m_stop.store(true); }
 
 bool SensorReader::stopping() const { return m_stop.load() || stop_signal() != 0; }
@@ -174,28 +178,28 @@ int SensorReader::read_once(Measurement& m) {
     return result;
 }
 
-// Frame by frame, each wait at most kPollMs: a stop is seen within that
-// time however long the reading, and a wait that ends without a frame
-// consumes nothing, so the reading goes on. The sums of whole frames are
-// exact, so the average is the library's own, bit for bit.
+// In chunks of at most kChunkMs of frames, with a look at the stop flag
+// between them; a chunk that does not come within its allowance means the
+// sensor stalled. Each chunk's average times its count gives back its exact
+// integer sums, so the average of the whole reading is the library's own,
+// bit for bit, and its frames are consecutive as in one read.
 int SensorReader::read_frames(Measurement& m) {
-    const int allowance = frame_allowance_ms(m_sensor.shutter_speed);
-    std::vector<double> sum(1024, 0.0), frame(1024, 0.0);
+    const int chunk = std::max(1, static_cast<int>(kChunkMs / frame_ms(m_sensor.shutter_speed)));
+    std::vector<uint64_t> sums(1024, 0);
+    std::vector<double> part(1024, 0.0);
     duFrameStreamInfo info{};
-    for (int taken = 0; taken < m_plan.averages; ++taken) {
-        const Clock::time_point give_up = Clock::now() + std::chrono::milliseconds(allowance);
-        for (;;) {
-            if (stopping()) return kStopped;
-            const int result = m_api.duReadFrameStreamOf(m_sensor.index, frame.data(), 1, kPollMs, &info);
-            if (result >= 0) break;
-            // No frame yet, unless the stream ended or the sensor was lost.
-            if (result != kTimedOut || lost() || Clock::now() >= give_up) return stopping() ? kStopped : result;
-        }
+    for (int taken = 0; taken < m_plan.averages;) {
+        if (stopping()) return kStopped;
+        const int n = std::min(chunk, m_plan.averages - taken);
+        const int result =
+            m_api.duReadFrameStreamOf(m_sensor.index, part.data(), n, allowance_ms(n, m_sensor.shutter_speed), &info);
+        if (result < 0) return stopping() ? kStopped : result;
         if (taken == 0) m.first_sequence = static_cast<int64_t>(info.first_sequence);
-        for (std::size_t f = 0; f < sum.size(); ++f) sum[f] += frame[f];
+        for (std::size_t f = 0; f < sums.size(); ++f) sums[f] += static_cast<uint64_t>(std::llround(part[f] * n));
+        taken += n;
     }
-    for (double& v : sum) v /= m_plan.averages;
-    m.values = std::move(sum);
+    m.values.resize(sums.size());
+    for (std::size_t f = 0; f < sums.size(); ++f) m.values[f] = static_cast<double>(sums[f]) / m_plan.averages;
     m.last_sequence = static_cast<int64_t>(info.last_sequence);
     m.realtime_ns = info.last_realtime_ns;
     m.shutter_speed = info.shutter_speed;

@@ -2,9 +2,10 @@
 // fault of one sensor never holds up or ends the reading of another. Readings
 // come from the sensor's frame stream: back to back from one stream (every
 // frame once, in order), or, when readings are spaced out in time, from a
-// fresh stream each. Frames are taken one at a time, each wait a fifth of a
-// second at most, so that a stop takes effect within a second even in the
-// middle of a long reading.
+// fresh stream each. Frames are taken in chunks of a fifth of a second at
+// most, with a look at the stop flag between them, so that a stop takes
+// effect within a second even in the middle of a long reading (a read that
+// waits for a stalled sensor is woken by the disconnect).
 #ifndef ORU_TOOLS_SENSOR_READER_H
 #define ORU_TOOLS_SENSOR_READER_H
 
