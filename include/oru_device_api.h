@@ -62,6 +62,20 @@ ORU_EXPORT int duGetFilterData(double* output, int number_of_averages);
 ORU_EXPORT int duSetSensorParameters(int _adc_gain, int _adc_range);
 ORU_EXPORT int duGetSensorParameters(int* _adc_gain, int* _adc_range);
 
+/* The same conversions without a sensor (no sensor need be connected): the
+ * arithmetic of duShutterSpeedToExposureTime and duExposureTimeToShutterSpeed.
+ * 1; -2 for a NULL output; -24 where the formula has no defined result (a
+ * master_clock whose 1000-fold is 0 in 32 bits, a shutter speed beyond int).
+ * Ranges are the caller's to check. */
+ORU_EXPORT int duConvertShutterSpeedToExposureTime(int master_clock, int shutter_speed, double* exposure_time_val);
+ORU_EXPORT int duConvertExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed);
+
+/* Saturation, the one rule for every reading (a request, a stream read, any
+ * front end): a filter is saturated when its averaged value is at full scale,
+ * 4095 DN or more, that is, it read 4095 in every frame averaged. Returns how
+ * many of the count values are; -19 for NULL values, -24 for count < 0. */
+ORU_EXPORT int duCountSaturatedFilters(const double* values, int count);
+
 /* State of the connected sensor sensor_index (it need not be active):
  *   1  usable;
  *   2  failed: its bulk transfer ended in error; its reads and stream return
@@ -97,7 +111,9 @@ ORU_EXPORT int duReconnectSensor(int sensor_index, const char* sensor_id);
  *     arrived, in ns; first_monotonic_ns, last_monotonic_ns: CLOCK_MONOTONIC;
  *   dropped_frames: frames lost to a full ring since the stream started;
  *   shutter_speed: the sensor's shutter speed while the stream runs;
- *   saturated_filters: filters at 4095 DN or more in any frame averaged. */
+ *   saturated_filters: filters at 4095 DN or more in any frame averaged (a
+ *     clipping hint; the saturation count of a reading is
+ *     duCountSaturatedFilters of its average). */
 typedef struct duFrameStreamInfo {
     uint64_t first_sequence, last_sequence;
     int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns;

@@ -60,11 +60,15 @@ set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 set(CPACK_COMPONENT_CLI_DEPENDS runtime)
 set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
 
-# Each package's copyright and changelog.
-add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  COMMAND gzip -9 -n -c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog > ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  DEPENDS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog)
-add_custom_target(oru_deb_changelog ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+# Each package's copyright and changelog. The changelog is compressed when
+# the build is configured, so that `cmake --install` works after a build of
+# only some targets (scripts/run.sh builds three).
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog)
+execute_process(COMMAND gzip -9 -n -c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog
+  OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz RESULT_VARIABLE ORU_GZIP_RESULT)
+if(NOT ORU_GZIP_RESULT EQUAL 0)
+  message(FATAL_ERROR "gzip of packaging/debian/changelog failed: ${ORU_GZIP_RESULT}")
+endif()
 foreach(entry runtime:liboru-device1 dev:liboru-device-dev cli:oru-sensor python:python3-oru-sensor)
   string(REPLACE ":" ";" entry ${entry})
   list(GET entry 0 component)

@@ -1,5 +1,5 @@
 """Prints where this interpreter finds packages installed under PREFIX,
-relative to PREFIX (so that `cmake --install --prefix` still applies)."""
+relative to PREFIX (so that the install script can join it to the prefix)."""
 import os
 import sys
 import sysconfig
@@ -10,5 +10,8 @@ for entry in sys.path:
         path = entry
         break
 else:
-    path = sysconfig.get_path("purelib", vars={"base": prefix, "platbase": prefix})
+    # Debian's interpreter installs under its own layout for any prefix.
+    scheme = "deb_system" if "deb_system" in sysconfig.get_scheme_names() else None
+    path = sysconfig.get_path("purelib", scheme, vars={"base": prefix, "platbase": prefix}) if scheme else \
+        sysconfig.get_path("purelib", vars={"base": prefix, "platbase": prefix})
 print(os.path.relpath(path, prefix) if path.startswith(prefix + "/") else path)

@@ -22,7 +22,7 @@ fi
 build="build-deb-$arch"
 # Debian's own interpreter decides where the module goes (dist-packages).
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr -DORU_BUILD_TESTS=OFF \
-  -DPython3_EXECUTABLE=/usr/bin/python3 -DORU_PYTHON_DIR=lib/python3/dist-packages "${options[@]}" >/dev/null
+  -DPython3_EXECUTABLE=/usr/bin/python3 -DORU_PYTHON_PACKAGE_DIR=lib/python3/dist-packages "${options[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" >/dev/null
 mkdir -p dist
 rm -f dist/*_"$arch".deb

@@ -8,7 +8,16 @@ BUILD=${1:-build}
 PREFIX=$(mktemp -d /tmp/oru-install.XXXXXX)
 trap 'rm -rf "$PREFIX"' EXIT
 
-cmake --install "$BUILD" --prefix "$PREFIX" >/dev/null
+INSTALL_LOG=$(cmake --install "$BUILD" --prefix "$PREFIX")
+# udev reads no rules under this prefix: the install says what to run.
+grep -q "udev does not read $PREFIX/lib/udev/rules.d" <<<"$INSTALL_LOG" || { echo "install test: no udev hint"; exit 1; }
+# Staged for /usr/local, the Python package lands where Debian's python3
+# looks under that prefix (not a site-packages it never reads).
+if want=$(/usr/bin/python3 -c 'import sys; print(next(p for p in sys.path if p.startswith("/usr/local/lib/")))' 2>/dev/null); then
+  DESTDIR="$PREFIX/stage" cmake --install "$BUILD" --prefix /usr/local --component python >/dev/null
+  test -f "$PREFIX/stage$want/oru_sensor/__init__.py" || { echo "install test: Python package not in $want"; exit 1; }
+  rm -rf "$PREFIX/stage"
+fi
 LIBDIR=$(dirname "$(find "$PREFIX" -name 'liboru_device.so.1' | head -1)")
 DROPIN="$LIBDIR/oru_device/virtual-sensor"
 # Where the configured interpreter's place for this prefix is.

@@ -60,21 +60,47 @@ TEST_F(ApiExposure, AdcParametersAreClampedToWireValuesAndReadBack) {
 }
 
 // The arithmetic is the device object's (test_device_object); here the
-// results and errors as they come out of the exported functions.
+// results and errors as they come out of the exported functions: the active
+// sensor's pair, and the sensor-free pair, which gives the same before any
+// sensor is connected.
+struct ConversionPair {
+    const char* name;
+    int (*to_ms)(int, int, double*);
+    int (*to_shutter)(int, double, int*);
+    bool needs_sensor;
+};
+
 TEST_F(ApiExposure, ConversionsGiveTheirResultsAndReportBadArguments) {
-    connect(1);
-    double ms = -1.0;
-    int ss = -1;
-    EXPECT_EQ(duShutterSpeedToExposureTime(3, 3000, &ms), 1);
-    EXPECT_DOUBLE_EQ(ms, 912.0);  // 2736160 / 3000
-    EXPECT_EQ(duExposureTimeToShutterSpeed(2, 912.0, &ss), 1);
-    EXPECT_EQ(ss, 3453);
-    StdoutCapture out;
-    EXPECT_EQ(duShutterSpeedToExposureTime(1, 10, nullptr), -2);
-    EXPECT_EQ(duExposureTimeToShutterSpeed(1, 10.0, nullptr), -2);
-    EXPECT_EQ(duShutterSpeedToExposureTime(0, 10, &ms), -24);
-    EXPECT_EQ(out.text(), api_exception_line(lu_ec_memory_is_null) + api_exception_line(lu_ec_memory_is_null) +
-                              api_exception_line(lu_ec_ill_defined_input));
+    for (const ConversionPair& p :
+         {ConversionPair{"sensor-free", duConvertShutterSpeedToExposureTime, duConvertExposureTimeToShutterSpeed, false},
+          ConversionPair{"active sensor", duShutterSpeedToExposureTime, duExposureTimeToShutterSpeed, true}}) {
+        SCOPED_TRACE(p.name);
+        if (p.needs_sensor) connect(1);
+        double ms = -1.0;
+        int ss = -1;
+        EXPECT_EQ(p.to_ms(3, 3000, &ms), 1);
+        EXPECT_DOUBLE_EQ(ms, 912.0);  // 2736160 / 3000
+        EXPECT_EQ(p.to_shutter(2, 912.0, &ss), 1);
+        EXPECT_EQ(ss, 3453);
+        StdoutCapture out;
+        EXPECT_EQ(p.to_ms(1, 10, nullptr), -2);
+        EXPECT_EQ(p.to_shutter(1, 10.0, nullptr), -2);
+        EXPECT_EQ(p.to_ms(0, 10, &ms), -24);
+        EXPECT_EQ(p.to_shutter(1, 1e300, &ss), -24);
+        EXPECT_EQ(out.text(), api_exception_line(lu_ec_memory_is_null) + api_exception_line(lu_ec_memory_is_null) +
+                                  api_exception_line(lu_ec_ill_defined_input) +
+                                  api_exception_line(lu_ec_ill_defined_input));
+    }
+}
+
+// Saturated means at full scale in the average: 4095 (every frame clipped)
+// or the 4096 of a stuck filter; 4094.9 is not.
+TEST_F(ApiExposure, SaturatedFiltersAreThoseWhoseAverageIsAtFullScale) {
+    const std::vector<double> values = {0.0, 4094.9, 4095.0, 4096.0, 4095.0, 1000.0};
+    for (const auto& [count, expected] : std::vector<std::pair<int, int>>{{6, 3}, {3, 1}, {2, 0}, {0, 0}})
+        EXPECT_EQ(duCountSaturatedFilters(values.data(), count), expected) << count;
+    EXPECT_EQ(duCountSaturatedFilters(nullptr, 3), -19);
+    EXPECT_EQ(duCountSaturatedFilters(values.data(), -1), -24);
 }
 
 // Frames in which the given 0-based filters read `inside` and all others `outside`.

@@ -97,8 +97,8 @@ std::string format_header(OutputFormat format) {
     switch (format) {
     case OutputFormat::Table: {
         char line[128];
-        std::snprintf(line, sizeof line, "%-4s %-18s %8s %5s %9s %9s %9s %8s\n", "#", "sensor", "shutter", "avg",
-                      "min DN", "mean DN", "max DN", "peak at");
+        std::snprintf(line, sizeof line, "%-4s %-18s %8s %5s %9s %9s %9s %8s %5s\n", "#", "sensor", "shutter", "avg",
+                      "min DN", "mean DN", "max DN", "peak at", "sat");
         return line;
     }
     case OutputFormat::Csv: {
@@ -119,8 +119,8 @@ void format_reading(OutputFormat format, const Measurement& m, std::size_t index
     case OutputFormat::Table: {
         const Summary s = summarize(m.values);
         char line[160];
-        std::snprintf(line, sizeof line, "%-4zu %-18s %8d %5d %9.1f %9.1f %9.1f %8zu\n", index, m.sensor_id.c_str(),
-                      m.shutter_speed, m.averages, s.min, s.mean, s.max, s.argmax);
+        std::snprintf(line, sizeof line, "%-4zu %-18s %8d %5d %9.1f %9.1f %9.1f %8zu %5d\n", index,
+                      m.sensor_id.c_str(), m.shutter_speed, m.averages, s.min, s.mean, s.max, s.argmax, m.saturated);
         out += line;
         return;
     }

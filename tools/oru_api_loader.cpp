@@ -100,6 +100,11 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
            bind(lib, "duReconnectSensor", api.duReconnectSensor, error) &&
            bind(lib, "duSetLogHandler", api.duSetLogHandler, error) &&
+           bind(lib, "duLockSensors", api.duLockSensors, error) &&
+           bind(lib, "duUnlockSensors", api.duUnlockSensors, error) &&
+           bind(lib, "duConvertShutterSpeedToExposureTime", api.duConvertShutterSpeedToExposureTime, error) &&
+           bind(lib, "duConvertExposureTimeToShutterSpeed", api.duConvertExposureTimeToShutterSpeed, error) &&
+           bind(lib, "duCountSaturatedFilters", api.duCountSaturatedFilters, error) &&
            bind(lib, "duGetErrorText", api.duGetErrorText, error);
     if (bound) use_error_texts(api.duGetErrorText);
     return bound;

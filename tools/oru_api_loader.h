@@ -33,6 +33,11 @@ struct OruApi {
     int (*duReconnectSensor)(int, const char*);
     void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
     const char* (*duGetErrorText)(int);
+    void (*duLockSensors)();
+    void (*duUnlockSensors)();
+    int (*duConvertShutterSpeedToExposureTime)(int, int, double*);
+    int (*duConvertExposureTimeToShutterSpeed)(int, double, int*);
+    int (*duCountSaturatedFilters)(const double*, int);
 };
 
 // virtual_sensors < 0: use the real USB library; otherwise load the virtual

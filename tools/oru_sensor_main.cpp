@@ -7,58 +7,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "calibrate_command.h"
-#include "cli_errors.h"
 #include "cli_format.h"
+#include "cli_options.h"
+#include "cli_session.h"
+#include "commands.h"
 #include "doctor.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
-#include "progress.h"
-#include "reading_source.h"
 #include "stop_signals.h"
-#include "svg_plot.h"
 
 namespace {
 
-// Everything the command line can say.
-struct Options {
-    std::string sensor;
-    int virtual_sensors = -1;  // -1: USB hardware
-    bool verbose = false;
-    int averages = 10;
-    int shutter = 0;
-    bool auto_exposure = false;
-    bool no_recover = false;
-    int target = 3500;
-    int repeat = 1;  // 0: until stopped
-    double duration = 0.0;  // 0: no time limit
-    double interval = 0.0;
-    std::string format;  // default: table on standard output, csv into a file
-    std::string output;
-    std::string plot;
-    int gain = -1;
-    int range = -1;
-    int clock = 1;
-    double ms = -1.0;
-};
-
-int usage_error(const std::string& msg) {
-    std::fprintf(stderr, "oru-sensor: %s (see oru-sensor --help)\n", msg.c_str());
-    return 2;
-}
-
-int fail(const std::string& what, int code) {
-    std::fprintf(stderr, "oru-sensor: %s: %s (code %d)\n", what.c_str(), describe_result(code).c_str(), code);
-    return 1;
-}
-
-int fail_output(const OutputFile& out) {
-    std::fprintf(stderr, "oru-sensor: %s\n", out.error().c_str());
-    return 1;
-}
+// The library opens at most this many sensors; more virtual ones would be
+// made and never seen.
+constexpr int kMaxSensors = 10;
 
 // A number of seconds that is finite, not negative and at most a day.
 const CLI::Validator kSeconds = CLI::Validator(
@@ -71,245 +38,20 @@ const CLI::Validator kSeconds = CLI::Validator(
     },
     "SECONDS");
 
-// The library's own lines: on standard error with -v, else dropped. A
-// permission failure is remembered, to name it and its fix.
-bool g_verbose = false;
-bool g_permission_denied = false;
-void on_library_line(int, const char* line, void*) {
-    if (std::strstr(line, "permission denied") != nullptr) g_permission_denied = true;
-    if (g_verbose) std::fprintf(stderr, "%s\n", line);
-}
+// A time in ms that is finite and above 0.
+const CLI::Validator kMilliseconds = CLI::Validator(
+    [](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (end == text.c_str() || *end != '\0' || !std::isfinite(value) || value <= 0)
+            return "needs a time in ms above 0, got " + text;
+        return "";
+    },
+    "MS");
 
-struct Session {
-    OruApi api{};
-    bool connected = false;
-    ~Session() {
-        if (connected) api.duDisconnect();
-    }
-};
-
-std::string id_of_active(const OruApi& api) {
-    char id[32] = {0};
-    if (api.duGetSensorID(id) < 0) return "?";
-    return id;
-}
-
-// Connects and chooses the sensors: one (--sensor INDEX|ID, default the
-// first) or, where allowed, all of them.
-int connect_and_select(Session& s, const Options& o, bool all_allowed, std::vector<int>& chosen) {
-    const int n = s.api.duConnect();
-    if (n < 0) {
-        if (g_permission_denied) {
-            std::fprintf(stderr,
-                         "oru-sensor: permission denied opening the sensor's USB device; "
-                         "run `oru-sensor doctor` for the fix\n");
-            return 1;
-        }
-        if (n == -1) {
-            std::fprintf(stderr, "oru-sensor: no sensor found (code -1); try `oru-sensor doctor`, or --virtual\n");
-            return 1;
-        }
-        return fail("connecting failed", n);
-    }
-    s.connected = true;
-    if (o.sensor == "all") {
-        if (!all_allowed) return usage_error("--sensor all works with read only");
-        for (int i = 0; i < n; ++i) chosen.push_back(i);
-        return 0;
-    }
-    if (o.sensor.empty()) {
-        chosen.push_back(0);
-        return 0;
-    }
-    char* end = nullptr;
-    const long index = std::strtol(o.sensor.c_str(), &end, 10);
-    if (end != o.sensor.c_str() && *end == '\0') {
-        if (index < 0 || index >= n) {
-            std::fprintf(stderr, "oru-sensor: no sensor with index %ld (%d connected)\n", index, n);
-            return 1;
-        }
-        chosen.push_back(static_cast<int>(index));
-    } else {
-        if (s.api.duActivateSensorWithID(o.sensor.c_str()) < 0) {
-            std::fprintf(stderr, "oru-sensor: no sensor with ID %s\n", o.sensor.c_str());
-            return 1;
-        }
-        char** ids = s.api.duGetSensorList();
-        for (int i = 0; ids != nullptr && i < n; ++i) {
-            if (chosen.empty() && o.sensor == ids[i]) chosen.push_back(i);
-            std::free(ids[i]);
-        }
-        std::free(ids);
-    }
-    s.api.duActivateSensorWithIndex(chosen.front());
-    return 0;
-}
-
-int cmd_list(Session& s, OutputFile& out) {
-    char** ids = s.api.duGetSensorList();
-    const int n = s.api.duGetTotalSensors();
-    if (!ids) return fail("listing sensors failed", -2);
-    char line[64];
-    std::snprintf(line, sizeof line, "%-6s %s\n", "index", "sensor ID");
-    std::string text = line;
-    for (int i = 0; i < n; ++i) {
-        std::snprintf(line, sizeof line, "%-6d %s\n", i, ids[i]);
-        text += line;
-        std::free(ids[i]);
-    }
-    std::free(ids);
-    return out.write(text) ? 0 : fail_output(out);
-}
-
-int cmd_info(Session& s, const Options& o, OutputFile& out) {
-    const std::string id = id_of_active(s.api);
-    char lot = '?';
-    int lot_id = 0, wafer = 0, x = 0, y = 0, type = 0;
-    std::sscanf(id.c_str(), "%c%d-%d-%d-%d-%d", &lot, &lot_id, &wafer, &x, &y, &type);
-    const int ss = s.api.duGetShutterSpeed();
-    if (ss < 0) return fail("reading the shutter speed failed", ss);
-    double ms = 0;
-    int r = s.api.duShutterSpeedToExposureTime(o.clock, ss, &ms);
-    if (r < 0) return fail("converting the shutter speed failed", r);
-    int gain = 0, range = 0;
-    r = s.api.duGetSensorParameters(&gain, &range);
-    if (r < 0) return fail("reading the ADC settings failed", r);
-    int lo = 0, hi = 0;
-    s.api.duGetShutterSpeedLimits(&lo, &hi);
-    char text[512];
-    std::snprintf(text, sizeof text,
-                  "sensor ID:      %s\n  lot:          %c%d\n  wafer:        %d\n  position:     x %d, y %d\n"
-                  "  sensor type:  %d\nshutter speed:  %d (limits %d..%d)\nexposure time:  %.3f ms at %d MHz\n"
-                  "ADC range:      %d\nADC gain:       %d\n",
-                  id.c_str(), lot, lot_id, wafer, x, y, type, ss, lo, hi, ms, o.clock, range, gain);
-    return out.write(text) ? 0 : fail_output(out);
-}
-
-int cmd_set(Session& s, const Options& o, OutputFile& out) {
-    if (o.shutter > 0) {
-        const int r = s.api.duSetShutterSpeed(o.shutter);
-        if (r < 0) return fail("setting the shutter speed failed", r);
-    }
-    if (o.gain >= 0 || o.range >= 0) {
-        int gain = 0, range = 0;
-        int r = s.api.duGetSensorParameters(&gain, &range);
-        if (r < 0) return fail("reading the ADC settings failed", r);
-        if (o.gain >= 0) gain = o.gain;
-        if (o.range >= 0) range = o.range;
-        r = s.api.duSetSensorParameters(gain, range);
-        if (r < 0) return fail("setting the ADC failed", r);
-    }
-    int gain = 0, range = 0;
-    const int r = s.api.duGetSensorParameters(&gain, &range);
-    if (r < 0) return fail("reading the ADC settings failed", r);
-    char text[160];
-    std::snprintf(text, sizeof text, "shutter speed: %d\nADC gain:      %d\nADC range:     %d\n",
-                  s.api.duGetShutterSpeed(), gain, range);
-    return out.write(text) ? 0 : fail_output(out);
-}
-
-int cmd_convert(Session& s, const Options& o, OutputFile& out) {
-    char text[160];
-    if (o.shutter > 0) {
-        double ms = 0;
-        const int r = s.api.duShutterSpeedToExposureTime(o.clock, o.shutter, &ms);
-        if (r < 0) return fail("conversion failed", r);
-        std::snprintf(text, sizeof text, "shutter speed %d = %.3f ms exposure at %d MHz\n", o.shutter, ms, o.clock);
-    } else {
-        int ss = 0;
-        const int r = s.api.duExposureTimeToShutterSpeed(o.clock, o.ms, &ss);
-        if (r < 0) return fail("conversion failed", r);
-        std::snprintf(text, sizeof text, "%.3f ms exposure = shutter speed %d at %d MHz\n", o.ms, ss, o.clock);
-    }
-    return out.write(text) ? 0 : fail_output(out);
-}
-
-// Applies --shutter or --auto-exposure to the active sensor; returns 0 or an
-// exit status.
-int prepare_exposure(Session& s, const Options& o, Progress& progress) {
-    if (o.shutter > 0) {
-        const int r = s.api.duSetShutterSpeed(o.shutter);
-        if (r < 0) return fail("setting the shutter speed failed", r);
-    }
-    if (o.auto_exposure) {
-        progress.spin("searching the optimal shutter speed");
-        const int best = o.target != 3500 ? s.api.duGetOptimalShutterSpeed2(nullptr, 0, o.target)
-                                          : s.api.duGetOptimalShutterSpeed(nullptr, 0);
-        progress.done();
-        if (best == -1) {
-            std::fprintf(stderr,
-                         "oru-sensor: auto exposure failed: the sensor is saturated even at shutter speed 1, "
-                         "or the search failed (code -1)\n");
-            return 1;
-        }
-        if (best < 0) return fail("auto exposure failed", best);
-        // The search leaves the sensor there; this makes the library agree.
-        const int r = s.api.duSetShutterSpeed(best);
-        if (r < 0) return fail("setting the shutter speed failed", r);
-    }
-    return 0;
-}
-
-int write_plot(const Options& o, const std::vector<Measurement>& series) {
-    const Measurement& last = series.back();
-    const std::string title = "Filter outputs of " + last.sensor_id + ": shutter " +
-                              std::to_string(last.shutter_speed) + ", " + std::to_string(o.averages) +
-                              (o.averages == 1 ? " frame" : " frames averaged");
-    OutputFile svg(o.plot, stdout);
-    if (!svg.opened() || !svg.write(render_svg_plot(series, title)) || !svg.close()) return fail_output(svg);
-    std::fprintf(stderr, "plot written to %s\n", o.plot.c_str());
-    return 0;
-}
-
-int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, OutputFile& out) {
-    Progress progress(stderr_is_terminal() && !o.verbose);
-    std::vector<SourceSensor> sensors;
-    for (int index : chosen) {
-        s.api.duActivateSensorWithIndex(index);
-        if (const int rc = prepare_exposure(s, o, progress)) return rc;
-        sensors.push_back({index, id_of_active(s.api), s.api.duGetShutterSpeed()});
-    }
-    const OutputFormat format = format_from_name(o.format);
-    // Back-to-back readings come from the streams, so that none shares or
-    // skips a frame; spaced-out readings are fresh requests each.
-    ReadingSource source(s.api, sensors, o.averages, o.interval == 0.0, !o.no_recover);
-    if (!out.write(format_header(format))) return fail_output(out);
-    if (const int r = source.start(); r < 0) return fail("starting the frame stream failed", r);
-
-    std::vector<Measurement> kept;  // for the whole-series formats and the plot
-    const bool keep = !format_streams(format) || !o.plot.empty();
-    const auto start = std::chrono::steady_clock::now();
-    const auto deadline = start + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                      std::chrono::duration<double>(o.duration));
-    if (o.duration > 0) source.set_deadline(deadline);
-    std::size_t readings = 0;
-    std::string text;
-    for (int round = 0; o.repeat == 0 || round < o.repeat; ++round) {
-        if (round > 0 && o.interval > 0) sleep_unless_stopped(o.interval);
-        if (stop_signal() != 0 || (o.duration > 0 && std::chrono::steady_clock::now() >= deadline)) break;
-        for (std::size_t i = 0; i < sensors.size() && stop_signal() == 0; ++i) {
-            Measurement m;
-            const int r = source.read(i, m);
-            if (r == ReadingSource::kStopped) break;
-            if (r < 0) {
-                if (stop_signal() != 0) break;
-                return fail("reading filter data failed", r);
-            }
-            m.timestamp = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-            text.clear();
-            format_reading(format, m, readings++, text);
-            if (!out.write(text)) return fail_output(out);
-            if (keep) kept.push_back(std::move(m));
-        }
-        if (o.repeat > 1) progress.step(round + 1, o.repeat, "reading");
-    }
-    source.stop();
-    if (format == OutputFormat::CsvColumns && !out.write(format_csv_columns(kept))) return fail_output(out);
-    if (format == OutputFormat::Json && !out.write(format_json_document(kept))) return fail_output(out);
-    if (!out.close()) return fail_output(out);
-    if (!o.plot.empty() && !kept.empty()) return write_plot(o, kept);
-    return 0;
-}
+// An empty value is a mistake (a shell variable that was not set), not "absent".
+const CLI::Validator kNotEmpty = CLI::Validator(
+    [](std::string& text) -> std::string { return text.empty() ? "needs a value, got an empty one" : ""; }, "");
 
 // The command line, with a subcommand per job; global options may also
 // follow the subcommand.
@@ -317,15 +59,17 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     app.description("list, inspect and read ORU spectral sensors");
     app.require_subcommand(1);
     app.fallthrough();
-    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read only); default the first");
-    app.add_flag("--virtual{1}", o.virtual_sensors, "run on N virtual sensors (default 1) instead of USB hardware")
+    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read only); default the first")
+        ->check(kNotEmpty);
+    app.add_flag("--virtual{1}", o.virtual_sensors,
+                 "run on N virtual sensors (default 1, at most 10) instead of USB hardware")
         ->expected(0, 1)
-        ->check(CLI::Range(0, 16));
+        ->check(CLI::Range(0, kMaxSensors));
     app.add_flag("-v,--verbose", o.verbose, "show the library's own messages on standard error");
 
     app.add_subcommand("list", "index and sensor ID of each attached sensor");
     CLI::App* info = app.add_subcommand("info", "sensor ID parts, shutter speed, exposure time and ADC settings");
-    info->add_option("--clock", o.clock, "master clock in MHz (default 1)")->check(CLI::PositiveNumber);
+    info->add_option("--clock", o.clock, "master clock in MHz, 1..1000 (default 1)")->check(CLI::Range(1, 1000));
 
     CLI::App* read = app.add_subcommand("read", "read filter data (1024 outputs) averaged over n frames");
     read->add_option("-n,--averages", o.averages, "frames averaged per reading (default 10)")
@@ -348,11 +92,11 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
                      "reading; the default for -o), jsonl (an object per line), json (one document at the end) "
                      "or csv-columns (a column per reading, at the end)")
         ->check(CLI::IsMember(format_names()));
-    read->add_option("-o,--output", o.output, "write to FILE instead of standard output");
-    read->add_option("--plot", o.plot, "also draw the filter outputs as an SVG line plot");
+    read->add_option("-o,--output", o.output, "write to FILE instead of standard output")->check(kNotEmpty);
+    read->add_option("--plot", o.plot, "also draw the filter outputs as an SVG line plot")->check(kNotEmpty);
     read->add_flag("--no-recover", o.no_recover,
-                   "end with an error when a sensor is removed or fails, instead of waiting for it to come "
-                   "back and reading on");
+                   "give up on a sensor that is removed or fails (the others read on; exit status 1), instead "
+                   "of waiting for it to come back and reading on");
 
     CLI::App* set = app.add_subcommand("set", "set shutter speed, ADC gain or ADC range (until the next connect)");
     set->add_option("--shutter", o.shutter, "shutter speed")->check(CLI::Range(1, 3000));
@@ -360,16 +104,25 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     set->add_option("--range", o.range, "ADC range")->check(CLI::Range(0, 255));
 
     CLI::App* convert = app.add_subcommand("convert", "shutter speed <-> exposure time in ms for a master clock");
-    convert->add_option("--clock", o.clock, "master clock in MHz (default 1)")->check(CLI::PositiveNumber);
+    convert->add_option("--clock", o.clock, "master clock in MHz, 1..1000 (default 1)")->check(CLI::Range(1, 1000));
     CLI::Option* cs =
-        convert->add_option("--shutter", o.shutter, "shutter speed to convert")->check(CLI::PositiveNumber);
-    CLI::Option* cm =
-        convert->add_option("--ms", o.ms, "exposure time in ms to convert")->check(CLI::NonNegativeNumber);
+        convert->add_option("--shutter", o.shutter, "shutter speed to convert, 1..3000")->check(CLI::Range(1, 3000));
+    CLI::Option* cm = convert->add_option("--ms", o.ms, "exposure time in ms to convert")->transform(kMilliseconds);
     cs->excludes(cm);
-    convert->require_option(1);
 
     app.add_subcommand("doctor", "check what keeps a real sensor from working on this machine");
     describe_calibration(app, info, c);
+}
+
+// Whether two paths name one file, also when written differently.
+bool same_file(const std::string& a, const std::string& b) {
+    if (b.empty()) return false;
+    const auto resolved = [](const std::string& path) {
+        std::error_code ec;
+        const std::filesystem::path whole = std::filesystem::weakly_canonical(std::filesystem::absolute(path, ec), ec);
+        return ec ? std::filesystem::path(path) : whole.lexically_normal();
+    };
+    return a == b || resolved(a) == resolved(b);
 }
 
 }  // namespace
@@ -399,6 +152,10 @@ int main(int argc, char** argv) {
     if (o.format.empty()) o.format = o.output.empty() ? "table" : "csv";
     if (cmd == "read" && (o.format == "json" || o.format == "csv-columns") && o.repeat == 0)
         return usage_error("--format " + o.format + " needs a number of readings (--repeat K)");
+    if (cmd == "read" && !o.output.empty() && same_file(o.output, o.plot))
+        return usage_error("-o and --plot name the same file, " + o.output);
+    if (cmd == "convert" && command->count("--shutter") + command->count("--ms") != 1)
+        return usage_error("convert needs --shutter or --ms");
 
     Session s;
     std::string error;
@@ -406,10 +163,14 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "oru-sensor: %s\n", error.c_str());
         return 1;
     }
-    g_verbose = o.verbose;
-    s.api.duSetLogHandler(on_library_line, nullptr);
+    route_library_lines(s.api, o.verbose);
     install_stop_signals();
     if (calibration_without_sensor(cmd, cal)) return run_calibration(cmd, cal, nullptr);
+    if (cmd == "convert") {
+        OutputFile out(std::string(), stdout);
+        const int rc = cmd_convert(s.api, o, out);
+        return rc == 0 && !out.close() ? fail_output(out) : rc;
+    }
 
     std::vector<int> chosen;
     if (const int rc = connect_and_select(s, o, cmd == "read", chosen)) return rc;
@@ -422,12 +183,10 @@ int main(int argc, char** argv) {
         rc = cmd_info(s, o, out);
     else if (cmd == "read")
         rc = cmd_read(s, o, chosen, out);
-    else if (cmd == "set")
-        rc = cmd_set(s, o, out);
     else if (cmd == "calibrate")
         rc = run_calibration(cmd, cal, &s.api);
     else
-        rc = cmd_convert(s, o, out);
+        rc = cmd_set(s, o, out);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);
     if (stop_signal() != 0) return 128 + stop_signal();
     return rc;

@@ -2,15 +2,16 @@
 
 #include <signal.h>
 
-#include <algorithm>
-#include <chrono>
-#include <thread>
+#include <atomic>
 
 namespace {
 
-volatile sig_atomic_t g_stopSignal = 0;  // written by the handler only
+// Written by the handler only; read by the main thread and the reader
+// threads. A lock-free atomic is safe in a handler and between threads.
+std::atomic<int> g_stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "the stop flag must be lock-free");
 
-void on_stop(int signal) { g_stopSignal = signal; }
+void on_stop(int signal) { g_stopSignal.store(signal); }
 
 }  // namespace
 
@@ -24,13 +25,4 @@ void install_stop_signals() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
-int stop_signal() { return g_stopSignal; }
-
-void sleep_unless_stopped(double seconds) {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point until =
-        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-    const Clock::duration slice = std::chrono::milliseconds(50);
-    while (g_stopSignal == 0 && Clock::now() < until)
-        std::this_thread::sleep_for(std::min(slice, until - Clock::now()));
-}
+int stop_signal() { return g_stopSignal.load(); }

@@ -1,13 +1,11 @@
-// SIGINT and SIGTERM end a run cleanly: the current reading finishes (or is
-// abandoned), streaming stops, the sensors are disconnected and everything
-// read is on disk. A second signal ends the program at once.
+// SIGINT and SIGTERM end a run cleanly: a reading in progress is abandoned,
+// streaming stops, the sensors are disconnected and everything read is on
+// disk. A second signal ends the program at once.
 #ifndef ORU_TOOLS_STOP_SIGNALS_H
 #define ORU_TOOLS_STOP_SIGNALS_H
 
 void install_stop_signals();
 // 0 while no stop signal came, else its number.
 int stop_signal();
-// Sleeps up to `seconds`, returning early when a stop signal comes.
-void sleep_unless_stopped(double seconds);
 
 #endif

@@ -5,6 +5,7 @@ import csv
 import io
 import json
 import os
+import shlex
 import signal
 import subprocess
 import tempfile
@@ -72,9 +73,12 @@ class Arguments(CliTest):
                      "read --target 9000 --auto-exposure", "read --interval nan", "read --interval inf",
                      "read --interval 1e300", "read --interval -1", "read --duration nan", "read -n 2147483648",
                      "set", "set --gain 5", "set --range 300", "set --shutter 5000", "set --shutter -5",
-                     "--sensor all info", "read --format json --repeat 0"):
+                     "--sensor all info", "read --format json --repeat 0", "convert", "convert --clock 2",
+                     "convert --shutter 2355000", "convert --shutter 0", "convert --ms 0", "convert --ms nan",
+                     "convert --ms -3", "convert --ms 0.5", "convert --clock 0 --ms 3", "read -o ''",
+                     "read --plot ''", "--sensor '' info", "read -o x.svg --plot ./x.svg", "--virtual=11 list"):
             with self.subTest(args=args):
-                r = run("--virtual", *args.split())
+                r = run("--virtual", *shlex.split(args))
                 self.assertEqual((r.returncode, r.stdout), (2, ""))
                 self.assertRegex(r.stderr, r"^oru-sensor: [^\n]+\n$")
 
@@ -86,12 +90,17 @@ class Commands(CliTest):
                 ("--virtual=2 --sensor A4486-3-13-40-2 info", INFO), ("--virtual=2 --sensor 1 info", INFO),
                 ("--virtual set --shutter 3000 --gain 0 --range 200",
                  "shutter speed: 3000\nADC gain:      0\nADC range:     200\n"),
-                ("--virtual convert --shutter 1000", "shutter speed 1000 = 912.000 ms exposure at 1 MHz\n"),
-                ("--virtual convert --ms 912", "912.000 ms exposure = shutter speed 1726 at 1 MHz\n")]:
+                # Arithmetic only: no sensor needed, none asked.
+                ("convert --shutter 1000", "shutter speed 1000 = 912.000 ms exposure at 1 MHz\n"),
+                ("convert --ms 912", "912.000 ms exposure = shutter speed 1726 at 1 MHz\n"),
+                ("--virtual=0 convert --clock 2 --shutter 100", "shutter speed 100 = 45.000 ms exposure at 2 MHz\n"),
+                ("convert --ms 45 --clock 2", "45.000 ms exposure = shutter speed 169 at 2 MHz\n")]:
             with self.subTest(args=args):
                 self.assertEqual(self.ok(*args.split()), expected)
-        for sensor in ("5", "Z1-1-1-1-1"):
-            self.assertEqual(run("--virtual=2", "--sensor", sensor, "info").returncode, 1)
+        for sensor, reason in (("5", "index 5 (2 connected)"), ("Z1-1-1-1-1", "ID Z1-1-1-1-1"),
+                               ("99999999999999999999", "index 99999999999999999999 (2 connected)")):
+            r = run("--virtual=2", "--sensor", sensor, "info")
+            self.assertEqual((r.returncode, r.stderr), (1, "oru-sensor: no sensor with %s\n" % reason))
         r = run("--virtual", "-v", "list")  # the library's own lines go to stderr
         self.assertEqual(("[oru_device_api]" in r.stderr, "[oru_device_api]" in r.stdout), (True, False))
 
@@ -117,6 +126,20 @@ class ReadFormats(CliTest):
         self.assertEqual([(m["sensor_id"], m["shutter_speed"], len(m["values"])) for m in ms],
                          [(FIRST, 60, 1024)] * 3)
 
+    def test_saturation_is_one_rule_in_every_mode_and_the_table_warns(self):
+        # Streamed or spaced out, a filter counts when its average is at 4095 DN.
+        for mode in ("", "--interval 0.01"):
+            with self.subTest(mode=mode):
+                rows = parse(self.ok("--virtual", "read", "--shutter", "200", "-n", "5", "--format", "jsonl",
+                                     *mode.split(), env=SCENE))
+                self.assertEqual([r["saturated"] for r in rows], [sum(v >= 4095 for v in rows[0]["values"])])
+                self.assertGreater(rows[0]["saturated"], 100)
+        r = run("--virtual", "read", "-n", "2", env={"ORU_VSENSOR_PATTERN": "constant:4095"})
+        self.assertEqual((r.returncode, r.stdout.splitlines()[0].split()[-1], r.stdout.splitlines()[1].split()[-1]),
+                         (0, "sat", "1024"))
+        self.assertEqual(r.stderr, "oru-sensor: warning: sensor 0 (A4486-3-12-40-2): 1024 filters saturated "
+                         "(at 4095 DN in every frame); lower the shutter speed\n")
+
     def test_plot_of_one_reading_and_mean_with_band_of_many(self):
         for args, bands in (("--auto-exposure -n 2", 0), ("--shutter 80 -n 1 --repeat 10", 1)):
             with self.subTest(args=args):
@@ -135,12 +158,14 @@ class Rows(CliTest):
     def test_jsonl_for_every_sensor_in_turn(self):
         rows = parse(self.ok("--virtual=2", "--sensor", "all", "read", "-n", "2", "--repeat", "3", "--format",
                              "jsonl"))
-        self.assertEqual([row["sensor_id"] for row in rows], [FIRST, SECOND] * 3)
+        # Each sensor on its own: rows come as they are read, three of each.
+        self.assertEqual(sorted(row["sensor_id"] for row in rows), [FIRST] * 3 + [SECOND] * 3)
         for row in rows:
             self.check_row(row, row["sensor_id"], 2)
             self.assertEqual((len(row["values"]), row["gap"]), (1024, 0))
 
-    def test_spaced_readings_are_requests(self):
+    def test_spaced_readings_take_fresh_frames_without_sequence_numbers(self):
+        # Each from a stream of its own, whose numbers start again at 0.
         rows = parse(self.ok("--virtual", "read", "-n", "2", "--repeat", "2", "--interval", "0.05", "--format", "csv"))
         self.assertEqual([(r["first_sequence"], r["last_sequence"]) for r in rows], [("", "")] * 2)
 
@@ -168,6 +193,25 @@ class Rows(CliTest):
                     # Every frame once, in order: frame k of the run reads k, no gap.
                     self.assertEqual((int(row["first_sequence"]), float(row["f0"]), row["gap"]),
                                      (5 * k, 5 * k + 2, "0"))
+
+    def test_a_stop_signal_or_the_deadline_ends_a_long_reading_at_once(self):
+        # One reading of 100000 frames takes about 107 s; the run ends well before.
+        out = os.path.join(self.tmp, "long.csv")
+        env = dict(os.environ, ORU_VSENSOR_REALTIME="1")
+        p = subprocess.Popen([EXE, "--virtual", "read", "-n", "100000", "--repeat", "0", "-o", out], text=True,
+                             env=env, stderr=subprocess.PIPE)
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline and (not os.path.exists(out) or os.path.getsize(out) == 0):
+            time.sleep(0.02)
+        time.sleep(0.3)  # into the reading
+        p.send_signal(signal.SIGINT)
+        _, err = p.communicate(timeout=5)
+        self.assertEqual(p.returncode, 130, err)
+        with open(out) as f:
+            self.assertEqual(len(f.read().splitlines()), 1)  # the header, no half reading
+        r = run("--virtual", "read", "-n", "15000", "--duration", "1", "--format", "csv",
+                env={"ORU_VSENSOR_REALTIME": "1"}, timeout=6)
+        self.assertEqual((r.returncode, len(r.stdout.splitlines())), (0, 1), r.stderr)
 
     def test_lost_output_is_an_error(self):
         for args in ("read -o /dev/full --format csv", "read --plot /dev/full", "read -o /nonexistent/dir/x.csv"):
@@ -197,27 +241,67 @@ class Faults(CliTest):
                 self.assertRegex(r.stderr, r"^oru-sensor: [^\n]*" + expected + r"[^\n]*\n$")
                 self.assertNotIn("[vsensor]", r.stderr)
 
-    def test_lost_sensor_comes_back_and_the_gap_is_recorded(self):
-        # Sensor 1 of 2 fails, or is unplugged and plugged in again, while both
-        # stream; sensor 0 goes on without a gap, sensor 1 is back with one.
-        for faults in ("1:bulk-error", "1:unplug@2s,1:replug@3s"):
+    def test_one_sensor_lost_or_failing_never_holds_up_the_others(self):
+        # Sensor 1 fails, is unplugged for a while or for good, or stalls, while
+        # all stream: the others read every frame in order without a gap;
+        # sensor 1 is named by index and ID and either comes back with one
+        # gap, or is reported while the others read on, and the run ends with 1.
+        name = r"oru-sensor: sensor 1 \(A4486-3-13-40-2\)"
+        away = name + r" (failed|was removed); waiting for it to come back\n"
+        back = away + name + r" is back after \d+\.\d s\n$"
+        for faults, sensors, seconds, status, messages in (
+                ("1:bulk-error", 2, 3, 0, back), ("1:unplug@2s,1:replug@3s", 2, 4, 0, back),
+                ("1:unplug", 3, 3, 0, away),
+                ("1:stall", 3, 3, 1, name + r": reading filter data failed: the sensor did not answer in time "
+                 r"\(code -9\)\n$")):
             with self.subTest(faults=faults):
                 env = {"ORU_VSENSOR_FAULTS": faults, "ORU_VSENSOR_REALTIME": "1", "ORU_VSENSOR_PATTERN": "counter"}
-                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "4", "--format", "jsonl",
-                        env=env)
-                self.assertEqual(r.returncode, 0, r.stderr)
-                self.assertRegex(r.stderr, r"sensor A4486-3-13-40-2 (failed|was removed); waiting for it to come "
-                                 r"back\noru-sensor: sensor A4486-3-13-40-2 is back after \d+\.\d s\n$")
+                r = run("--virtual=%d" % sensors, "--sensor", "all", "read", "-n", "50", "--duration",
+                        str(seconds), "--format", "jsonl", env=env)
+                self.assertEqual(r.returncode, status, r.stderr)
+                self.assertRegex(r.stderr, "^" + messages)
                 rows = parse(r.stdout)
-                first = [(row["first_sequence"], row["gap"]) for row in rows if row["sensor_id"] == FIRST]
+                for other in (FIRST, "A4486-3-14-40-2")[:sensors - 1]:
+                    seen = [(row["first_sequence"], row["gap"]) for row in rows if row["sensor_id"] == other]
+                    self.assertEqual(seen, [(50 * k, 0) for k in range(len(seen))])
+                    self.assertGreater(len(seen), 20)  # 3 s of 54 ms readings, less the start
                 second = [row["gap"] for row in rows if row["sensor_id"] == SECOND]
-                self.assertEqual(first, [(50 * k, 0) for k in range(len(first))])
-                self.assertEqual(len([gap for gap in second if gap > 0]), 1, second)
-                self.assertEqual(second[-1], 0)  # and it reads on
-                r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "3", "--no-recover",
-                        env=env)
-                self.assertEqual(r.returncode, 1)
-                self.assertIn("(code -9)", r.stderr)
+                if status == 0 and back in messages:
+                    self.assertEqual(len([gap for gap in second if gap > 0]), 1, second)
+                    self.assertEqual(second[-1], 0)  # and it reads on
+                else:
+                    self.assertEqual(second, [])  # lost at its first frame
+        r = run("--virtual=2", "--sensor", "all", "read", "-n", "50", "--duration", "1", "--no-recover",
+                env={"ORU_VSENSOR_FAULTS": "1:bulk-error", "ORU_VSENSOR_REALTIME": "1"})
+        self.assertEqual(r.returncode, 1)
+        self.assertRegex(r.stderr, "^" + name + r": reading filter data failed: .*\(code -9\)\n$")
+
+    def test_whole_series_formats_keep_what_was_read(self):
+        # A stall, an unplug without recovery or a stop signal ends the run
+        # early: the document holds the readings taken, and the status says why.
+        env = {"ORU_VSENSOR_REALTIME": "1"}
+        for fmt, how, status in (("json", "0:stall@1500ms", 1), ("csv-columns", "0:unplug@1500ms", 1),
+                                 ("json", "SIGTERM", 143)):
+            with self.subTest(fmt=fmt, how=how):
+                out = os.path.join(self.tmp, "%s-%s" % (fmt, how))
+                args = [EXE, "--virtual", "read", "-n", "20", "--repeat", "100000", "--format", fmt, "-o", out]
+                if "unplug" in how:
+                    args.append("--no-recover")
+                p = subprocess.Popen(args, text=True, stderr=subprocess.PIPE,
+                                     env=dict(os.environ, ORU_VSENSOR_FAULTS=how if ":" in how else "", **env))
+                if how == "SIGTERM":
+                    time.sleep(1.5)
+                    p.send_signal(signal.SIGTERM)
+                _, err = p.communicate(timeout=30)
+                self.assertEqual(p.returncode, status, err)
+                with open(out) as f:
+                    text = f.read()
+                if fmt == "json":
+                    taken = len(json.load(io.StringIO(text))["measurements"])
+                else:
+                    taken = len(text.splitlines()[0].split(",")) - 1
+                    self.assertEqual(len(text.splitlines()), 1025)
+                self.assertGreater(taken, 5)
 
     def test_doctor_finds_no_device_then_permission_and_driver_problems(self):
         d = self.tmp  # empty at first: no device

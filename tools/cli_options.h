@@ -1,0 +1,29 @@
+// Everything the command line can say, filled in by the parser in
+// oru_sensor_main.cpp and read by the subcommands.
+#ifndef ORU_TOOLS_CLI_OPTIONS_H
+#define ORU_TOOLS_CLI_OPTIONS_H
+
+#include <string>
+
+struct Options {
+    std::string sensor;  // INDEX, ID or all; empty: the first
+    int virtual_sensors = -1;  // -1: USB hardware
+    bool verbose = false;
+    int averages = 10;
+    int shutter = 0;
+    bool auto_exposure = false;
+    bool no_recover = false;
+    int target = 3500;
+    int repeat = 1;  // 0: until stopped
+    double duration = 0.0;  // 0: no time limit
+    double interval = 0.0;
+    std::string format;  // default: table on standard output, csv into a file
+    std::string output;
+    std::string plot;
+    int gain = -1;
+    int range = -1;
+    int clock = 1;
+    double ms = -1.0;
+};
+
+#endif
