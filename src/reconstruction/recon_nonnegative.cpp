@@ -48,6 +48,15 @@ std::vector<int> where(const std::vector<char>& flags, char value) {
     return out;
 }
 
+// H x for an x that is 0 outside the free variables: one column per free
+// variable, as lines leave few of them.
+VectorXd times_h(const Factor& f, double l2, const VectorXd& x, const std::vector<char>& is_free) {
+    VectorXd hx = VectorXd::Zero(x.size());
+    for (Eigen::Index i = 0; i < x.size(); ++i)
+        if (is_free[size_t(i)] && x[i] != 0) hx += x[i] * (f.g.col(i) + l2 * f.m.col(i));
+    return hx;
+}
+
 }  // namespace
 
 VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, double lambda) {
@@ -69,7 +78,7 @@ VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, doub
     const double gradient_tol = 1e-9 * std::max(g.cwiseAbs().maxCoeff(), 1e-300);
     for (int release = 0; release < kMaxRelease; ++release) {
         // Let go of the held variable whose gradient pulls hardest upwards.
-        const VectorXd w = g - f.g * x - l2 * (f.m * x);
+        const VectorXd w = g - times_h(f, l2, x, is_free);
         Eigen::Index j = -1;
         for (Eigen::Index i = 0; i < n; ++i)
             if (!is_free[size_t(i)] && w[i] > gradient_tol && (j < 0 || w[i] > w[j])) j = i;
