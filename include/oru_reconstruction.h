@@ -34,7 +34,7 @@ extern "C" {
 #define DU_RECON_WARN_SETTINGS 1 /* master clock, ADC gain or range differ from the calibration's */
 
 typedef struct duReconstructionOptions {
-    const char* algorithm;  /* NULL: "TNNLS-GCV" */
+    const char* algorithm;  /* NULL: "TNNLS-LCurve" */
     double range_start_nm;  /* 0: the calibration's first wavelength */
     double range_end_nm;    /* 0: its last */
     double step_nm;         /* 0: the calibration's own step; otherwise at least that */

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks on the virtual sensor (bench/README.md has
 # the results and what they are measured against).
-#   scripts/bench.sh [frames|filter_data|streaming|cli_rows]... [-- GOOGLE_BENCHMARK_ARGS]
-# Default: all four. BUILD_DIR (default build-bench) can be set.
+#   scripts/bench.sh [frames|filter_data|streaming|cli_rows|reconstruction]... [-- GOOGLE_BENCHMARK_ARGS]
+# Default: all five. BUILD_DIR (default build-bench) can be set.
 # The streaming benchmarks run 10 s each; the whole set takes about 2 min.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,12 +10,12 @@ BUILD_DIR=${BUILD_DIR:-build-bench}
 sets=()
 while [ $# -gt 0 ] && [ "$1" != "--" ]; do sets+=("$1"); shift; done
 [ "${1:-}" = "--" ] && shift
-[ ${#sets[@]} -eq 0 ] && sets=(frames filter_data streaming cli_rows)
+[ ${#sets[@]} -eq 0 ] && sets=(frames filter_data streaming cli_rows reconstruction)
 targets=()
 for s in "${sets[@]}"; do
   case "$s" in
-    frames|filter_data|streaming|cli_rows) targets+=("bench_$s") ;;
-    *) echo "unknown benchmark set $s (frames, filter_data, streaming, cli_rows)" >&2; exit 2 ;;
+    frames|filter_data|streaming|cli_rows|reconstruction) targets+=("bench_$s") ;;
+    *) echo "unknown benchmark set $s (frames, filter_data, streaming, cli_rows, reconstruction)" >&2; exit 2 ;;
   esac
 done
 

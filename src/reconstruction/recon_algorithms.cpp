@@ -33,7 +33,7 @@ std::string provided_list() {
 }  // namespace
 
 const Algorithm* find_algorithm(const char* name, std::string* why) {
-    if (!name) name = "TNNLS-GCV";
+    if (!name) name = "TNNLS-LCurve";
     for (const Algorithm& a : kAlgorithms)
         if (!strcasecmp(a.name, name)) return &a;
     for (const char* other : kNotProvided)
