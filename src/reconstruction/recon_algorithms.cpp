@@ -19,7 +19,7 @@ const Algorithm kAlgorithms[] = {
 // Names of the published algorithm table whose meaning is not defined here.
 const char* const kNotProvided[] = {"NNLS-SC", "NNLS-SCA-LCurve", "NNLS-SCA-GCV"};
 
-// The L1 solution keeps the smoothness at this fraction of its GCV weight:
+// The L1 solution keeps the smoothness at this fraction of its L-curve weight:
 // less splits an LED's line into spikes, and the L1 term alone leaves the
 // free variables' system near singular under broad light.
 constexpr double kL1SmoothFraction = 1.0;
@@ -64,7 +64,7 @@ double solve(const Algorithm& a, const Factor& f, const VectorXd& b, VectorXd* x
         *x = nonnegative(f, g, c, lambda);
         return lambda;
     }
-    // The L1 weight is the universal threshold: the noise level the GCV fit
+    // The L1 weight is the universal threshold: the noise level the L-curve fit
     // leaves, times sqrt(2 ln n), times a typical column's length.
     const double sigma = std::sqrt(s.residual2(lambda) / std::max(1.0, s.m - s.trace(lambda)));
     const double n = double(g.size());
