@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks on the virtual sensor (bench/README.md has
 # the results and what they are measured against).
-#   scripts/bench.sh [frames|filter_data|streaming|cli_rows|python]... [-- GOOGLE_BENCHMARK_ARGS]
-# Default: all five (python: the binding's stream against the C reader,
+#   scripts/bench.sh [frames|filter_data|streaming|cli_rows|python|reconstruction]... [-- GOOGLE_BENCHMARK_ARGS]
+# Default: all six (python: the binding's stream against the C reader,
 # bench/python_stream.py). BUILD_DIR (default build-bench) can be set.
 # The streaming benchmarks run 10 s each; the whole set takes about 2 min.
 set -euo pipefail
@@ -11,13 +11,13 @@ BUILD_DIR=${BUILD_DIR:-build-bench}
 sets=()
 while [ $# -gt 0 ] && [ "$1" != "--" ]; do sets+=("$1"); shift; done
 [ "${1:-}" = "--" ] && shift
-[ ${#sets[@]} -eq 0 ] && sets=(frames filter_data streaming cli_rows python)
+[ ${#sets[@]} -eq 0 ] && sets=(frames filter_data streaming cli_rows python reconstruction)
 targets=()
 for s in "${sets[@]}"; do
   case "$s" in
-    frames|filter_data|streaming|cli_rows) targets+=("bench_$s") ;;
+    frames|filter_data|streaming|cli_rows|reconstruction) targets+=("bench_$s") ;;
     python) targets+=(stream_reader oru_device vsensor_dropin) ;;
-    *) echo "unknown benchmark set $s (frames, filter_data, streaming, cli_rows, python)" >&2; exit 2 ;;
+    *) echo "unknown benchmark set $s (frames, filter_data, streaming, cli_rows, python, reconstruction)" >&2; exit 2 ;;
   esac
 done
 

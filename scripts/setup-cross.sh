@@ -8,7 +8,8 @@ case "$arch" in
   armhf) triplet=arm-linux-gnueabihf ;;
   *) echo "unknown target $arch" >&2; exit 2 ;;
 esac
-PACKAGES=(g++-$triplet qemu-user libusb-1.0-0-dev:$arch libgtest-dev:$arch libstdc++6:$arch)
+# Eigen is headers only, the same for every architecture.
+PACKAGES=(g++-$triplet qemu-user libusb-1.0-0-dev:$arch libgtest-dev:$arch libstdc++6:$arch libeigen3-dev)
 
 missing=()
 for p in "${PACKAGES[@]}"; do

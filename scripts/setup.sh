@@ -12,7 +12,7 @@ BUILD_PACKAGES=(
   build-essential cmake pkg-config
   libusb-1.0-0-dev
   libcli11-dev nlohmann-json3-dev
-  libhdf5-dev
+  libhdf5-dev libeigen3-dev
   python3 python3-numpy
 )
 TEST_PACKAGES=(
