@@ -19,6 +19,9 @@
 #include "reading_source.h"
 #include "stop_signals.h"
 #include "svg_plot.h"
+#ifdef ORU_SENSOR_LOG
+#include "log_command.h"
+#endif
 
 namespace {
 
@@ -112,7 +115,7 @@ int connect_and_select(Session& s, const Options& o, bool all_allowed, std::vect
     }
     s.connected = true;
     if (o.sensor == "all") {
-        if (!all_allowed) return usage_error("--sensor all works with read only");
+        if (!all_allowed) return usage_error("--sensor all works with read and log only");
         for (int i = 0; i < n; ++i) chosen.push_back(i);
         return 0;
     }
@@ -310,6 +313,19 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     return 0;
 }
 
+#ifdef ORU_SENSOR_LOG
+int cmd_log(Session& s, const Options& o, const std::vector<int>& chosen, const LogOptions& lo) {
+    Progress progress(false);
+    std::vector<SourceSensor> sensors;
+    for (int index : chosen) {
+        s.api.duActivateSensorWithIndex(index);
+        if (const int rc = prepare_exposure(s, o, progress)) return rc;
+        sensors.push_back({index, id_of_active(s.api), s.api.duGetShutterSpeed()});
+    }
+    return run_log(s.api, sensors, o.averages, lo);
+}
+#endif
+
 // The command line, with a subcommand per job; global options may also
 // follow the subcommand.
 void describe(CLI::App& app, Options& o) {
@@ -376,6 +392,10 @@ int main(int argc, char** argv) {
     Options o;
     CLI::App app{"", "oru-sensor"};
     describe(app, o);
+#ifdef ORU_SENSOR_LOG
+    LogOptions lo;
+    describe_log(app, lo, o.averages, o.shutter);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -393,6 +413,7 @@ int main(int argc, char** argv) {
     if (cmd == "set" && o.shutter == 0 && o.gain < 0 && o.range < 0)
         return usage_error("set needs --shutter, --gain or --range");
     if (cmd == "read" && command->count("--duration") > 0 && command->count("--repeat") == 0) o.repeat = 0;
+    if (cmd == "log" && o.sensor.empty()) o.sensor = "all";
     if (o.format.empty()) o.format = o.output.empty() ? "table" : "csv";
     if (cmd == "read" && (o.format == "json" || o.format == "csv-columns") && o.repeat == 0)
         return usage_error("--format " + o.format + " needs a number of readings (--repeat K)");
@@ -408,7 +429,7 @@ int main(int argc, char** argv) {
     install_stop_signals();
 
     std::vector<int> chosen;
-    if (const int rc = connect_and_select(s, o, cmd == "read", chosen)) return rc;
+    if (const int rc = connect_and_select(s, o, cmd == "read" || cmd == "log", chosen)) return rc;
     OutputFile out(cmd == "read" ? o.output : std::string(), stdout);
     if (!out.opened()) return fail_output(out);
     int rc = 0;
@@ -420,6 +441,10 @@ int main(int argc, char** argv) {
         rc = cmd_read(s, o, chosen, out);
     else if (cmd == "set")
         rc = cmd_set(s, o, out);
+#ifdef ORU_SENSOR_LOG
+    else if (cmd == "log")
+        rc = cmd_log(s, o, chosen, lo);
+#endif
     else
         rc = cmd_convert(s, o, out);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);
