@@ -2,7 +2,10 @@
 // reading, the settings as attributes of the file. Written in SWMR mode, so
 // h5py can follow the file while it grows (File(path, "r", swmr=True)) and a
 // killed logger leaves every row up to its last flush readable.
+#include <fcntl.h>
 #include <hdf5.h>
+#include <stdio.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <ctime>
@@ -182,18 +185,26 @@ std::unique_ptr<LogFile> create_hdf5_log_file(const std::string& path, const Log
                                               const MeasurementApi& api, std::string& error) {
     // Our own messages say what failed; HDF5's stack dump would only repeat it.
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    // Made under a name no reader looks for, and given its own name only once
+    // its structure is on the disk: a kill in between leaves no broken file.
+    const std::size_t slash = path.rfind('/') + 1;
+    const std::string part = path.substr(0, slash) + "." + path.substr(slash) + ".part";
     const hid_t access = H5Pcreate(H5P_FILE_ACCESS);
     // SWMR needs the newest file format.
     H5Pset_libver_bounds(access, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST);
-    const hid_t file = H5Fcreate(path.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, access);
+    const hid_t file = H5Fcreate(part.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access);
     H5Pclose(access);
     if (file < 0) {
         error = "cannot create " + path;
         return nullptr;
     }
     auto log = std::make_unique<Hdf5LogFile>(file, info);
-    if (!log->start(api)) {
-        error = path + ": " + log->error();
+    const bool started = log->start(api);
+    // Never over an existing file, even one made since the name was chosen.
+    if (!started || ::renameat2(AT_FDCWD, part.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0) {
+        error = started ? "cannot create " + path + ": it exists" : path + ": " + log->error();
+        log.reset();
+        ::unlink(part.c_str());
         return nullptr;
     }
     return log;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -70,6 +71,8 @@ int run_log(const OruApi& api, const std::vector<SourceSensor>& sensors, int ave
     log_format_from_name(o.format, config.format);
     parse_log_limit(o.rotate, config.rotate, error);
     parse_log_limit(o.keep, config.keep, error);
+    // Readers following a file see rows well before it is done.
+    if (config.rotate.seconds > 0) config.flush_seconds = std::min(1.0, config.rotate.seconds / 4);
     if (::mkdir(o.dir.c_str(), 0755) != 0 && errno != EEXIST)
         return log_failure("cannot make " + o.dir + ": " + std::strerror(errno));
     prune_log_dir(config.dir, config.keep, {});
