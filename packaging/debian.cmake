@@ -42,9 +42,14 @@ set(CPACK_DEBIAN_DEV_DESCRIPTION "driver library for the ORU USB spectral sensor
 Headers, pkg-config file and CMake package of liboru_device.")
 set(CPACK_DEBIAN_CLI_PACKAGE_NAME oru-sensor)
 set(CPACK_DEBIAN_CLI_PACKAGE_SECTION utils)
+# h5py reads the HDF5 logs; mosquitto-clients shows what the logger publishes.
+set(CPACK_DEBIAN_CLI_PACKAGE_SUGGESTS "python3-h5py, mosquitto-clients")
+set(CPACK_DEBIAN_CLI_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/oru-sensor/postinst)
 set(CPACK_DEBIAN_CLI_DESCRIPTION "command-line tool for the ORU USB spectral sensor
 Lists sensors, reads and logs filter data as CSV or JSON Lines, sets the
-exposure and checks the machine's set-up.")
+exposure and checks the machine's set-up. Logs unattended as a systemd
+service into rotating CSV, JSON Lines or HDF5 files, and publishes readings
+and health to an MQTT broker.")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-oru-sensor)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3")
