@@ -166,6 +166,26 @@ class Files(LoggerTest):
                 firsts += [int(s) for s in f["sequence"][:, 0]]
         self.assert_no_sequence_gap(firsts)
 
+    def test_systemd_hears_ready_status_watchdog_and_stopping(self):
+        # The notification socket as systemd gives it to a Type=notify service.
+        path = os.path.join(self.tmp, "notify")
+        sock = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(sock.close)
+        sock.bind(path)
+        sock.settimeout(30)
+        ENV.update(NOTIFY_SOCKET=path, WATCHDOG_USEC="400000")
+        self.addCleanup(lambda: [ENV.pop(k) for k in ("NOTIFY_SOCKET", "WATCHDOG_USEC")])
+        proc = self.start("--status-every", "0.3")
+        messages = []
+        while not any(m.startswith("STATUS=%s " % IDS[0]) for m in messages) or "WATCHDOG=1" not in messages:
+            messages.append(sock.recv(4096).decode())
+        self.stop(proc)
+        while "STOPPING=1" not in messages:
+            messages.append(sock.recv(4096).decode())
+        self.assertEqual(messages[0], "READY=1\nSTATUS=logging")
+        self.assertRegex(next(m for m in messages if m.startswith("STATUS=A")),
+                         r"^STATUS=A4486-3-12-40-2 \d+\.\d readings/s, 0 frames dropped, 0 reconnects$")
+
     def test_bad_options_are_usage_errors(self):
         for args in (["--rotate", "10"], ["--keep", "5 GB"], ["--format", "xml"], ["--mqtt", "http://h/p"],
                      ["--mqtt", "mqtt://h:99999/p"], ["--mqtt", "mqtt://h"], ["--publish-every", "5"]):
