@@ -12,6 +12,7 @@
 
 #include "cli_errors.h"
 #include "cli_format.h"
+#include "cli_version.h"
 #include "doctor.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
@@ -329,10 +330,11 @@ int cmd_log(Session& s, const Options& o, const std::vector<int>& chosen, const 
 // The command line, with a subcommand per job; global options may also
 // follow the subcommand.
 void describe(CLI::App& app, Options& o) {
-    app.description("list, inspect and read ORU spectral sensors");
+    app.description("list, inspect, read and log ORU spectral sensors");
     app.require_subcommand(1);
     app.fallthrough();
-    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read only); default the first");
+    app.set_version_flag("--version", version_text, "print the program's and the library's version");
+    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read; log reads all by default); default the first");
     app.add_flag("--virtual{1}", o.virtual_sensors, "run on N virtual sensors (default 1) instead of USB hardware")
         ->expected(0, 1)
         ->check(CLI::Range(0, 16));
@@ -401,6 +403,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         return usage_error(e.what());
