@@ -35,6 +35,8 @@ struct Options {
     int shutter = 0;
     bool auto_exposure = false;
     bool no_recover = false;
+    bool force = false;   // -o replaces an existing file
+    bool append = false;  // -o adds to an existing file
     int target = 3500;
     int repeat = 1;  // 0: until stopped
     double duration = 0.0;  // 0: no time limit
@@ -276,7 +278,13 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     // Back-to-back readings come from the streams, so that none shares or
     // skips a frame; spaced-out readings are fresh requests each.
     ReadingSource source(s.api, sensors, o.averages, o.interval == 0.0, !o.no_recover);
-    if (!out.write(format_header(format))) return fail_output(out);
+    const std::string header = format_header(format);
+    // JSON Lines without a header: the file must at least hold JSON objects.
+    if (out.appending() && !out.begins_with(header.empty() ? "{" : header)) {
+        std::fprintf(stderr, "oru-sensor: %s has other columns or settings; not appended to\n", o.output.c_str());
+        return 1;
+    }
+    if (!out.appending() && !out.write(header)) return fail_output(out);
     if (const int r = source.start(); r < 0) return fail("starting the frame stream failed", r);
 
     std::vector<Measurement> kept;  // for the whole-series formats and the plot
@@ -365,7 +373,11 @@ void describe(CLI::App& app, Options& o) {
                      "reading; the default for -o), jsonl (an object per line), json (one document at the end) "
                      "or csv-columns (a column per reading, at the end)")
         ->check(CLI::IsMember(format_names()));
-    read->add_option("-o,--output", o.output, "write to FILE instead of standard output");
+    CLI::Option* output = read->add_option("-o,--output", o.output, "write to FILE instead of standard output");
+    CLI::Option* force = read->add_flag("--force", o.force, "replace the -o file if it exists")->needs(output);
+    read->add_flag("--append", o.append, "add to the -o file if it exists (csv and jsonl with the same columns)")
+        ->needs(output)
+        ->excludes(force);
     read->add_option("--plot", o.plot, "also draw the filter outputs as an SVG line plot");
     read->add_flag("--no-recover", o.no_recover,
                    "end with an error when a sensor is removed or fails, instead of waiting for it to come "
@@ -419,6 +431,8 @@ int main(int argc, char** argv) {
     if (cmd == "read" && command->count("--duration") > 0 && command->count("--repeat") == 0) o.repeat = 0;
     if (cmd == "log" && o.sensor.empty()) o.sensor = "all";
     if (o.format.empty()) o.format = o.output.empty() ? "table" : "csv";
+    if (cmd == "read" && o.append && o.format != "csv" && o.format != "jsonl")
+        return usage_error("--append works with --format csv or jsonl");
     if (cmd == "read" && (o.format == "json" || o.format == "csv-columns") && o.repeat == 0)
         return usage_error("--format " + o.format + " needs a number of readings (--repeat K)");
 
@@ -434,7 +448,8 @@ int main(int argc, char** argv) {
 
     std::vector<int> chosen;
     if (const int rc = connect_and_select(s, o, cmd == "read" || cmd == "log", chosen)) return rc;
-    OutputFile out(cmd == "read" ? o.output : std::string(), stdout);
+    OutputFile out(cmd == "read" ? o.output : std::string(), stdout,
+                   o.force ? OutputMode::Replace : o.append ? OutputMode::Append : OutputMode::Refuse);
     if (!out.opened()) return fail_output(out);
     int rc = 0;
     if (cmd == "list")

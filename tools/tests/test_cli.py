@@ -72,7 +72,8 @@ class Arguments(CliTest):
                      "read --target 9000 --auto-exposure", "read --interval nan", "read --interval inf",
                      "read --interval 1e300", "read --interval -1", "read --duration nan", "read -n 2147483648",
                      "set", "set --gain 5", "set --range 300", "set --shutter 5000", "set --shutter -5",
-                     "--sensor all info", "read --format json --repeat 0"):
+                     "--sensor all info", "read --format json --repeat 0", "read --force",
+                     "read -o x.csv --force --append", "read -o x.json --format json --append"):
             with self.subTest(args=args):
                 r = run("--virtual", *args.split())
                 self.assertEqual((r.returncode, r.stdout), (2, ""))
@@ -168,6 +169,22 @@ class Rows(CliTest):
                     # Every frame once, in order: frame k of the run reads k, no gap.
                     self.assertEqual((int(row["first_sequence"]), float(row["f0"]), row["gap"]),
                                      (5 * k, 5 * k + 2, "0"))
+
+    def test_existing_output_is_refused_replaced_or_appended_to(self):
+        path = os.path.join(self.tmp, "out.csv")
+        self.ok("--virtual", "read", "-o", path)
+        r = run("--virtual", "read", "-o", path)
+        self.assertEqual(r.returncode, 1)
+        self.assertEqual(r.stderr, "oru-sensor: %s exists; --force replaces it, --append adds to it\n" % path)
+        self.ok("--virtual", "read", "-o", path, "--append", "--repeat", "2")
+        with open(path) as f:
+            self.assertEqual(len(parse(f.read())), 3)  # one header, three rows
+        for args, code, rows in ((["--append", "--format", "jsonl"], 1, 3), (["--force"], 0, 1)):
+            with self.subTest(args=args):
+                r = run("--virtual", "read", "-o", path, *args)
+                self.assertEqual(r.returncode, code, r.stderr)
+                with open(path) as f:
+                    self.assertEqual(len(parse(f.read())), rows)
 
     def test_lost_output_is_an_error(self):
         for args in ("read -o /dev/full --format csv", "read --plot /dev/full", "read -o /nonexistent/dir/x.csv"):
