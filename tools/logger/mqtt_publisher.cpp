@@ -223,12 +223,10 @@ private:
             json.erase("values");
         } else if (m_options.publish_values == "summary") {
             json.erase("values");
-            const auto [lo, hi] = std::minmax_element(m.values.begin(), m.values.end());
-            double sum = 0;
-            for (double v : m.values) sum += v;
-            json["summary"] = {{"min", *lo},
-                               {"max", *hi},
-                               {"mean", std::round(sum / static_cast<double>(m.values.size()) * 1e4) / 1e4},
+            const Summary s = summarize(m.values);
+            json["summary"] = {{"min", s.min},
+                               {"max", s.max},
+                               {"mean", std::round(s.mean * 1e4) / 1e4},
                                {"saturated", m.saturated}};
         }
         return json.dump();

@@ -25,6 +25,9 @@ struct LimitCase {
     uint64_t bytes;
 };
 
+// Names each case by its text in the test's output.
+void PrintTo(const LimitCase& c, std::ostream* os) { *os << '"' << c.text << '"'; }
+
 class LogLimitParse : public ::testing::TestWithParam<LimitCase> {};
 
 TEST_P(LogLimitParse, GivesTimeOrSizeOrRefuses) {

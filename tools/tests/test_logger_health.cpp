@@ -15,6 +15,9 @@ struct UrlCase {
     const char* prefix = "";
 };
 
+// Names each case by its text in the test's output.
+void PrintTo(const UrlCase& c, std::ostream* os) { *os << '"' << c.text << '"'; }
+
 class MqttUrlParse : public ::testing::TestWithParam<UrlCase> {};
 
 TEST_P(MqttUrlParse, GivesHostPortPrefixOrRefuses) {
