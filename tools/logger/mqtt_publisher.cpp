@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <deque>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -17,42 +18,93 @@ constexpr int kQos = 1;
 constexpr int kKeepAliveS = 30;
 // Back-off between reconnects: 1 s doubling to 30 s.
 constexpr unsigned kReconnectMinS = 1, kReconnectMaxS = 30;
-// Unacknowledged messages a client may hold (about 10 s of readings at the
-// sensor's full rate); beyond that they are counted as not published.
+// Unacknowledged messages a client hands to libmosquitto at most, and
+// messages it keeps while the broker is away (about 10 s of readings at the
+// sensor's full rate each); beyond that they are counted as not published.
 constexpr int kMaxPending = 1000;
+constexpr std::size_t kMaxQueued = 1000;
 constexpr const char* kOffline = "offline";
+
+// A message waiting for the broker.
+struct Message {
+    std::string topic, payload;
+    bool retain;
+};
 
 // One sensor's connection. The counters are written by the reading loop
 // (publish) and the client's network thread (callbacks); atomics, no lock.
+// Lock order: queue_lock, then status_lock; libmosquitto's own locks after both.
 struct Client {
     std::string sensor_id;
     std::string reading_topic, status_topic;
     mosquitto* mosq = nullptr;
     std::atomic<bool> connected{false};
     std::atomic<bool> ever_connected{false};
-    std::atomic<int> pending{0};             // published, not yet acknowledged
+    std::atomic<int> pending{0};  // handed to libmosquitto, not yet acknowledged
     std::atomic<uint64_t> reconnects{0};
     std::atomic<uint64_t> not_published{0};
     uint64_t readings_seen = 0;  // reading loop only
-    std::mutex status_lock;      // guards last_status
-    std::string last_status;     // sent again at every (re)connect
+    std::mutex queue_lock;       // guards queue
+    // What waits while the broker is away (or too much is unacknowledged),
+    // oldest first; filled by publish(), emptied by drain().
+    std::deque<Message> queue;
+    std::mutex status_lock;   // guards last_status
+    std::string last_status;  // sent again at every (re)connect
 };
+
+bool send(Client& c, const Message& m) {
+    if (!c.connected || c.pending >= kMaxPending) return false;
+    ++c.pending;
+    if (mosquitto_publish(c.mosq, nullptr, m.topic.c_str(), static_cast<int>(m.payload.size()), m.payload.data(),
+                          kQos, m.retain) == MOSQ_ERR_SUCCESS)
+        return true;
+    --c.pending;
+    return false;
+}
+
+// Sends what waits, in order, as far as the connection takes it. Called
+// with queue_lock held.
+void drain(Client& c) {
+    while (!c.queue.empty() && send(c, c.queue.front())) c.queue.pop_front();
+}
+
+bool idle(Client& c) {
+    std::lock_guard<std::mutex> hold(c.queue_lock);
+    return c.queue.empty() && c.pending == 0;
+}
+
+// From the reading loop and the status thread: never waits on the network.
+void publish(Client& c, Message m) {
+    std::lock_guard<std::mutex> hold(c.queue_lock);
+    drain(c);
+    if (c.queue.empty() && send(c, m)) return;
+    if (c.queue.size() >= kMaxQueued) {
+        ++c.not_published;
+        return;
+    }
+    c.queue.push_back(std::move(m));
+}
 
 void on_connect(mosquitto*, void* user, int rc) {
     auto* c = static_cast<Client*>(user);
     if (rc != 0) return;
     if (c->ever_connected.exchange(true)) ++c->reconnects;
     c->connected = true;
+    std::lock_guard<std::mutex> hold(c->queue_lock);
+    drain(*c);
     // The will may have replaced the status while we were away.
-    std::lock_guard<std::mutex> hold(c->status_lock);
-    if (!c->last_status.empty())
-        mosquitto_publish(c->mosq, nullptr, c->status_topic.c_str(), static_cast<int>(c->last_status.size()),
-                          c->last_status.data(), kQos, true);
+    std::lock_guard<std::mutex> hold_status(c->status_lock);
+    if (!c->last_status.empty() && c->queue.empty()) send(*c, {c->status_topic, c->last_status, true});
 }
 
 void on_disconnect(mosquitto*, void* user, int) { static_cast<Client*>(user)->connected = false; }
 
-void on_publish(mosquitto*, void* user, int) { --static_cast<Client*>(user)->pending; }
+void on_publish(mosquitto*, void* user, int) {
+    auto* c = static_cast<Client*>(user);
+    --c->pending;
+    std::lock_guard<std::mutex> hold(c->queue_lock);
+    drain(*c);
+}
 
 bool read_auth_file(const std::string& path, std::string& user, std::string& password, std::string& error) {
     std::ifstream in(path);
@@ -116,7 +168,7 @@ public:
     bool write(const duSensorMetadata& sensor, const Measurement& m) override {
         Client* c = find(m.sensor_id);
         if (!c || (c->readings_seen++ % static_cast<uint64_t>(m_options.publish_every)) != 0) return true;
-        publish(*c, c->reading_topic, reading_payload(sensor, m), false);
+        publish(*c, {c->reading_topic, reading_payload(sensor, m), false});
         return true;
     }
 
@@ -138,7 +190,7 @@ public:
                 std::lock_guard<std::mutex> hold(c->status_lock);
                 c->last_status = text;
             }
-            publish(*c, c->status_topic, text, true);
+            publish(*c, {c->status_topic, text, true});
         }
     }
 
@@ -163,8 +215,8 @@ public:
         for (auto& c : m_clients) {
             if (!c->mosq) continue;
             if (c->connected) {
-                publish(*c, c->status_topic, kOffline, true);
-                for (int i = 0; i < 20 && c->pending > 0 && c->connected; ++i) ::usleep(50000);
+                publish(*c, {c->status_topic, kOffline, true});
+                for (int i = 0; i < 20 && !idle(*c) && c->connected; ++i) ::usleep(50000);
             }
             mosquitto_disconnect(c->mosq);
             mosquitto_loop_stop(c->mosq, true);
@@ -184,19 +236,6 @@ private:
         for (auto& c : m_clients)
             if (c->sensor_id == id) return c.get();
         return nullptr;
-    }
-
-    void publish(Client& c, const std::string& topic, const std::string& payload, bool retain) {
-        if (c.pending >= kMaxPending) {
-            ++c.not_published;
-            return;
-        }
-        ++c.pending;
-        if (mosquitto_publish(c.mosq, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(),
-                              kQos, retain) != MOSQ_ERR_SUCCESS) {
-            --c.pending;
-            ++c.not_published;
-        }
     }
 
     // The reading's row as the files have it (the library's formatter), with

@@ -226,7 +226,8 @@ class Mqtt(LoggerTest):
                  "a status that counts the reconnect")
         err = self.stop(proc)
         self.assertIn("mqtt away (reconnecting)", err)
-        self.assertRegex(err, r"mqtt connected, 1 reconnect, \d+ not published\n$")
+        # What came while the broker was away waited in the queue and went out.
+        self.assertRegex(err, r"mqtt connected, 1 reconnect, 0 not published\n$")
         firsts = [int(row["first_sequence"]) for path in self.files(IDS[0], "csv") for row in csv_rows(path)]
         self.assert_no_sequence_gap(firsts)
         # A clean stop leaves "offline" as the retained status.
