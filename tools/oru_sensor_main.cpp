@@ -342,7 +342,8 @@ void describe(CLI::App& app, Options& o) {
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", version_text, "print the program's and the library's version");
-    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read; log reads all by default); default the first");
+    app.add_option("--sensor", o.sensor,
+                   "choose the sensor: INDEX, ID, or all (read; log reads all by default); default the first");
     app.add_flag("--virtual{1}", o.virtual_sensors, "run on N virtual sensors (default 1) instead of USB hardware")
         ->expected(0, 1)
         ->check(CLI::Range(0, 16));

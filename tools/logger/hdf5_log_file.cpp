@@ -50,9 +50,8 @@ public:
         api.duExactExposureTimeUs(m_info.sensor.settings.master_clock, m_info.shutter_speed, &exposure_us);
         const duReadingSettings& s = m_info.sensor.settings;
         bool ok = m_gap.id >= 0 && text_attribute("sensor_id", m_info.sensor.sensor_id) &&
-                  text_attribute("library_version", api.duGetLibraryVersion()) &&
-                  text_attribute("mode", "raw") && text_attribute("unit", "DN") &&
-                  text_attribute("start_utc", utc_text(m_info.start_ns)) &&
+                  text_attribute("library_version", api.duGetLibraryVersion()) && text_attribute("mode", "raw") &&
+                  text_attribute("unit", "DN") && text_attribute("start_utc", utc_text(m_info.start_ns)) &&
                   int_attribute("shutter_speed", m_info.shutter_speed) &&
                   int_attribute("master_clock", s.master_clock) && int_attribute("adc_gain", s.adc_gain) &&
                   int_attribute("adc_range", s.adc_range) && int_attribute("averages", m_info.averages) &&
@@ -164,9 +163,7 @@ private:
         return ok;
     }
     bool int_attribute(const char* name, int32_t value) { return number_attribute(name, H5T_NATIVE_INT32, &value); }
-    bool double_attribute(const char* name, double value) {
-        return number_attribute(name, H5T_NATIVE_DOUBLE, &value);
-    }
+    bool double_attribute(const char* name, double value) { return number_attribute(name, H5T_NATIVE_DOUBLE, &value); }
 
     hid_t m_file;
     LogFileInfo m_info;

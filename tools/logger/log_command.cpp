@@ -99,8 +99,8 @@ int run_log(const OruApi& api, const std::vector<SourceSensor>& sensors, int ave
             if (mqtt) mqtt->publish_status(s);
         });
     ReadingSource source(api, sensors, averages, true, true);
-    if (const int r = source.start(); r < 0) return log_failure("starting the frame streams failed (code " +
-                                                                std::to_string(r) + ")");
+    if (const int r = source.start(); r < 0)
+        return log_failure("starting the frame streams failed (code " + std::to_string(r) + ")");
     status.start();
     int rc = 0;
     while (rc == 0 && stop_signal() == 0) {
@@ -109,8 +109,8 @@ int run_log(const OruApi& api, const std::vector<SourceSensor>& sensors, int ave
             const int r = source.read(i, m);
             if (r == ReadingSource::kStopped) break;
             if (r < 0) {
-                if (stop_signal() == 0) rc = log_failure("reading " + sensors[i].id + " failed (code " +
-                                                         std::to_string(r) + ")");
+                if (stop_signal() == 0)
+                    rc = log_failure("reading " + sensors[i].id + " failed (code " + std::to_string(r) + ")");
                 break;
             }
             // A sensor that came back was set up afresh: its settings again.

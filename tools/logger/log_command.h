@@ -18,9 +18,9 @@ struct LogOptions {
     std::string rotate = "1h";
     std::string keep;
     double status_every = 60.0;
-    std::string mqtt;           // mqtt://HOST[:PORT]/PREFIX or mqtts://...
-    std::string mqtt_ca;        // CA file for mqtts
-    std::string mqtt_auth;      // file: user on the first line, password on the second
+    std::string mqtt;  // mqtt://HOST[:PORT]/PREFIX or mqtts://...
+    std::string mqtt_ca;  // CA file for mqtts
+    std::string mqtt_auth;  // file: user on the first line, password on the second
     int publish_every = 1;
     std::string publish_values = "summary";
 };

@@ -14,9 +14,12 @@ bool log_format_from_name(const std::string& name, LogFormat& format) {
 
 const char* log_format_extension(LogFormat format) {
     switch (format) {
-        case LogFormat::Csv: return "csv";
-        case LogFormat::JsonLines: return "jsonl";
-        case LogFormat::Hdf5: return "h5";
+    case LogFormat::Csv:
+        return "csv";
+    case LogFormat::JsonLines:
+        return "jsonl";
+    case LogFormat::Hdf5:
+        return "h5";
     }
     return "";
 }

@@ -50,8 +50,8 @@ std::string health_text(const std::vector<SensorHealth>& sensors) {
         char part[256];
         std::snprintf(part, sizeof part, "%s%s %.1f readings/s, %llu frames dropped, %llu reconnect%s",
                       text.empty() ? "" : "; ", s.sensor_id.c_str(), s.readings_per_s,
-                      static_cast<unsigned long long>(s.dropped_frames),
-                      static_cast<unsigned long long>(s.reconnects), s.reconnects == 1 ? "" : "s");
+                      static_cast<unsigned long long>(s.dropped_frames), static_cast<unsigned long long>(s.reconnects),
+                      s.reconnects == 1 ? "" : "s");
         text += part;
         if (s.reconnects > 0) {
             std::snprintf(part, sizeof part, " (last gap %.1f s)", s.last_gap_s);

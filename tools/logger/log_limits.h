@@ -9,7 +9,7 @@
 
 struct LogLimit {
     double seconds = 0.0;  // 0: no time limit
-    uint64_t bytes = 0;    // 0: no size limit
+    uint64_t bytes = 0;  // 0: no size limit
     bool none() const { return seconds <= 0.0 && bytes == 0; }
 };
 

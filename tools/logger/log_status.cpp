@@ -41,7 +41,8 @@ void LogStatus::report() {
 
 void LogStatus::run() {
     using Clock = std::chrono::steady_clock;
-    auto next_status = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_every_s));
+    auto next_status =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_every_s));
     const double tick_s = m_watchdog_s > 0 ? std::min(m_watchdog_s, m_every_s) : m_every_s;
     std::unique_lock<std::mutex> hold(m_lock);
     while (!m_stop) {

@@ -44,19 +44,19 @@ struct Client {
     std::atomic<uint64_t> reconnects{0};
     std::atomic<uint64_t> not_published{0};
     uint64_t readings_seen = 0;  // reading loop only
-    std::mutex queue_lock;       // guards queue
+    std::mutex queue_lock;  // guards queue
     // What waits while the broker is away (or too much is unacknowledged),
     // oldest first; filled by publish(), emptied by drain().
     std::deque<Message> queue;
-    std::mutex status_lock;   // guards last_status
+    std::mutex status_lock;  // guards last_status
     std::string last_status;  // sent again at every (re)connect
 };
 
 bool send(Client& c, const Message& m) {
     if (!c.connected || c.pending >= kMaxPending) return false;
     ++c.pending;
-    if (mosquitto_publish(c.mosq, nullptr, m.topic.c_str(), static_cast<int>(m.payload.size()), m.payload.data(),
-                          kQos, m.retain) == MOSQ_ERR_SUCCESS)
+    if (mosquitto_publish(c.mosq, nullptr, m.topic.c_str(), static_cast<int>(m.payload.size()), m.payload.data(), kQos,
+                          m.retain) == MOSQ_ERR_SUCCESS)
         return true;
     --c.pending;
     return false;
@@ -263,10 +263,8 @@ private:
         } else if (m_options.publish_values == "summary") {
             json.erase("values");
             const Summary s = summarize(m.values);
-            json["summary"] = {{"min", s.min},
-                               {"max", s.max},
-                               {"mean", std::round(s.mean * 1e4) / 1e4},
-                               {"saturated", m.saturated}};
+            json["summary"] = {
+                {"min", s.min}, {"max", s.max}, {"mean", std::round(s.mean * 1e4) / 1e4}, {"saturated", m.saturated}};
         }
         return json.dump();
     }

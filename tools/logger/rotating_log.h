@@ -19,7 +19,7 @@ struct RotatingLogConfig {
     std::string dir;
     LogFormat format = LogFormat::Csv;
     LogLimit rotate;  // when a file is done
-    LogLimit keep;    // what the directory keeps
+    LogLimit keep;  // what the directory keeps
     double flush_seconds = 1.0;  // what a killed logger may lose at most
 };
 

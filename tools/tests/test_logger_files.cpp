@@ -47,11 +47,11 @@ INSTANTIATE_TEST_SUITE_P(Texts, LogLimitParse,
                          ::testing::Values(LimitCase{"", true, 0, 0}, LimitCase{"10s", true, 10, 0},
                                            LimitCase{"1.5min", true, 90, 0}, LimitCase{"1h", true, 3600, 0},
                                            LimitCase{"30d", true, 2592000, 0}, LimitCase{"100MB", true, 0, 100000000},
-                                           LimitCase{"5GB", true, 0, 5000000000ULL},
-                                           LimitCase{"2KiB", true, 0, 2048}, LimitCase{"10", false, 0, 0},
-                                           LimitCase{"0s", false, 0, 0}, LimitCase{"-1h", false, 0, 0},
-                                           LimitCase{"5 GB", false, 0, 0}, LimitCase{"nanh", false, 0, 0},
-                                           LimitCase{"1e30d", false, 0, 0}, LimitCase{"0.1B", false, 0, 0}));
+                                           LimitCase{"5GB", true, 0, 5000000000ULL}, LimitCase{"2KiB", true, 0, 2048},
+                                           LimitCase{"10", false, 0, 0}, LimitCase{"0s", false, 0, 0},
+                                           LimitCase{"-1h", false, 0, 0}, LimitCase{"5 GB", false, 0, 0},
+                                           LimitCase{"nanh", false, 0, 0}, LimitCase{"1e30d", false, 0, 0},
+                                           LimitCase{"0.1B", false, 0, 0}));
 
 MeasurementApi linked_api() {
     MeasurementApi api;
@@ -127,10 +127,9 @@ TEST_F(RotatingLogTest, PeriodsGiveCompleteFilesWithEveryReadingOnceAndNoOverwri
     RotatingLog log({m_dir, LogFormat::Csv, {2.0, 0}, {}, 1.0}, m_api);
     for (int k = 0; k < 10; ++k) ASSERT_TRUE(log.write(m_sensor, reading(k, kStart + k * 500000000LL))) << log.error();
     ASSERT_TRUE(log.close()) << log.error();
-    EXPECT_EQ(names(), (std::set<std::string>{"A4486-3-12-40-2_20261118T110640Z.csv",
-                                              "A4486-3-12-40-2_20261118T110640Z_2.csv",
-                                              "A4486-3-12-40-2_20261118T110642Z.csv",
-                                              "A4486-3-12-40-2_20261118T110644Z.csv"}));
+    EXPECT_EQ(names(),
+              (std::set<std::string>{"A4486-3-12-40-2_20261118T110640Z.csv", "A4486-3-12-40-2_20261118T110640Z_2.csv",
+                                     "A4486-3-12-40-2_20261118T110642Z.csv", "A4486-3-12-40-2_20261118T110644Z.csv"}));
     std::ifstream in(taken);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "not ours\n");
     std::vector<long> all;
@@ -179,8 +178,8 @@ TEST_F(RotatingLogTest, RetentionDeletesTheOldestClosedFilesOnly) {
     EXPECT_EQ(prune_log_dir(m_dir, {0, 2500}, {open}),
               (std::vector<std::string>{m_dir + "/" + files[1], m_dir + "/" + files[2]}));
     EXPECT_EQ(names(), (std::set<std::string>{files[0], files[3], "notes.txt"}));
-    EXPECT_EQ(prune_log_dir(m_dir, {86400, 0}, {}), (std::vector<std::string>{m_dir + "/" + files[0],
-                                                                              m_dir + "/" + files[3]}));
+    EXPECT_EQ(prune_log_dir(m_dir, {86400, 0}, {}),
+              (std::vector<std::string>{m_dir + "/" + files[0], m_dir + "/" + files[3]}));
     EXPECT_TRUE(prune_log_dir(m_dir, {}, {}).empty());
 }
 

@@ -35,18 +35,23 @@ TEST_P(MqttUrlParse, GivesHostPortPrefixOrRefuses) {
     EXPECT_EQ(url.prefix, c.prefix);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, MqttUrlParse,
-    ::testing::Values(UrlCase{"mqtt://127.0.0.1/lab", true, false, "127.0.0.1", 1883, "lab"},
-                      UrlCase{"mqtt://broker.local:1884/site/lab/", true, false, "broker.local", 1884, "site/lab"},
-                      UrlCase{"mqtts://broker/lab", true, true, "broker", 8883, "lab"},
-                      UrlCase{"mqtts://[::1]:9883/lab", true, true, "::1", 9883, "lab"},
-                      UrlCase{"mqtt://[fe80::1]/lab", true, false, "fe80::1", 1883, "lab"},
-                      UrlCase{"http://broker/lab", false, false, "", 0, ""}, UrlCase{"mqtt://broker", false, false, "", 0, ""},
-                      UrlCase{"mqtt://broker/", false, false, "", 0, ""}, UrlCase{"mqtt:///lab", false, false, "", 0, ""},
-                      UrlCase{"mqtt://broker:0/lab", false, false, "", 0, ""}, UrlCase{"mqtt://broker:65536/lab", false, false, "", 0, ""},
-                      UrlCase{"mqtt://broker:/lab", false, false, "", 0, ""}, UrlCase{"mqtt://broker:12x/lab", false, false, "", 0, ""},
-                      UrlCase{"mqtt://broker/lab/#", false, false, "", 0, ""}, UrlCase{"mqtt://broker/+/lab", false, false, "", 0, ""}));
+INSTANTIATE_TEST_SUITE_P(Texts, MqttUrlParse,
+                         ::testing::Values(UrlCase{"mqtt://127.0.0.1/lab", true, false, "127.0.0.1", 1883, "lab"},
+                                           UrlCase{"mqtt://broker.local:1884/site/lab/", true, false, "broker.local",
+                                                   1884, "site/lab"},
+                                           UrlCase{"mqtts://broker/lab", true, true, "broker", 8883, "lab"},
+                                           UrlCase{"mqtts://[::1]:9883/lab", true, true, "::1", 9883, "lab"},
+                                           UrlCase{"mqtt://[fe80::1]/lab", true, false, "fe80::1", 1883, "lab"},
+                                           UrlCase{"http://broker/lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker/", false, false, "", 0, ""},
+                                           UrlCase{"mqtt:///lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker:0/lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker:65536/lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker:/lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker:12x/lab", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker/lab/#", false, false, "", 0, ""},
+                                           UrlCase{"mqtt://broker/+/lab", false, false, "", 0, ""}));
 
 Measurement reading(const char* id, int64_t first, int64_t last, double gap = 0.0) {
     Measurement m;
@@ -62,7 +67,7 @@ TEST(LogHealth, CountsSkippedFramesPerSensorAndStartsOverAfterAReconnect) {
     health.record(reading("A", 0, 9));
     health.record(reading("B", 100, 109));  // a stream need not start at 0
     health.record(reading("A", 10, 19));
-    health.record(reading("A", 25, 34));     // frames 20..24 lost
+    health.record(reading("A", 25, 34));  // frames 20..24 lost
     health.record(reading("A", 0, 9, 3.5));  // back after 3.5 s, numbered afresh
     health.record(reading("A", 10, 19));
     health.record(reading("B", 110, 119));
