@@ -42,13 +42,15 @@ set(CPACK_DEBIAN_DEV_DESCRIPTION "driver library for the ORU USB spectral sensor
 Headers, pkg-config file and CMake package of liboru_device.")
 set(CPACK_DEBIAN_CLI_PACKAGE_NAME oru-sensor)
 set(CPACK_DEBIAN_CLI_PACKAGE_SECTION utils)
+# h5py reads the HDF5 logs; mosquitto-clients shows what the logger publishes.
+set(CPACK_DEBIAN_CLI_PACKAGE_SUGGESTS "python3-h5py, mosquitto-clients")
+set(CPACK_DEBIAN_CLI_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/oru-sensor/postinst)
 set(CPACK_DEBIAN_CLI_DESCRIPTION "command-line tool for the ORU USB spectral sensor
 Lists sensors, reads and logs filter data as CSV or JSON Lines, sets the
-exposure, checks the machine's set-up and builds spectral calibrations
-(HDF5) from monochromator sweeps; oru-vsensor-calibration writes a virtual
-sensor's true response.")
-# Calibration files are HDF5; h5py is the usual way to open them in Python.
-set(CPACK_DEBIAN_CLI_PACKAGE_SUGGESTS "python3-h5py")
+exposure, checks the machine's set-up, builds spectral calibrations (HDF5)
+from monochromator sweeps, and logs unattended as a systemd service into
+rotating CSV, JSON Lines or HDF5 files, publishing readings and health to an
+MQTT broker; oru-vsensor-calibration writes a virtual sensor's true response.")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-oru-sensor)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy, python3-aiohttp")

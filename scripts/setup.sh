@@ -12,7 +12,7 @@ BUILD_PACKAGES=(
   build-essential cmake pkg-config
   libusb-1.0-0-dev
   libcli11-dev nlohmann-json3-dev
-  libhdf5-dev libeigen3-dev
+  libhdf5-dev libeigen3-dev libmosquitto-dev libsystemd-dev help2man
   python3 python3-numpy
 )
 TEST_PACKAGES=(
@@ -24,7 +24,7 @@ TEST_PACKAGES=(
   chromium chromium-driver python3-selenium python3-aiohttp openssl
   lintian python3-venv python3-setuptools python3-wheel
   python3-usb usbutils
-  python3-h5py
+  python3-h5py mosquitto mosquitto-clients systemd bash-completion
 )
 case "$profile" in
   build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;

@@ -11,10 +11,7 @@ namespace {
 
 constexpr int kDecimals = 4;
 
-struct Summary {
-    double min, max, mean;
-    size_t argmax;
-};
+}  // namespace
 
 Summary summarize(const std::vector<double>& v) {
     Summary s{0, 0, 0, 0};
@@ -26,6 +23,8 @@ Summary summarize(const std::vector<double>& v) {
     s.mean = std::accumulate(v.begin(), v.end(), 0.0) / static_cast<double>(v.size());
     return s;
 }
+
+namespace {
 
 // Appends a value with four decimals, as printf("%.4f") would, but without
 // the locale and format parsing: the CSV rows are mostly this.

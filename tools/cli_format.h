@@ -26,6 +26,14 @@ struct Measurement {
     std::vector<double> values;  // 1024 filter outputs, DN
 };
 
+// Lowest, highest and mean output of a reading, and the first filter at the
+// highest: the table's columns and the summary the logger publishes.
+struct Summary {
+    double min, max, mean;
+    std::size_t argmax;
+};
+Summary summarize(const std::vector<double>& values);
+
 enum class OutputFormat { Table, Csv, JsonLines, Json, CsvColumns };
 // The names the command line accepts, in order of OutputFormat.
 const std::vector<std::string>& format_names();

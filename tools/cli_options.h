@@ -13,6 +13,8 @@ struct Options {
     int shutter = 0;
     bool auto_exposure = false;
     bool no_recover = false;
+    bool force = false;   // -o replaces an existing file
+    bool append = false;  // -o adds to an existing file
     int target = 3500;
     int repeat = 1;  // 0: until stopped
     double duration = 0.0;  // 0: no time limit

@@ -66,7 +66,7 @@ int index_of_id(const OruApi& api, const std::string& id, int n) {
 }  // namespace
 
 int connect_and_select(Session& s, const Options& o, bool all_allowed, std::vector<int>& chosen) {
-    if (o.sensor == "all" && !all_allowed) return usage_error("--sensor all works with read only");
+    if (o.sensor == "all" && !all_allowed) return usage_error("--sensor all works with read and log only");
     const int n = s.api.duConnect();
     if (n < 0) {
         if (g_permission_denied) {

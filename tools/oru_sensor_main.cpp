@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "calibrate_command.h"
+#include "cli_version.h"
 #include "cli_format.h"
 #include "cli_options.h"
 #include "cli_session.h"
@@ -19,7 +20,11 @@
 #include "doctor.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
+#include "progress.h"
 #include "stop_signals.h"
+#ifdef ORU_SENSOR_LOG
+#include "log_command.h"
+#endif
 
 namespace {
 
@@ -56,10 +61,11 @@ const CLI::Validator kNotEmpty = CLI::Validator(
 // The command line, with a subcommand per job; global options may also
 // follow the subcommand.
 void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
-    app.description("list, inspect and read ORU spectral sensors");
+    app.description("list, inspect, read and log ORU spectral sensors");
+    app.set_version_flag("--version", version_text, "print the program's and the library's version");
     app.require_subcommand(1);
     app.fallthrough();
-    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read only); default the first")
+    app.add_option("--sensor", o.sensor, "choose the sensor: INDEX, ID, or all (read; log reads all by default); default the first")
         ->check(kNotEmpty);
     app.add_flag("--virtual{1}", o.virtual_sensors,
                  "run on N virtual sensors (default 1, at most 10) instead of USB hardware")
@@ -92,7 +98,12 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
                      "reading; the default for -o), jsonl (an object per line), json (one document at the end) "
                      "or csv-columns (a column per reading, at the end)")
         ->check(CLI::IsMember(format_names()));
-    read->add_option("-o,--output", o.output, "write to FILE instead of standard output")->check(kNotEmpty);
+    CLI::Option* output =
+        read->add_option("-o,--output", o.output, "write to FILE instead of standard output")->check(kNotEmpty);
+    CLI::Option* force = read->add_flag("--force", o.force, "replace the -o file if it exists")->needs(output);
+    read->add_flag("--append", o.append, "add to the -o file if it exists (csv and jsonl with the same columns)")
+        ->needs(output)
+        ->excludes(force);
     read->add_option("--plot", o.plot, "also draw the filter outputs as an SVG line plot")->check(kNotEmpty);
     read->add_flag("--no-recover", o.no_recover,
                    "give up on a sensor that is removed or fails (the others read on; exit status 1), instead "
@@ -114,6 +125,22 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     describe_calibration(app, info, c);
 }
 
+#ifdef ORU_SENSOR_LOG
+int cmd_log(Session& s, const Options& o, const std::vector<int>& chosen, const LogOptions& lo) {
+    Progress progress(false);
+    std::vector<SourceSensor> sensors;
+    for (int index : chosen) {
+        s.api.duActivateSensorWithIndex(index);
+        const std::string id = id_of_active(s.api);
+        std::string what;
+        if (const int r = prepare_exposure(s, o, progress, what); r < 0)
+            return fail("sensor " + std::to_string(index) + " (" + id + "): " + what, r);
+        sensors.push_back({index, id, s.api.duGetShutterSpeed()});
+    }
+    return run_log(s.api, s.connected, sensors, o.averages, lo);
+}
+#endif
+
 // Whether two paths name one file, also when written differently.
 bool same_file(const std::string& a, const std::string& b) {
     if (b.empty()) return false;
@@ -132,11 +159,17 @@ int main(int argc, char** argv) {
     CalibrateOptions cal;
     CLI::App app{"", "oru-sensor"};
     describe(app, o, cal);
+#ifdef ORU_SENSOR_LOG
+    LogOptions lo;
+    describe_log(app, lo, o.averages, o.shutter);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         return usage_error(e.what());
@@ -149,7 +182,10 @@ int main(int argc, char** argv) {
     if (cmd == "set" && o.shutter == 0 && o.gain < 0 && o.range < 0)
         return usage_error("set needs --shutter, --gain or --range");
     if (cmd == "read" && command->count("--duration") > 0 && command->count("--repeat") == 0) o.repeat = 0;
+    if (cmd == "log" && o.sensor.empty()) o.sensor = "all";
     if (o.format.empty()) o.format = o.output.empty() ? "table" : "csv";
+    if (cmd == "read" && o.append && o.format != "csv" && o.format != "jsonl")
+        return usage_error("--append works with --format csv or jsonl");
     if (cmd == "read" && (o.format == "json" || o.format == "csv-columns") && o.repeat == 0)
         return usage_error("--format " + o.format + " needs a number of readings (--repeat K)");
     if (cmd == "read" && !o.output.empty() && same_file(o.output, o.plot))
@@ -173,8 +209,9 @@ int main(int argc, char** argv) {
     }
 
     std::vector<int> chosen;
-    if (const int rc = connect_and_select(s, o, cmd == "read", chosen)) return rc;
-    OutputFile out(cmd == "read" ? o.output : std::string(), stdout);
+    if (const int rc = connect_and_select(s, o, cmd == "read" || cmd == "log", chosen)) return rc;
+    OutputFile out(cmd == "read" ? o.output : std::string(), stdout,
+                   o.force ? OutputMode::Replace : o.append ? OutputMode::Append : OutputMode::Refuse);
     if (!out.opened()) return fail_output(out);
     int rc = 0;
     if (cmd == "list")
@@ -185,6 +222,10 @@ int main(int argc, char** argv) {
         rc = cmd_read(s, o, chosen, out);
     else if (cmd == "calibrate")
         rc = run_calibration(cmd, cal, &s.api);
+#ifdef ORU_SENSOR_LOG
+    else if (cmd == "log")
+        rc = cmd_log(s, o, chosen, lo);
+#endif
     else
         rc = cmd_set(s, o, out);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);

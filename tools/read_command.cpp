@@ -14,11 +14,6 @@
 #include "stop_signals.h"
 #include "svg_plot.h"
 
-namespace {
-
-// How long the readers have to see a stop before the disconnect wakes them.
-constexpr std::chrono::milliseconds kWakeAfter{300};
-
 // Applies --shutter or --auto-exposure to the active sensor; returns 0 or the
 // library's negative result, with `what` saying which step failed.
 int prepare_exposure(Session& s, const Options& o, Progress& progress, std::string& what) {
@@ -41,6 +36,11 @@ int prepare_exposure(Session& s, const Options& o, Progress& progress, std::stri
     }
     return 0;
 }
+
+namespace {
+
+// How long the readers have to see a stop before the disconnect wakes them.
+constexpr std::chrono::milliseconds kWakeAfter{300};
 
 int write_plot(const Options& o, const std::vector<Measurement>& series) {
     const Measurement& last = series.back();
@@ -88,7 +88,13 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     int failed = 0;
     std::vector<std::unique_ptr<SensorReader>> readers = make_readers(s, o, chosen, events, failed);
     const OutputFormat format = format_from_name(o.format);
-    if (!out.write(format_header(format))) return fail_output(out);
+    const std::string header = format_header(format);
+    // JSON Lines without a header: the file must at least hold JSON objects.
+    if (out.appending() && !out.begins_with(header.empty() ? "{" : header)) {
+        std::fprintf(stderr, "oru-sensor: %s has other columns or settings; not appended to\n", o.output.c_str());
+        return 1;
+    }
+    if (!out.appending() && !out.write(header)) return fail_output(out);
     for (auto& reader : readers) reader->start();
 
     std::vector<Measurement> kept;  // for the whole-series formats and the plot

@@ -76,7 +76,8 @@ class Arguments(CliTest):
                      "--sensor all info", "read --format json --repeat 0", "convert", "convert --clock 2",
                      "convert --shutter 2355000", "convert --shutter 0", "convert --ms 0", "convert --ms nan",
                      "convert --ms -3", "convert --ms 0.5", "convert --clock 0 --ms 3", "read -o ''",
-                     "read --plot ''", "--sensor '' info", "read -o x.svg --plot ./x.svg", "--virtual=11 list"):
+                     "read --plot ''", "--sensor '' info", "read -o x.svg --plot ./x.svg", "--virtual=11 list",
+                     "read --force", "read -o x.csv --force --append", "read -o x.json --format json --append"):
             with self.subTest(args=args):
                 r = run("--virtual", *shlex.split(args))
                 self.assertEqual((r.returncode, r.stdout), (2, ""))
@@ -212,6 +213,22 @@ class Rows(CliTest):
         r = run("--virtual", "read", "-n", "15000", "--duration", "1", "--format", "csv",
                 env={"ORU_VSENSOR_REALTIME": "1"}, timeout=6)
         self.assertEqual((r.returncode, len(r.stdout.splitlines())), (0, 1), r.stderr)
+
+    def test_existing_output_is_refused_replaced_or_appended_to(self):
+        path = os.path.join(self.tmp, "out.csv")
+        self.ok("--virtual", "read", "-o", path)
+        r = run("--virtual", "read", "-o", path)
+        self.assertEqual(r.returncode, 1)
+        self.assertEqual(r.stderr, "oru-sensor: %s exists; --force replaces it, --append adds to it\n" % path)
+        self.ok("--virtual", "read", "-o", path, "--append", "--repeat", "2")
+        with open(path) as f:
+            self.assertEqual(len(parse(f.read())), 3)  # one header, three rows
+        for args, code, rows in ((["--append", "--format", "jsonl"], 1, 3), (["--force"], 0, 1)):
+            with self.subTest(args=args):
+                r = run("--virtual", "read", "-o", path, *args)
+                self.assertEqual(r.returncode, code, r.stderr)
+                with open(path) as f:
+                    self.assertEqual(len(parse(f.read())), rows)
 
     def test_lost_output_is_an_error(self):
         for args in ("read -o /dev/full --format csv", "read --plot /dev/full", "read -o /nonexistent/dir/x.csv"):

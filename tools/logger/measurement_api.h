@@ -1,0 +1,35 @@
+// The measurement functions of liboru_device the logger calls: the one
+// writer of reading-file headers and rows, exact exposure and the version.
+// oru-sensor loads the library at run time, so they are bound by name from
+// it; tests fill them from the linked library.
+#ifndef ORU_TOOLS_LOGGER_MEASUREMENT_API_H
+#define ORU_TOOLS_LOGGER_MEASUREMENT_API_H
+
+#include <string>
+
+#include "oru_measurement.h"
+
+struct MeasurementApi {
+    int (*duFormatFileHeader)(int, const duFileHeader*, char*, int) = nullptr;
+    int (*duFormatReadingRow)(int, const duReadingRow*, char*, int) = nullptr;
+    int (*duExactExposureTimeUs)(int, int, double*) = nullptr;
+    const char* (*duGetLibraryVersion)() = nullptr;
+};
+
+// From liboru_device loaded into the process already (load_oru_api).
+bool bind_measurement_api(MeasurementApi& api, std::string& error);
+
+// A header or row through one of the two formatters, grown to fit.
+template <typename Item>
+std::string format_text(int (*formatter)(int, const Item*, char*, int), int format, const Item& item) {
+    std::string text(16384, '\0');
+    int n = formatter(format, &item, text.data(), static_cast<int>(text.size()));
+    if (n >= static_cast<int>(text.size())) {
+        text.resize(static_cast<std::size_t>(n) + 1);
+        n = formatter(format, &item, text.data(), static_cast<int>(text.size()));
+    }
+    text.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
+    return text;
+}
+
+#endif
