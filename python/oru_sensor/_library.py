@@ -93,6 +93,7 @@ def _declare(lib):
         "duUnlockSensors": ([], None),
         "duSetLogHandler": ([_LOG_HANDLER, ctypes.c_void_p], None),
         "duGetErrorText": ([c_int], ctypes.c_char_p),
+        "duCountSaturatedFilters": ([p_double, c_int], c_int),
     }
     for name, (args, res) in sigs.items():
         fn = getattr(lib, name)
@@ -148,3 +149,13 @@ def error_text(result):
     if _loaded is None:
         return "error"
     return _loaded.duGetErrorText(result).decode("ascii", "replace")
+
+
+def count_saturated(values):
+    """Saturated filters of a reading (averaged values), by the library's one
+    rule for every front end."""
+    try:  # ctypes arrays, numpy float64 arrays and array('d'): no per-value copy
+        buf = (ctypes.c_double * len(values)).from_buffer_copy(values)
+    except (TypeError, ValueError):
+        buf = (ctypes.c_double * len(values))(*[float(v) for v in values])
+    return _loaded.duCountSaturatedFilters(buf, len(values))

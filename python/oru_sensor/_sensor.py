@@ -7,7 +7,7 @@ from collections import namedtuple
 from . import _library
 from ._connection import open_connection
 from ._errors import Fail, check
-from ._stream import FrameStream, Reading, count_at_least, mean_of_slices, values_of
+from ._stream import FrameStream, Reading, mean_of_slices, values_of
 
 NUM_FILTERS = 1024
 C_INT_MAX = 2**31 - 1
@@ -130,7 +130,7 @@ class Sensor:
         return Reading(values, first_sequence=None, last_sequence=None,
                        time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
                        monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
-                       saturated=count_at_least(values, 4095), dropped=0,
+                       saturated=_library.count_saturated(values), dropped=0,
                        sensor_id=self.sensor_id)
 
     def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):

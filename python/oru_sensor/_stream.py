@@ -6,7 +6,7 @@ import logging
 import time
 from array import array
 
-from . import _interruptible
+from . import _interruptible, _library
 from ._errors import FwRecvTimeout, check
 
 try:  # the default; a dependency of the package
@@ -52,17 +52,12 @@ def mean_of_slices(slices):
     return array("d", (sum(frames * values[i] for frames, values in slices) / total for i in range(NUM_FILTERS)))
 
 
-def count_at_least(values, level):
-    if _np is not None:
-        return int(_np.count_nonzero(values >= level))
-    return sum(1 for v in values if v >= level)
-
-
 class Reading:
     """One averaged reading: `values` (1024 DN), the stream sequence numbers
     of its first and last frame (None for a single request), `time` (wall
     clock of its last frame, an aware datetime), `monotonic` (seconds),
-    `shutter_speed`, `averages`, `saturated` (filters at 4095 DN in any frame),
+    `shutter_speed`, `averages`, `saturated` (filters saturated by the library's
+    rule, duCountSaturatedFilters: at 4095 DN in every frame averaged),
     `dropped` (frames the stream lost so far, ring overflow), `sensor_id` and
     `gap_before` (seconds the sensor was lost, removed or failed, before it
     came back and this reading was taken; 0 when nothing was missed)."""
@@ -89,7 +84,7 @@ class Reading:
         wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
         return cls(values_of(buf), first_sequence=info.first_sequence, last_sequence=info.last_sequence,
                    time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                   shutter_speed=info.shutter_speed, averages=averages, saturated=info.saturated_filters,
+                   shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(buf),
                    dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before)
 
     def __repr__(self):

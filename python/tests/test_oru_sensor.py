@@ -13,7 +13,7 @@ from array import array
 from unittest import mock
 
 import oru_sensor
-from oru_sensor import _sensor, _stream
+from oru_sensor import _library, _sensor, _stream
 from oru_sensor._errors import check
 
 N_VIRTUAL = 2
@@ -84,8 +84,10 @@ class Connected(unittest.TestCase):
                 self.assertEqual((values[5], values[1023], len(values)), (5.0, 1023.0, 1024))
                 buf[5] = 5.0
                 halves = _stream.mean_of_slices([(3, _stream.values_of(buf)), (1, array("d", [4095.0] * 1024))])
-                self.assertEqual((halves[0], halves[1023], _stream.count_at_least(halves, 1790.25)),
-                                 (1023.75, 1791.0, 2))
+                self.assertEqual((halves[0], halves[1023]), (1023.75, 1791.0))
+                # Saturated: at 4095 in every frame averaged, whatever the array type.
+                self.assertEqual(_library.count_saturated(halves), 0)
+                self.assertEqual(_library.count_saturated(array("d", [4095.0] * 3 + [4094.9] * 1021)), 3)
 
     def test_readings_come_in_order_and_the_stream_stops_on_leaving(self):
         s = self.sensors[1]

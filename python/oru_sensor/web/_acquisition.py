@@ -8,7 +8,7 @@ import logging
 import threading
 import time
 
-from .. import OruError, Reading
+from .. import OruError, Reading, _library
 from ._stream_calls import REMOVED, TIMED_OUT, USABLE, StreamCalls
 
 SLICE_S = 0.25   # longest wait for frames in one call: a control or a stop is seen within about this
@@ -264,10 +264,11 @@ class Acquisition:
         """One reading of `averages` frames, read in slices of at most about
         SLICE_S, so that it is abandoned (None) soon after a new request, a
         stop or the sensor's loss. A reading of several slices is the weighted
-        mean of the slices' means; its saturated count is the largest of theirs."""
+        mean of the slices' means; its saturated count is the library's count
+        of that mean, as for every reading."""
         frame_s = max(self._view[index]["exposure_ms"], 0.1) / 1000.0
         per_slice = max(1, int(SLICE_S / frame_s))
-        mean, done, saturated, first = None, 0, 0, None
+        mean, done, first = None, 0, None
         last_frame = time.monotonic()
         while done < averages:
             if self._superseded(generation):
@@ -295,10 +296,9 @@ class Acquisition:
                 weight = k / (done + k)
                 for i, v in enumerate(self._calls.values):
                     mean[i] += (v - mean[i]) * weight
-            saturated = max(saturated, info.saturated_filters)
             done += k
         wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
         return Reading(mean, first_sequence=first, last_sequence=info.last_sequence,
                        time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                       shutter_speed=info.shutter_speed, averages=averages, saturated=saturated,
+                       shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(mean),
                        dropped=info.dropped_frames, sensor_id=self.ids[index])

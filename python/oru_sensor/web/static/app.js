@@ -120,9 +120,7 @@
 
   function onReading(r) {
     latest = r;
-    let sat = 0;
-    for (const dn of r.values) if (dn >= MAX_DN) sat++;
-    setText("s-saturated", sat + " (frames: " + r.saturated + ")");
+    setText("s-saturated", r.saturated + " filters (at 4095 DN in every frame averaged)");
     showStatus({ sensor_id: r.sensor_id, shutter_speed: r.shutter_speed, averages: r.averages,
                  rate: r.rate, dropped: r.dropped });
     if (status.error) { status.error = null; showError(""); }
