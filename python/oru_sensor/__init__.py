@@ -14,13 +14,14 @@ cannot be imported.
 from ._errors import (OruError, Fail, UndefinedFail, MemoryIsNull, NoDeviceInSystem, FailToConnectDevice,
                       FailToCreateDeviceObj, FailToInitializeDevice, DeviceObjectIsNull, SensorIdIsEmpty,
                       FwRecvTimeout, WrongReply, IllDefinedInput, InitializationRequired)
+from ._calibration import Calibration
 from ._sensor import AdcSettings, Sensor, connect
 from ._stream import FrameStream, Reading
 
 NUM_FILTERS = 1024
 
 __all__ = [
-    "connect", "Sensor", "AdcSettings", "FrameStream", "Reading", "NUM_FILTERS", "OruError", "Fail", "UndefinedFail", "MemoryIsNull",
+    "connect", "Calibration", "Sensor", "AdcSettings", "FrameStream", "Reading", "NUM_FILTERS", "OruError", "Fail", "UndefinedFail", "MemoryIsNull",
     "NoDeviceInSystem", "FailToConnectDevice", "FailToCreateDeviceObj", "FailToInitializeDevice",
     "DeviceObjectIsNull", "SensorIdIsEmpty", "FwRecvTimeout", "WrongReply", "IllDefinedInput",
     "InitializationRequired",

@@ -6,7 +6,7 @@ import signal
 import socket
 import sys
 
-from .. import OruError, connect
+from .. import Calibration, OruError, connect
 from ._acquisition import Acquisition
 from ._options import parse
 from ._server import serve
@@ -37,7 +37,7 @@ def listen(args, fail):
         fail("cannot listen on %s port %d: %s" % (args.host, args.port, e.strerror or e))
 
 
-async def run(acq, sock, args, ssl_context, sensor_count):
+async def run(acq, sock, args, ssl_context, sensor_count, bands):
     stop = asyncio.Event()
     loop = asyncio.get_running_loop()
     for sig in (signal.SIGINT, signal.SIGTERM):
@@ -53,7 +53,7 @@ async def run(acq, sock, args, ssl_context, sensor_count):
         acq.start()
 
     await serve(acq, sock, host=args.host, token=args.token, allowed_hosts=args.allow_host, timeout=args.timeout,
-                ssl_context=ssl_context, quiet=args.quiet, stop=stop, ready=ready)
+                ssl_context=ssl_context, quiet=args.quiet, stop=stop, ready=ready, bands=bands)
 
 
 def main(argv=None):
@@ -65,9 +65,17 @@ def main(argv=None):
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     try:
         with connect(virtual=args.virtual) as sensors:
+            bands = None
+            if args.calibration:
+                try:
+                    cal = Calibration(args.calibration)
+                except ValueError as e:
+                    fail("--calibration: %s" % e, status=2)
+                bands = {"sensor_id": cal.sensor_id, "bands": cal.bands()}
+                cal.close()
             acq = Acquisition(sensors, averages=args.averages, max_rate=args.max_rate)
             try:
-                asyncio.run(run(acq, sock, args, ssl_context, len(sensors)))
+                asyncio.run(run(acq, sock, args, ssl_context, len(sensors), bands))
             finally:
                 acq.stop(STOP_WAIT_S)
     except KeyboardInterrupt:

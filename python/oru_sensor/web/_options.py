@@ -76,6 +76,8 @@ def parse(argv):
                    help="seconds a connection may stay idle or take to send a request (default 5)")
     p.add_argument("--averages", type=_checked(whole_number, "--averages", 1, 1000), default=1, help="frames per reading at start (default 1)")
     p.add_argument("--max-rate", type=_checked(decimal_number, "--max-rate", 0.01, 1000), default=25.0, help="readings per second sent to a page (default 25)")
+    p.add_argument("--calibration", metavar="FILE",
+                   help="a calibration file (HDF5): the pointer readout then says where each filter sees light")
     p.add_argument("--quiet", action="store_true", help="do not log requests")
     args = p.parse_args(argv)
 

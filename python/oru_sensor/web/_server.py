@@ -74,8 +74,9 @@ def _json(obj, status=200):
 
 
 class Handlers:
-    def __init__(self, acq, pages, warden):
+    def __init__(self, acq, pages, warden, bands):
         self.acq = acq
+        self.bands = bands
         self.pages = pages
         self.warden = warden
 
@@ -111,6 +112,13 @@ class Handlers:
 
     async def get_status(self, request):
         return _json(self.status())
+
+    async def get_bands(self, request):
+        """Where each filter sees light, from the calibration the server was
+        given (the library's per-filter centroid and half-maximum band)."""
+        if self.bands is None:
+            return refuse(404, "no calibration: start the live view with --calibration FILE")
+        return _json(self.bands)
 
     async def snapshot(self, request):
         fmt = request.query.get("format", "json")
@@ -174,27 +182,28 @@ class Handlers:
         return refuse(404, "no such page")
 
 
-def make_app(acq, pages, warden, access):
-    h = Handlers(acq, pages, warden)
+def make_app(acq, pages, warden, access, bands=None):
+    h = Handlers(acq, pages, warden, bands)
     app = web.Application(middlewares=[h.guard, access.check], client_max_size=MAX_BODY)
     for path in FILES:
         app.router.add_get(path, h.file)
     app.router.add_get("/api/status", h.get_status)
     app.router.add_get("/api/snapshot", h.snapshot)
+    app.router.add_get("/api/bands", h.get_bands)
     app.router.add_get("/api/events", h.events)
     app.router.add_post("/api/{name}", h.control)
     app.router.add_route("*", "/{tail:.*}", h.missing)
     return app
 
 
-async def serve(acq, sock, *, host, token, allowed_hosts, timeout, ssl_context, quiet, stop, ready):
+async def serve(acq, sock, *, host, token, allowed_hosts, timeout, ssl_context, quiet, stop, ready, bands=None):
     """Serves until `stop` (an asyncio.Event) is set; calls `ready(port)` once listening."""
     loop = asyncio.get_running_loop()
     pages = Pages(loop)
     acq.add_listener(pages.hear)
     warden = Warden(timeout)
     access = Access(host, allowed_hosts, token, tls=ssl_context is not None)
-    runner = web.AppRunner(make_app(acq, pages, warden, access), access_log_class=AccessLog,
+    runner = web.AppRunner(make_app(acq, pages, warden, access, bands), access_log_class=AccessLog,
                            access_log=access_logger(quiet), keepalive_timeout=timeout, lingering_time=timeout)
     await runner.setup()
     warden.make_protocol = runner.server

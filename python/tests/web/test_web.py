@@ -22,6 +22,7 @@ import unittest
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.action_chains import ActionChains
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:  # pragma: no cover - depends on the machine
     webdriver = None
@@ -36,6 +37,7 @@ ARTIFACTS = os.environ.get("ORU_WEB_ARTIFACTS", "web-artifacts")
 COLUMNS = ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_speed", "averages", "saturated"]
 IDS = ["A4486-3-12-40-2", "A4486-3-13-40-2"]
 JSON = {"Content-Type": "application/json"}
+CALIBRATION_EXE = os.environ.get("ORU_VSENSOR_CALIBRATION_EXE")
 STOP_BOUND_S = 5.0  # a stop that waited for a reading or a lost sensor took 15 s to forever
 
 
@@ -131,7 +133,8 @@ class CommandLine(unittest.TestCase):
                            (["--tls-cert", "x.pem"], "go together"),
                            (["--token-file", "/nonexistent/token"], "cannot read the token file"),
                            (["--host", "0.0.0.0", "--token", " "], "not empty"),
-                           (["--host", "0.0.0.0", "--token-file", os.devnull], "not empty")]:
+                           (["--host", "0.0.0.0", "--token-file", os.devnull], "not empty"),
+                           (["--calibration", "/nonexistent/cal.h5"], "--calibration: /nonexistent/cal.h5")]:
             with self.subTest(args=args):
                 r = subprocess.run([sys.executable, "-m", "oru_sensor.web", "--virtual", "1"] + args,
                                    capture_output=True, text=True, timeout=30)
@@ -400,7 +403,13 @@ class LiveView(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         # White scene at full speed: shutter 1 gives far more than 10 readings a second.
-        cls.srv = LiveServer("--virtual", "2", "--quiet", env={"ORU_VSENSOR_NOISE": "20"})
+        # With the first sensor's true calibration, for the pointer readout.
+        cls.tmp = tempfile.mkdtemp()
+        cal = []
+        if CALIBRATION_EXE:
+            cal = ["--calibration", os.path.join(cls.tmp, "cal.h5")]
+            subprocess.run([CALIBRATION_EXE, "--index", "0", "-o", cal[1]], check=True, capture_output=True)
+        cls.srv = LiveServer("--virtual", "2", "--quiet", *cal, env={"ORU_VSENSOR_NOISE": "20"})
         opts = webdriver.ChromeOptions()
         opts.binary_location = BROWSER
         for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
@@ -417,6 +426,7 @@ class LiveView(unittest.TestCase):
     def tearDownClass(cls):
         cls.driver.quit()
         cls.srv.stop()
+        shutil.rmtree(cls.tmp, ignore_errors=True)
 
     def text(self, id_):
         return self.driver.find_element("id", id_).text
@@ -470,6 +480,24 @@ class LiveView(unittest.TestCase):
         width = self.driver.execute_script("return document.documentElement.scrollWidth")  # no sideways scrolling
         self.assertLessEqual(width, self.driver.execute_script("return window.innerWidth"))
         self.driver.set_window_size(1200, 900)
+
+    @unittest.skipUnless(CALIBRATION_EXE, "oru-vsensor-calibration is not built")
+    def test_5_pointer_reads_out_the_filter_and_where_it_sees_light(self):
+        status, _, body = self.srv.request("api/bands")
+        self.assertEqual(status, 200)
+        bands = json.loads(body)
+        self.assertEqual((bands["sensor_id"], len(bands["bands"])), (IDS[0], 1024))
+        plot = self.driver.find_element("id", "plot")
+        # Across the plot's width: the filter under the pointer is the one read out.
+        for fraction in (0.25, 0.75):
+            x = 44 + fraction * (plot.size["width"] - 50)
+            ActionChains(self.driver).move_to_element_with_offset(plot, int(x - plot.size["width"] / 2), 0).perform()
+            m = re.match(r"filter (\d+): [\d.]+ DN, sees (\d+) nm to (\d+) nm \(centre (\d+) nm\)$",
+                         self.text("s-pointer"))
+            self.assertIsNotNone(m, self.text("s-pointer"))
+            centre, low, high = bands["bands"][int(m.group(1))]
+            self.assertEqual([int(g) for g in m.group(2, 3, 4)], [round(low), round(high), round(centre)])
+            self.assertAlmostEqual(int(m.group(1)), fraction * 1023, delta=4)
 
 
 if __name__ == "__main__":

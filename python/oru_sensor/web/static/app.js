@@ -177,6 +177,23 @@
   $("subtract").addEventListener("change", schedule);
   window.addEventListener("resize", schedule);
 
+  // The filter under the pointer: its value and, with a calibration on the
+  // server, where it sees light (the library's centroid and half-maximum band).
+  let bands = null;
+  fetch("api/bands").then((res) => (res.ok ? res.json() : null)).then((b) => { bands = b; }).catch(() => {});
+  const nm = (x) => Math.round(x) + " nm";
+  canvas.addEventListener("mousemove", (e) => {
+    const r = canvas.getBoundingClientRect();
+    const left = 44, right = 6, pw = r.width - left - right;
+    const i = Math.round((e.clientX - r.left - left) / pw * 1023);
+    if (i < 0 || i > 1023 || !latest) return;
+    let text = "filter " + i + ": " + latest.values[i].toFixed(1) + " DN";
+    const b = bands && bands.bands[i];
+    if (b) text += ", sees " + nm(b[1]) + " to " + nm(b[2]) + " (centre " + nm(b[0]) + ")";
+    else if (bands) text += ", sees no light";
+    setText("s-pointer", text);
+  });
+
   const events = new EventSource("api/events");
   events.addEventListener("reading", (e) => onReading(JSON.parse(e.data)));
   events.addEventListener("status", (e) => showStatus(JSON.parse(e.data)));
