@@ -105,6 +105,7 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duConvertShutterSpeedToExposureTime", api.duConvertShutterSpeedToExposureTime, error) &&
            bind(lib, "duConvertExposureTimeToShutterSpeed", api.duConvertExposureTimeToShutterSpeed, error) &&
            bind(lib, "duCountSaturatedFilters", api.duCountSaturatedFilters, error) &&
+           bind(lib, "duExactExposureTimeUs", api.duExactExposureTimeUs, error) &&
            bind(lib, "duGetErrorText", api.duGetErrorText, error);
     if (bound) use_error_texts(api.duGetErrorText);
     return bound;

@@ -33,6 +33,7 @@ struct OruApi {
     int (*duReconnectSensor)(int, const char*);
     void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
     const char* (*duGetErrorText)(int);
+    int (*duExactExposureTimeUs)(int, int, double*);
     void (*duLockSensors)();
     void (*duUnlockSensors)();
     int (*duConvertShutterSpeedToExposureTime)(int, int, double*);

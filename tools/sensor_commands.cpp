@@ -1,4 +1,5 @@
 // list, info and set: one short exchange with the chosen sensor each.
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -27,9 +28,16 @@ int cmd_info(Session& s, const Options& o, OutputFile& out) {
     std::sscanf(id.c_str(), "%c%d-%d-%d-%d-%d", &lot, &lot_id, &wafer, &x, &y, &type);
     const int ss = s.api.duGetShutterSpeed();
     if (ss < 0) return fail("reading the shutter speed failed", ss);
-    double ms = 0;
+    double ms = 0, exact_us = 0;
     int r = s.api.duShutterSpeedToExposureTime(o.clock, ss, &ms);
     if (r < 0) return fail("converting the shutter speed failed", r);
+    r = s.api.duExactExposureTimeUs(o.clock, ss, &exact_us);
+    if (r < 0) return fail("converting the shutter speed failed", r);
+    // The published conversion divides in whole ms; say so where it differs.
+    char published[160] = "";
+    if (std::abs(exact_us / 1000.0 - ms) >= 0.0005)
+        std::snprintf(published, sizeof published,
+                      "  published:    %.3f ms (duShutterSpeedToExposureTime divides in whole ms)\n", ms);
     int gain = 0, range = 0;
     r = s.api.duGetSensorParameters(&gain, &range);
     if (r < 0) return fail("reading the ADC settings failed", r);
@@ -38,9 +46,10 @@ int cmd_info(Session& s, const Options& o, OutputFile& out) {
     char text[512];
     std::snprintf(text, sizeof text,
                   "sensor ID:      %s\n  lot:          %c%d\n  wafer:        %d\n  position:     x %d, y %d\n"
-                  "  sensor type:  %d\nshutter speed:  %d (limits %d..%d)\nexposure time:  %.3f ms at %d MHz\n"
+                  "  sensor type:  %d\nshutter speed:  %d (limits %d..%d)\nexposure time:  %.3f ms at %d MHz\n%s"
                   "ADC range:      %d\nADC gain:       %d\n",
-                  id.c_str(), lot, lot_id, wafer, x, y, type, ss, lo, hi, ms, o.clock, range, gain);
+                  id.c_str(), lot, lot_id, wafer, x, y, type, ss, lo, hi, exact_us / 1000.0, o.clock, published, range,
+                  gain);
     return out.write(text) ? 0 : fail_output(out);
 }
 

@@ -21,7 +21,8 @@ COLUMNS = ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_spee
 # A lamp spectrum with seeded noise: the golden files pin the numbers.
 SCENE = {"ORU_VSENSOR_SCENE": "lamp", "ORU_VSENSOR_NOISE": "3"}
 INFO = ("sensor ID:      A4486-3-13-40-2\n  lot:          A4486\n  wafer:        3\n  position:     x 13, y 40\n"
-        "  sensor type:  2\nshutter speed:  1 (limits 1..3000)\nexposure time:  1.000 ms at 1 MHz\n"
+        "  sensor type:  2\nshutter speed:  1 (limits 1..3000)\nexposure time:  1.072 ms at 1 MHz\n"
+        "  published:    1.000 ms (duShutterSpeedToExposureTime divides in whole ms)\n"
         "ADC range:      132\nADC gain:       1\n")
 
 
