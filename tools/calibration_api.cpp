@@ -1,25 +1,17 @@
 #include "calibration_api.h"
 
-#include <dlfcn.h>
-
 #include <cmath>
 
-namespace {
-
-template <typename F>
-bool bind(const char* name, F& fn, std::string& error) {
-    fn = reinterpret_cast<F>(dlsym(RTLD_DEFAULT, name));
-    if (!fn) error = std::string("liboru_device lacks ") + name;
-    return fn != nullptr;
-}
-
-}  // namespace
+#include "library_symbol.h"
 
 bool load_calibration_api(CalibrationApi& api, std::string& error) {
-    return bind("duCalibrationRead", api.read, error) && bind("duCalibrationWrite", api.write, error) &&
-           bind("duCalibrationFree", api.free, error) && bind("duCalibrationAddDark", api.add_dark, error) &&
-           bind("duCalibrationFilterBands", api.bands, error) && bind("duExactExposureTimeUs", api.exposure_us, error) &&
-           bind("duCalibrationFromSweep", api.from_sweep, error);
+    return bind_library_symbol("duCalibrationRead", api.read, error) &&
+           bind_library_symbol("duCalibrationWrite", api.write, error) &&
+           bind_library_symbol("duCalibrationFree", api.free, error) &&
+           bind_library_symbol("duCalibrationAddDark", api.add_dark, error) &&
+           bind_library_symbol("duCalibrationFilterBands", api.bands, error) &&
+           bind_library_symbol("duExactExposureTimeUs", api.exposure_us, error) &&
+           bind_library_symbol("duCalibrationFromSweep", api.from_sweep, error);
 }
 
 double exposure_ms(const CalibrationApi& api, int master_clock, int shutter_speed) {

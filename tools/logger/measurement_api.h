@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "cli_format.h"
 #include "oru_measurement.h"
 
 struct MeasurementApi {
@@ -18,6 +19,9 @@ struct MeasurementApi {
 
 // From liboru_device loaded into the process already (load_oru_api).
 bool bind_measurement_api(MeasurementApi& api, std::string& error);
+
+// A reading as the library's row formatter takes it; it points into `m`.
+duReadingRow reading_row(const Measurement& m, int master_clock);
 
 // A header or row through one of the two formatters, grown to fit.
 template <typename Item>

@@ -241,17 +241,7 @@ private:
     // The reading's row as the files have it (the library's formatter), with
     // the sensor's settings, and its values in full, summarised or left out.
     std::string reading_payload(const duSensorMetadata& sensor, const Measurement& m) const {
-        duReadingRow row{};
-        row.sensor_id = m.sensor_id.c_str();
-        row.realtime_ns = m.realtime_ns;
-        row.first_sequence = m.first_sequence;
-        row.last_sequence = m.last_sequence;
-        row.shutter_speed = m.shutter_speed;
-        row.master_clock = sensor.settings.master_clock;
-        row.averages = m.averages;
-        row.saturated_filters = m.saturated;
-        row.gap_s = m.gap;
-        row.values = m.values.data();
+        const duReadingRow row = reading_row(m, sensor.settings.master_clock);
         nlohmann::json json = nlohmann::json::parse(format_text(m_api.duFormatReadingRow, DU_FILE_JSONL, row));
         json["master_clock"] = sensor.settings.master_clock;
         json["adc_gain"] = sensor.settings.adc_gain;

@@ -27,17 +27,7 @@ public:
     }
 
     bool append(const Measurement& m) override {
-        duReadingRow row{};
-        row.sensor_id = m.sensor_id.c_str();
-        row.realtime_ns = m.realtime_ns;
-        row.first_sequence = m.first_sequence;
-        row.last_sequence = m.last_sequence;
-        row.shutter_speed = m.shutter_speed;
-        row.master_clock = m_info.sensor.settings.master_clock;
-        row.averages = m.averages;
-        row.saturated_filters = m.saturated;
-        row.gap_s = m.gap;
-        row.values = m.values.data();
+        const duReadingRow row = reading_row(m, m_info.sensor.settings.master_clock);
         m_pending += format_text(m_api.duFormatReadingRow, m_format, row);
         return true;
     }
