@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "spectral_reading.h"
+#include "lit_reading.h"
 
 using namespace spectral_test;
 

@@ -5,7 +5,7 @@
 
 #include "event_log.h"
 #include "frame_model.h"
-#include "optics/spectral_frame.h"
+#include "optics/optical_frame.h"
 #include "schedule.h"
 #include "virtual_clock.h"
 

@@ -1,6 +1,6 @@
 #include "frame_model.h"
 
-#include "optics/spectral_frame.h"
+#include "optics/optical_frame.h"
 
 #include <algorithm>
 #include <cmath>

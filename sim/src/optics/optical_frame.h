@@ -1,7 +1,7 @@
 // Frames of the spectral model: response x (scene + LED driver light) x
 // exposure x gain + dark level + shot and read noise.
-#ifndef VSENSOR_SPECTRAL_FRAME_H
-#define VSENSOR_SPECTRAL_FRAME_H
+#ifndef VSENSOR_OPTICAL_FRAME_H
+#define VSENSOR_OPTICAL_FRAME_H
 
 #include <cstdint>
 #include <string>

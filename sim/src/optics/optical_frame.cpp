@@ -1,4 +1,4 @@
-#include "spectral_frame.h"
+#include "optical_frame.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 // Readings of the virtual sensor's spectral model without a USB round trip:
 // its true response times a scene, with its shot and read noise averaged
 // over frames, and the same truth as a calibration.
-#ifndef ORU_TEST_SPECTRAL_READING_H
-#define ORU_TEST_SPECTRAL_READING_H
+#ifndef ORU_TEST_LIT_READING_H
+#define ORU_TEST_LIT_READING_H
 
 #include <algorithm>
 #include <cmath>
