@@ -8,8 +8,10 @@ import sys
 
 from .. import Calibration, OruError, connect
 from ._acquisition import Acquisition
+from ._measuring import Measuring
 from ._options import parse
 from ._server import serve
+from ._spectra import Spectra
 
 from aiohttp.http_exceptions import HttpProcessingError
 
@@ -37,7 +39,7 @@ def listen(args, fail):
         fail("cannot listen on %s port %d: %s" % (args.host, args.port, e.strerror or e))
 
 
-async def run(acq, sock, args, ssl_context, sensor_count, bands):
+async def run(acq, measuring, sock, args, ssl_context, sensor_count, bands):
     stop = asyncio.Event()
     loop = asyncio.get_running_loop()
     for sig in (signal.SIGINT, signal.SIGTERM):
@@ -52,8 +54,34 @@ async def run(acq, sock, args, ssl_context, sensor_count, bands):
             print("Open it once with ?token=<the token> added; the browser then keeps a cookie.", flush=True)
         acq.start()
 
-    await serve(acq, sock, host=args.host, token=args.token, allowed_hosts=args.allow_host, timeout=args.timeout,
+    await serve(acq, measuring, sock, host=args.host, token=args.token, allowed_hosts=args.allow_host, timeout=args.timeout,
                 ssl_context=ssl_context, quiet=args.quiet, stop=stop, ready=ready, bands=bands)
+
+
+def adc_settings(sensors):
+    """Each sensor's ADC gain and range, read once: the live view leaves them
+    as connecting set them. A sensor lost already counts as (0, 0)."""
+    adc = {}
+    for s in sensors:
+        try:
+            adc[s.sensor_id] = tuple(s.adc)
+        except OruError:
+            pass
+    return adc
+
+
+def calibrated(path, fail):
+    """(bands for the pointer readout, the reconstructor) of --calibration FILE."""
+    try:
+        cal = Calibration(path)
+    except ValueError as e:
+        fail("--calibration: %s" % e, status=2)
+    try:
+        return {"sensor_id": cal.sensor_id, "bands": cal.bands()}, Spectra(cal._lib, cal)
+    except ValueError as e:
+        fail("--calibration: %s" % e, status=2)
+    finally:
+        cal.close()
 
 
 def main(argv=None):
@@ -65,17 +93,11 @@ def main(argv=None):
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     try:
         with connect(virtual=args.virtual) as sensors:
-            bands = None
-            if args.calibration:
-                try:
-                    cal = Calibration(args.calibration)
-                except ValueError as e:
-                    fail("--calibration: %s" % e, status=2)
-                bands = {"sensor_id": cal.sensor_id, "bands": cal.bands()}
-                cal.close()
+            bands, spectra = calibrated(args.calibration, fail) if args.calibration else (None, None)
+            measuring = Measuring(adc_settings(sensors), spectra)
             acq = Acquisition(sensors, averages=args.averages, max_rate=args.max_rate)
             try:
-                asyncio.run(run(acq, sock, args, ssl_context, len(sensors), bands))
+                asyncio.run(run(acq, measuring, sock, args, ssl_context, len(sensors), bands))
             finally:
                 acq.stop(STOP_WAIT_S)
     except KeyboardInterrupt:

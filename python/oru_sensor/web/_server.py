@@ -60,12 +60,6 @@ class Pages:
 
 
 def _event(kind, data):
-    if kind == "reading":
-        data, rate = data
-        data = {"rate": rate, "sensor_id": data.sensor_id, "last_sequence": data.last_sequence,
-                "shutter_speed": data.shutter_speed, "averages": data.averages, "saturated": data.saturated,
-                "dropped": data.dropped, "time": data.time.isoformat(timespec="milliseconds"),
-                "values": [round(float(v), 1) for v in data.values]}
     return ("event: %s\ndata: %s\n\n" % (kind, json.dumps(data, separators=(",", ":")))).encode()
 
 
@@ -74,14 +68,15 @@ def _json(obj, status=200):
 
 
 class Handlers:
-    def __init__(self, acq, pages, warden, bands):
+    def __init__(self, acq, pages, warden, bands, measuring):
         self.acq = acq
         self.bands = bands
+        self.measuring = measuring
         self.pages = pages
         self.warden = warden
 
     def status(self):
-        s = self.acq.status()
+        s = self.measuring.status(self.acq.status())
         s["pages"] = len(self.pages)
         return s
 
@@ -133,6 +128,29 @@ class Handlers:
                             headers={"Content-Disposition": 'attachment; filename="%s-%s.%s"'
                                      % (reading.sensor_id, stamp, fmt)})
 
+    async def stored(self, request):
+        """The sensor's kept dark or reference as the library's CSV file."""
+        kind, sensor_id = request.match_info["kind"], self.acq.status()["sensor_id"]
+        kept = self.measuring.file(kind, sensor_id)
+        if kept is None:
+            return refuse(404, "no %s kept for sensor %s: take one first" % (kind, sensor_id))
+        body, taken = kept
+        return web.Response(text=body, content_type="text/csv", headers={
+            "Content-Disposition": 'attachment; filename="%s-%s-%s.csv"' % (sensor_id, kind,
+                                                                            taken.strftime("%Y%m%dT%H%M%S"))})
+
+    def _take(self, kind, body):
+        """Keeps the latest reading as the shown sensor's dark or reference,
+        when it was taken at the settings now in effect."""
+        s = self.acq.status()
+        if flag(body.get("clear", False), "clear"):
+            self.measuring.keep(kind, (s["sensor_id"], None))
+            return
+        r = self.acq.latest()
+        if s["pending"] or r is None or (r.sensor_id, r.shutter_speed) != (s["sensor_id"], s["shutter_speed"]):
+            raise BadValue("no reading at the current settings yet: take the %s again in a moment" % kind)
+        self.measuring.keep(kind, r)
+
     async def events(self, request):
         q = self.pages.open()
         resp = web.StreamResponse(headers=dict(HEADERS, **{"Content-Type": "text/event-stream"}))
@@ -173,8 +191,16 @@ class Handlers:
             s = acq.request(paused=flag(body.get("paused"), "paused"))
         elif kind == "auto-exposure":
             s = acq.request(auto_exposure=True)
+        elif kind in ("mode", "algorithm"):
+            value = body.get(kind)
+            self.measuring.choose(**{kind: value if isinstance(value, str) else ""})
+            s = acq.status()
+        elif kind in ("dark", "reference"):
+            self._take(kind, body)
+            s = acq.status()
         else:
             return refuse(404, "no such control")
+        s = self.measuring.status(s)
         s["pages"] = len(self.pages)
         return _json(s, 202)
 
@@ -182,8 +208,8 @@ class Handlers:
         return refuse(404, "no such page")
 
 
-def make_app(acq, pages, warden, access, bands=None):
-    h = Handlers(acq, pages, warden, bands)
+def make_app(acq, pages, warden, access, measuring, bands=None):
+    h = Handlers(acq, pages, warden, bands, measuring)
     app = web.Application(middlewares=[h.guard, access.check], client_max_size=MAX_BODY)
     for path in FILES:
         app.router.add_get(path, h.file)
@@ -191,19 +217,29 @@ def make_app(acq, pages, warden, access, bands=None):
     app.router.add_get("/api/snapshot", h.snapshot)
     app.router.add_get("/api/bands", h.get_bands)
     app.router.add_get("/api/events", h.events)
+    app.router.add_get("/api/{kind:dark|reference}", h.stored)
     app.router.add_post("/api/{name}", h.control)
     app.router.add_route("*", "/{tail:.*}", h.missing)
     return app
 
 
-async def serve(acq, sock, *, host, token, allowed_hosts, timeout, ssl_context, quiet, stop, ready, bands=None):
+async def serve(acq, measuring, sock, *, host, token, allowed_hosts, timeout, ssl_context, quiet, stop, ready,
+                bands=None):
     """Serves until `stop` (an asyncio.Event) is set; calls `ready(port)` once listening."""
     loop = asyncio.get_running_loop()
     pages = Pages(loop)
-    acq.add_listener(pages.hear)
+
+    def hear(kind, data):  # on the acquisition thread: the library's numbers for the pages
+        if kind == "reading":
+            data = measuring.event(*data)
+        elif kind == "status":
+            data = measuring.status(data)
+        pages.hear(kind, data)
+
+    acq.add_listener(hear)
     warden = Warden(timeout)
     access = Access(host, allowed_hosts, token, tls=ssl_context is not None)
-    runner = web.AppRunner(make_app(acq, pages, warden, access, bands), access_log_class=AccessLog,
+    runner = web.AppRunner(make_app(acq, pages, warden, access, measuring, bands), access_log_class=AccessLog,
                            access_log=access_logger(quiet), keepalive_timeout=timeout, lingering_time=timeout)
     await runner.setup()
     warden.make_protocol = runner.server

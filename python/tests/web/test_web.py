@@ -23,7 +23,7 @@ try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.action_chains import ActionChains
-    from selenium.webdriver.support.ui import WebDriverWait
+    from selenium.webdriver.support.ui import Select, WebDriverWait
 except ImportError:  # pragma: no cover - depends on the machine
     webdriver = None
 
@@ -38,6 +38,8 @@ COLUMNS = ["time", "sensor_id", "first_sequence", "last_sequence", "shutter_spee
 IDS = ["A4486-3-12-40-2", "A4486-3-13-40-2"]
 JSON = {"Content-Type": "application/json"}
 CALIBRATION_EXE = os.environ.get("ORU_VSENSOR_CALIBRATION_EXE")
+NO_REFERENCE = "this mode needs a reference reading"  # the library's refusal lines the page passes on
+DARK_ELSEWHERE = "the dark was taken at another shutter speed, master clock or ADC setting: take a new dark"
 STOP_BOUND_S = 5.0  # a stop that waited for a reading or a lost sensor took 15 s to forever
 
 
@@ -100,6 +102,19 @@ class LiveServer:
     def snapshot(self):
         status, _, body = self.request("api/snapshot?format=json")
         return json.loads(body) if status == 200 else {}
+
+    def reading(self, **want):
+        """The first reading on the page's event stream whose fields have the values in `want`."""
+        with socket.create_connection((self.host, self.port), timeout=10) as s:
+            s.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+            got = b""
+            while True:
+                got += s.recv(1 << 20)
+                for m in re.finditer(rb"event: reading\ndata: (.*)\n\n", got):
+                    r = json.loads(m.group(1))
+                    if all(r.get(k) == v for k, v in want.items()):
+                        return r
+                got = got[got.rfind(b"\n\n") + 2:]
 
     def raw(self, data, wait=5.0):
         """Everything the server sends on one connection given `data`, until it closes it."""
@@ -241,7 +256,9 @@ class Server(unittest.TestCase):
                 ("api/sensor", {"sensor": 2}, 400), ("api/pause", {"paused": "yes"}, 400),
                 ("api/nothing", {}, 404), ("api/shutter", "[" * 2000 + "]" * 2000, 400),
                 ("api/shutter", "not json", 400), ("api/shutter", "[1]", 400),
-                ("api/shutter", '{"shutter_speed": "%s"}' % ("9" * 5000), 413)]:
+                ("api/shutter", '{"shutter_speed": "%s"}' % ("9" * 5000), 413),
+                ("api/mode", {"mode": "ratio"}, 400), ("api/mode", {"mode": 3}, 400),
+                ("api/dark", {"clear": "yes"}, 400), ("api/algorithm", {"algorithm": "TNNLS-GCV"}, 400)]:
             with self.subTest(path=path, body=str(body)[:40]):
                 status, headers, data = self.srv.request(path, body if isinstance(body, str) else json.dumps(body))
                 self.assertEqual(status, expected)
@@ -249,6 +266,7 @@ class Server(unittest.TestCase):
                 self.assertEqual(data.count(b"\n"), 1)
                 self.assertTrue(json.loads(data)["error"])
         self.assertEqual(self.srv.request("api/snapshot?format=xml")[0], 400)
+        self.assertEqual(self.srv.request("api/reference")[0], 404)  # none taken yet
 
     def test_a_refused_body_is_never_taken_for_a_request(self):
         inner = http_request(b"POST", b"/api/shutter", b'{"shutter_speed": 77}')
@@ -402,14 +420,16 @@ class Unplugged(unittest.TestCase):
 class LiveView(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        # White scene at full speed: shutter 1 gives far more than 10 readings a second.
-        # With the first sensor's true calibration, for the pointer readout.
+        # Sensor 0: white scene at full speed, shutter 1 gives far more than 10 readings
+        # a second. Sensor 1: a green LED, with its true calibration for the
+        # pointer readout and the spectrum.
         cls.tmp = tempfile.mkdtemp()
         cal = []
         if CALIBRATION_EXE:
             cal = ["--calibration", os.path.join(cls.tmp, "cal.h5")]
-            subprocess.run([CALIBRATION_EXE, "--index", "0", "-o", cal[1]], check=True, capture_output=True)
-        cls.srv = LiveServer("--virtual", "2", "--quiet", *cal, env={"ORU_VSENSOR_NOISE": "20"})
+            subprocess.run([CALIBRATION_EXE, "--index", "1", "-o", cal[1]], check=True, capture_output=True)
+        cls.srv = LiveServer("--virtual", "2", "--quiet", *cal,
+                             env={"ORU_VSENSOR_NOISE": "20", "ORU_VSENSOR_SCENE": "1=led:529"})
         opts = webdriver.ChromeOptions()
         opts.binary_location = BROWSER
         for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
@@ -430,6 +450,9 @@ class LiveView(unittest.TestCase):
 
     def text(self, id_):
         return self.driver.find_element("id", id_).text
+
+    def choose(self, select, value):
+        Select(self.driver.find_element("id", select)).select_by_value(value)
 
     def enter(self, field, value):
         """Types `value` into a control and presses its button."""
@@ -467,30 +490,38 @@ class LiveView(unittest.TestCase):
         self.assertEqual(status["auto_exposure"], status["shutter_speed"])
         self.assertGreater(status["shutter_speed"], 100)  # the white scene settles near 150
 
-    def test_4_bad_value_shows_an_error_and_dark_warning(self):
+    def test_4_bad_value_shows_an_error_and_a_dark_of_other_settings_is_refused(self):
         self.enter("averages", "0")
         self.wait.until(lambda d: "averages must be" in self.text("message"))
-        self.driver.find_element("id", "dark").click()
-        self.driver.find_element("id", "subtract").click()
+        self.wait.until(lambda d: self.take("dark"))
+        self.choose("mode", "dark")
         self.enter("shutter", "3")
-        self.wait.until(lambda d: "take a new one" in self.text("dark-warning"))
+        self.wait.until(lambda d: self.text("refusal") == "The dark mode cannot be shown: " + DARK_ELSEWHERE)
+        self.driver.find_element("id", "dark-forget").click()
+        self.wait.until(lambda d: self.text("s-dark") == "none" and not self.text("refusal"))
         self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view-warnings.png"))
         self.driver.set_window_size(390, 844)
         self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view-phone.png"))
         width = self.driver.execute_script("return document.documentElement.scrollWidth")  # no sideways scrolling
         self.assertLessEqual(width, self.driver.execute_script("return window.innerWidth"))
         self.driver.set_window_size(1200, 900)
+        self.choose("mode", "raw")
+
+    def take(self, kind):
+        """Takes the dark or reference; False while the server has no reading at the new settings yet."""
+        self.driver.find_element("id", kind).click()
+        return self.text("s-" + kind) != "none"
 
     @unittest.skipUnless(CALIBRATION_EXE, "oru-vsensor-calibration is not built")
     def test_5_pointer_reads_out_the_filter_and_where_it_sees_light(self):
         status, _, body = self.srv.request("api/bands")
         self.assertEqual(status, 200)
         bands = json.loads(body)
-        self.assertEqual((bands["sensor_id"], len(bands["bands"])), (IDS[0], 1024))
+        self.assertEqual((bands["sensor_id"], len(bands["bands"])), (IDS[1], 1024))
         plot = self.driver.find_element("id", "plot")
         # Across the plot's width: the filter under the pointer is the one read out.
         for fraction in (0.25, 0.75):
-            x = 44 + fraction * (plot.size["width"] - 50)
+            x = 56 + fraction * (plot.size["width"] - 64)
             ActionChains(self.driver).move_to_element_with_offset(plot, int(x - plot.size["width"] / 2), 0).perform()
             m = re.match(r"filter (\d+): [\d.]+ DN, sees (\d+) nm to (\d+) nm \(centre (\d+) nm\)$",
                          self.text("s-pointer"))
@@ -498,6 +529,63 @@ class LiveView(unittest.TestCase):
             centre, low, high = bands["bands"][int(m.group(1))]
             self.assertEqual([int(g) for g in m.group(2, 3, 4)], [round(low), round(high), round(centre)])
             self.assertAlmostEqual(int(m.group(1)), fraction * 1023, delta=4)
+
+    def test_6_modes_come_from_the_server_with_its_dark_and_reference(self):
+        # Sensor 1's green LED at shutter 200 is its own reference: 100 % and 0 AU
+        # where it lights the filters well (its background filters see no light).
+        self.show_green_led()
+        self.choose("mode", "transmittance")
+        self.wait.until(lambda d: self.text("refusal") == "The transmittance mode cannot be shown: " + NO_REFERENCE)
+        self.wait.until(lambda d: self.take("reference"))
+        self.assertRegex(self.text("s-reference"), r"^shutter 200, 1 averaged, \d\d:\d\d:\d\d$")
+        status, headers, body = self.srv.request("api/reference")
+        self.assertIn("%s-reference-" % IDS[1], headers["Content-Disposition"])
+        lines = body.decode().splitlines()
+        self.assertIn("# kind: reference", lines)
+        rows = list(csv.DictReader(line for line in lines if not line.startswith("#")))
+        self.assertEqual((len(rows), rows[0]["sensor_id"], rows[0]["shutter_speed"]), (1, IDS[1], "200"))
+        for mode, unit, median in [("transmittance", "%", 100.0), ("reflectance", "%", 100.0),
+                                   ("absorbance", "AU", 0.0), ("rate", "DN/ms", None), ("raw", "DN", None)]:
+            with self.subTest(mode=mode):
+                self.choose("mode", mode)
+                label = "%s (%s) against Filter" % ("Filter output" if mode == "raw" else mode.capitalize(), unit)
+                self.wait.until(lambda d: d.find_element("id", "plot").get_attribute("aria-label") == label
+                                and not self.text("refusal"))
+                r = self.srv.reading(mode=mode, sensor_id=IDS[1], shutter_speed=200)
+                self.assertEqual((r["unit"], r["refusal"], len(r["values"])), (unit, None, 1024))
+                if median is not None:
+                    # Each reading's dark is its 3 background filters: their noise (20 DN)
+                    # moves all of its filters together, a few % at these levels.
+                    lit = sorted(v for v, dn in zip(r["values"], r["raw"]) if dn > 1000)
+                    self.assertGreater(len(lit), 10)
+                    self.assertAlmostEqual(lit[len(lit) // 2], median, delta=max(median * 0.08, 0.035))
+        self.assertEqual(self.text("s-exposure"), "182.56 ms")  # (200 x 912 + 160) us, exactly
+
+    def show_green_led(self):
+        self.choose("sensor", "1")
+        self.enter("shutter", "200")
+        self.wait.until(lambda d: self.text("s-id") == IDS[1] and self.text("s-shutter") == "200"
+                        and self.text("s-state") == "usable")
+
+    @unittest.skipUnless(CALIBRATION_EXE, "oru-vsensor-calibration is not built")
+    def test_7_spectrum_of_the_green_led_peaks_at_529_nm(self):
+        self.show_green_led()
+        spectrum = self.driver.find_element("id", "spectrum")
+        self.wait.until(lambda d: spectrum.is_displayed() and spectrum.get_attribute("aria-label")
+                        == "Radiance (calibration units) against Wavelength (nm)")
+        for algorithm in ("NNLS-L1", "TNNLS-LCurve"):
+            with self.subTest(algorithm=algorithm):
+                self.choose("algorithm", algorithm)
+                self.wait.until(lambda d: self.text("spectrum-info").startswith(algorithm + ": weight"))
+                sp = self.srv.reading(sensor_id=IDS[1], shutter_speed=200)["spectrum"]
+                while sp["algorithm"] != algorithm:
+                    sp = self.srv.reading(sensor_id=IDS[1])["spectrum"]
+                peak = max(range(len(sp["values"])), key=lambda i: sp["values"][i] or 0)
+                self.assertAlmostEqual(sp["wavelengths"][peak], 529.0, delta=3.0)
+        self.driver.save_screenshot(os.path.join(ARTIFACTS, "live-view-spectrum.png"))
+        # Sensor 0 is not the calibration's: the library's line instead of a spectrum.
+        self.choose("sensor", "0")
+        self.wait.until(lambda d: self.text("spectrum-info").startswith("No spectrum (TNNLS-LCurve): "))
 
 
 if __name__ == "__main__":

@@ -5,8 +5,8 @@
   const $ = (id) => document.getElementById(id);
   const canvas = $("plot");
   const ctx = canvas.getContext("2d");
-  let latest = null;        // the last reading drawn or to draw
-  let dark = null;          // {values, shutter_speed} of the dark reading
+  const LEFT = 56, RIGHT = 8, TOP = 8, BOTTOM = 34;  // CSS pixels around a plot's area
+  let latest = null;        // the last reading drawn or to draw, as the server measured it
   let status = {};
   let pending = false;      // a frame is requested
   let searching = false;    // auto exposure asked for, its result not yet in
@@ -23,11 +23,30 @@
     if (el.textContent !== text) el.textContent = text;
   }
 
+  // The exact exposure is a whole number of microseconds at the live view's clock.
+  const ms = (x) => (x >= 1000 ? x.toFixed(1) : x >= 100 ? x.toFixed(2) : x.toFixed(3)) + " ms";
+  const kept = (k) => (k ? "shutter " + k.shutter_speed + ", " + k.averages + " averaged, " + k.time.slice(11, 19) : "none");
+
   function showStatus(s) {
     status = Object.assign(status, s);
     setText("s-id", status.sensor_id || "–");
     setText("s-shutter", String(status.shutter_speed ?? "–"));
-    setText("s-exposure", status.exposure_ms != null ? status.exposure_ms.toFixed(3) + " ms" : "–");
+    setText("s-exposure", status.exposure_ms != null ? ms(status.exposure_ms) : "–");
+    setText("s-dark", kept(status.dark));
+    setText("s-reference", kept(status.reference));
+    $("dark-csv").hidden = !status.dark;
+    $("reference-csv").hidden = !status.reference;
+    $("dark-forget").hidden = !status.dark;
+    $("reference-forget").hidden = !status.reference;
+    if (status.mode && document.activeElement !== $("mode")) $("mode").value = status.mode;
+    $("fixed").disabled = status.mode !== "raw";
+    const alg = $("algorithm");
+    if (status.algorithms && status.algorithms.length && alg.options.length !== status.algorithms.length) {
+      alg.replaceChildren(...status.algorithms.map((a) => new Option(a, a)));
+      $("algorithm-label").hidden = false;
+      $("spectrum-view").hidden = false;
+    }
+    if (status.algorithm && document.activeElement !== alg) alg.value = status.algorithm;
     setText("s-averages", String(status.averages ?? "–"));
     setText("s-rate", status.rate != null ? status.rate.toFixed(1) : "–");
     setText("s-dropped", String(status.dropped ?? "–"));
@@ -53,64 +72,107 @@
     if (!edited.has("shutter") && status.shutter_speed != null) $("shutter").value = status.shutter_speed;
     if (!edited.has("averages") && status.averages != null) $("averages").value = status.averages;
     if (status.error) showError(status.error);
-    checkDark();
   }
 
-  function checkDark() {
-    const w = $("dark-warning");
-    const differs = dark && status.shutter_speed != null && dark.shutter_speed !== status.shutter_speed;
-    const text = differs ? "The dark reading was taken at shutter speed " + dark.shutter_speed +
-      ", the sensor is at " + status.shutter_speed + ": take a new one." : "";
-    if (w.textContent !== text) w.textContent = text;
-    w.hidden = !differs;
-  }
-
-  function fitCanvas() {
+  function fitCanvas(c) {
     const dpr = window.devicePixelRatio || 1;
-    const w = Math.max(1, Math.round(canvas.clientWidth * dpr));
-    const h = Math.max(1, Math.round(canvas.clientHeight * dpr));
-    if (canvas.width !== w || canvas.height !== h) { canvas.width = w; canvas.height = h; }
+    const w = Math.max(1, Math.round(c.clientWidth * dpr));
+    const h = Math.max(1, Math.round(c.clientHeight * dpr));
+    if (c.width !== w || c.height !== h) { c.width = w; c.height = h; }
     return dpr;
   }
 
+  // Tick marks 1, 2 or 5 times a power of ten apart, about five over the span.
+  function ticks(lo, hi) {
+    const raw = (hi - lo) / 5, p = Math.pow(10, Math.floor(Math.log10(raw)));
+    const step = [1, 2, 5, 10].map((m) => m * p).find((s) => s >= raw);
+    const out = [];
+    for (let t = Math.ceil(lo / step) * step; t <= hi + step * 1e-9; t += step) out.push(t);
+    return { out, digits: Math.max(0, -Math.floor(Math.log10(step))) };
+  }
+
+  // The span of the finite values, widened a little; 0..1 around a flat line.
+  function span(values) {
+    let lo = Infinity, hi = -Infinity;
+    for (const v of values) if (v != null) { if (v < lo) lo = v; if (v > hi) hi = v; }
+    if (lo === Infinity) return [0, 1];
+    const pad = hi > lo ? (hi - lo) * 0.05 : Math.max(Math.abs(hi) * 0.05, 1);
+    return [lo - pad, hi + pad];
+  }
+
+  // Draws values[i] against xs[i] on canvas c with titled axes; returns the
+  // x of a value for marks drawn over it.
+  function plot(c, xs, values, [y0, y1], xTitle, yTitle) {
+    const g = c.getContext("2d");
+    const dpr = fitCanvas(c);
+    const W = c.width, H = c.height;
+    const left = LEFT * dpr, bottom = BOTTOM * dpr, top = TOP * dpr, right = RIGHT * dpr;
+    const pw = W - left - right, ph = H - top - bottom;
+    const x0 = xs[0], x1 = xs[xs.length - 1];
+    const x = (v) => left + (v - x0) / (x1 - x0) * pw;
+    const y = (v) => top + ph - (v - y0) / (y1 - y0) * ph;
+    g.clearRect(0, 0, W, H);
+    g.font = (11 * dpr) + "px system-ui, sans-serif";
+    g.fillStyle = "#5b6b7c";
+    g.strokeStyle = "#e3e8ee";
+    g.lineWidth = 1;
+    g.textAlign = "right";
+    g.textBaseline = "middle";
+    const yt = ticks(y0, y1);
+    for (const t of yt.out) {
+      g.beginPath(); g.moveTo(left, y(t)); g.lineTo(W - right, y(t)); g.stroke();
+      g.fillText(t.toFixed(yt.digits), left - 4 * dpr, y(t));
+    }
+    g.textAlign = "center";
+    g.textBaseline = "top";
+    const xt = ticks(x0, x1);
+    for (const t of xt.out) g.fillText(t.toFixed(xt.digits), x(t), top + ph + 4 * dpr);
+    g.fillText(xTitle, left + pw / 2, top + ph + 18 * dpr);
+    g.save();
+    g.translate(12 * dpr, top + ph / 2);
+    g.rotate(-Math.PI / 2);
+    g.fillText(yTitle, 0, -6 * dpr);
+    g.restore();
+    c.setAttribute("aria-label", yTitle + " against " + xTitle);
+    g.save();
+    g.beginPath(); g.rect(left, top, pw, ph); g.clip();
+    g.strokeStyle = "#1f6fd1";
+    g.lineWidth = 1.5 * dpr;
+    g.beginPath();
+    let down = false;  // a NaN of the library (a reference at its dark) breaks the line
+    values.forEach((v, i) => {
+      if (v == null) { down = false; return; }
+      if (down) g.lineTo(x(xs[i]), y(v)); else g.moveTo(x(xs[i]), y(v));
+      down = true;
+    });
+    g.stroke();
+    g.restore();
+    return { x, dpr, top };
+  }
+
+  const FILTERS = Array.from({ length: 1024 }, (_, i) => i);
+  const title = (what, unit) => what + " (" + unit + ")";
+
   function draw() {
     pending = false;
-    const dpr = fitCanvas();
-    const W = canvas.width, H = canvas.height;
-    const left = 44 * dpr, bottom = 20 * dpr, top = 6 * dpr, right = 6 * dpr;
-    const pw = W - left - right, ph = H - top - bottom;
-    ctx.clearRect(0, 0, W, H);
-    ctx.font = (11 * dpr) + "px system-ui, sans-serif";
-    ctx.fillStyle = "#5b6b7c";
-    ctx.strokeStyle = "#e3e8ee";
-    ctx.lineWidth = 1;
-    ctx.textAlign = "right";
-    ctx.textBaseline = "middle";
-    for (let dn = 0; dn <= 4000; dn += 1000) {
-      const y = top + ph - dn / MAX_DN * ph;
-      ctx.beginPath(); ctx.moveTo(left, y); ctx.lineTo(W - right, y); ctx.stroke();
-      ctx.fillText(String(dn), left - 4 * dpr, y);
-    }
-    ctx.textAlign = "center";
-    ctx.textBaseline = "top";
-    for (let f = 0; f < 1024; f += 256) ctx.fillText(String(f), left + f / 1023 * pw, top + ph + 4 * dpr);
-    if (!latest) return;
-    const v = latest.values;
-    const sub = $("subtract").checked && dark;
-    const x = (i) => left + i / 1023 * pw;
-    const y = (dn) => top + ph - Math.min(Math.max(dn, 0), MAX_DN) / MAX_DN * ph;
-    ctx.strokeStyle = "#1f6fd1";
-    ctx.lineWidth = 1.5 * dpr;
-    ctx.beginPath();
-    for (let i = 0; i < v.length; i++) {
-      const dn = sub ? v[i] - dark.values[i] : v[i];
-      if (i === 0) ctx.moveTo(x(i), y(dn)); else ctx.lineTo(x(i), y(dn));
-    }
-    ctx.stroke();
+    const r = latest;
+    const mode = r ? r.mode : (status.mode || "raw");
+    const values = r && r.values ? r.values : [];
+    const fixed = mode === "raw" && $("fixed").checked;
+    const p = plot(canvas, FILTERS, values, fixed || !values.length ? [0, MAX_DN] : span(values), "Filter",
+                   title(mode === "raw" ? "Filter output" : mode[0].toUpperCase() + mode.slice(1), r ? r.unit : "DN"));
+    if (!r) return;
     // Saturated filters: a red tick at the top of the plot above each one.
+    const raw = r.raw || r.values || [];
     ctx.fillStyle = "#d12f1f";
-    for (let i = 0; i < v.length; i++) {
-      if (v[i] >= MAX_DN) ctx.fillRect(x(i) - dpr, top, 2 * dpr, 8 * dpr);
+    for (let i = 0; i < raw.length; i++) {
+      if (raw[i] >= MAX_DN) ctx.fillRect(p.x(i) - p.dpr, p.top, 2 * p.dpr, 8 * p.dpr);
+    }
+    const sp = r.spectrum;
+    if (sp && sp.values) {
+      const range = span(sp.values);
+      plot($("spectrum"), sp.wavelengths, sp.values, [Math.min(range[0], 0), range[1]], "Wavelength (nm)",
+           "Radiance (calibration units)");
     }
   }
 
@@ -121,8 +183,17 @@
   function onReading(r) {
     latest = r;
     setText("s-saturated", r.saturated + " filters (at 4095 DN in every frame averaged)");
-    showStatus({ sensor_id: r.sensor_id, shutter_speed: r.shutter_speed, averages: r.averages,
-                 rate: r.rate, dropped: r.dropped });
+    showStatus({ sensor_id: r.sensor_id, shutter_speed: r.shutter_speed, exposure_ms: r.exposure_ms,
+                 averages: r.averages, rate: r.rate, dropped: r.dropped, mode: r.mode });
+    const refusal = $("refusal");
+    setText("refusal", r.refusal ? "The " + r.mode + " mode cannot be shown: " + r.refusal : "");
+    refusal.hidden = !r.refusal;
+    const sp = r.spectrum;
+    if (sp) {
+      setText("spectrum-info", sp.error ? "No spectrum (" + sp.algorithm + "): " + sp.error :
+        sp.algorithm + ": weight " + sp.weight.toPrecision(3) + ", residual " + sp.residual_dn.toFixed(1) +
+        " DN over " + sp.filters_used + " filters" + (sp.settings_differ ? "; the calibration was made at other settings" : ""));
+    }
     if (status.error) { status.error = null; showError(""); }
     schedule();
   }
@@ -167,14 +238,14 @@
       setText("auto", "Auto exposure");
     }
   });
-  $("dark").addEventListener("click", () => {
-    if (!latest) { showError("No reading yet to keep as dark."); return; }
-    dark = { values: latest.values.slice(), shutter_speed: latest.shutter_speed };
-    setText("dark", "Take dark (kept at " + dark.shutter_speed + ")");
-    checkDark();
-    schedule();
-  });
-  $("subtract").addEventListener("change", schedule);
+  // The server keeps the dark and reference of each sensor and measures with them.
+  $("dark").addEventListener("click", () => post("api/dark", {}));
+  $("reference").addEventListener("click", () => post("api/reference", {}));
+  $("dark-forget").addEventListener("click", () => post("api/dark", { clear: true }));
+  $("reference-forget").addEventListener("click", () => post("api/reference", { clear: true }));
+  $("mode").addEventListener("change", () => post("api/mode", { mode: $("mode").value }));
+  $("algorithm").addEventListener("change", () => post("api/algorithm", { algorithm: $("algorithm").value }));
+  $("fixed").addEventListener("change", schedule);
   window.addEventListener("resize", schedule);
 
   // The filter under the pointer: its value and, with a calibration on the
@@ -182,12 +253,13 @@
   let bands = null;
   fetch("api/bands").then((res) => (res.ok ? res.json() : null)).then((b) => { bands = b; }).catch(() => {});
   const nm = (x) => Math.round(x) + " nm";
+  const valueText = (v, unit) => (v == null ? "not a number" : v.toFixed(unit === "DN" ? 1 : 3) + " " + unit);
   canvas.addEventListener("mousemove", (e) => {
     const r = canvas.getBoundingClientRect();
-    const left = 44, right = 6, pw = r.width - left - right;
-    const i = Math.round((e.clientX - r.left - left) / pw * 1023);
-    if (i < 0 || i > 1023 || !latest) return;
-    let text = "filter " + i + ": " + latest.values[i].toFixed(1) + " DN";
+    const pw = r.width - LEFT - RIGHT;
+    const i = Math.round((e.clientX - r.left - LEFT) / pw * 1023);
+    if (i < 0 || i > 1023 || !latest || !latest.values) return;
+    let text = "filter " + i + ": " + valueText(latest.values[i], latest.unit);
     const b = bands && bands.bands[i];
     if (b) text += ", sees " + nm(b[1]) + " to " + nm(b[2]) + " (centre " + nm(b[0]) + ")";
     else if (bands) text += ", sees no light";
