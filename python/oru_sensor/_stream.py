@@ -250,6 +250,43 @@ class FrameStream:
         log.warning("sensor %s is back after %.1f s", self._sensor_id, away)
         return away
 
+    TIMED_OUT = -9  # a read's frames did not come in time, or the sensor failed or went away
+
+    def read_within(self, frames, timeout):
+        """A reading of `frames` consecutive frames (whatever `averages` is),
+        or None when they did not all come within `timeout` seconds. Unlike
+        iterating, a time-out leaves the stream on (the frames it took are
+        consumed; a wait for one frame that does not come takes none), so
+        that a long reading can be read in slices and given up between them.
+        None too when the sensor failed or was removed (its `state`
+        says which; `reopen_if_back` brings it back); other errors raise.
+        Starts the stream when it is off."""
+        self.start()
+        index = self._sensor.index
+        with self._conn.reading(index) as lib:
+            result = lib.duReadFrameStreamOf(index, self._buf, int(frames), int(timeout * 1000),
+                                             ctypes.byref(self._info))
+        if result < 0 and not self._conn.is_open:
+            raise self._conn.closed_error(index)
+        if result == self.TIMED_OUT:
+            return None
+        check(result, "reading the frame stream")
+        return Reading.from_stream(self._buf, self._info, int(frames), self._sensor_id, 0.0)
+
+    def reopen_if_back(self, sensor_id):
+        """One look, without waiting, for the sensor `sensor_id` attached
+        again: True when it is back under its index. Its stream is then off
+        until the next read starts it."""
+        self._sensor_id = sensor_id
+        if self._on:  # the reopen closes the library's stream
+            self._on = False
+            self._conn.release_stream(self._sensor.index, self._token)
+        with self._conn.calling(self._sensor.index) as lib:
+            result = lib.duReconnectSensor(self._sensor.index, sensor_id.encode())
+        if result < 0:
+            check(result, "reconnecting sensor %s" % sensor_id)
+        return result == 1
+
     def __del__(self):
         try:
             self.stop()

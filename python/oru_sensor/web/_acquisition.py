@@ -3,13 +3,14 @@ runs. It applies what the pages asked for, reads the shown sensor's frame
 stream in slices and publishes its latest state and reading. The HTTP side
 leaves requests and reads what was published; neither waits for the other."""
 
-import datetime
 import logging
 import threading
 import time
 
 from .. import OruError, Reading, _library
-from ._stream_calls import REMOVED, TIMED_OUT, USABLE, StreamCalls
+
+USABLE, REMOVED = 1, 3
+TIMED_OUT = -9
 
 SLICE_S = 0.25   # longest wait for frames in one call: a control or a stop is seen within about this
 RETRY_S = 0.5    # a failed step is tried again after this
@@ -28,7 +29,7 @@ class Acquisition:
 
     def __init__(self, sensors, averages=1, max_rate=25.0):
         self._sensors = sensors
-        self._calls = StreamCalls(len(sensors))
+        self._streams = [s.stream(recover=False) for s in sensors]  # the thread's own
         self.limits = sensors[0].shutter_speed_limits
         self.ids = [s.sensor_id for s in sensors]
         self._lock = threading.Lock()
@@ -178,10 +179,24 @@ class Acquisition:
             except Exception as e:  # shown on the page; the step is tried again
                 log.warning("%s", e)
                 self._publish(error=str(e), busy=None, applied=want["generation"])
-                if on is not None and self._calls.state(on) == USABLE:
-                    self._calls.stop(on)
+                if on is not None and self._state(on) == USABLE:
+                    self._stop_stream(on)
                 on = None
                 self._pause(RETRY_S)
+
+    def _state(self, index):
+        try:
+            return self._sensors[index].state
+        except OruError:  # no sensor under that index any more
+            return REMOVED
+
+    def _stop_stream(self, index):
+        """Never raises: a stream that was not on is what was wanted, and a
+        sensor that cannot be chosen has no stream to stop."""
+        try:
+            self._streams[index].stop()
+        except OruError:
+            pass
 
     def _poll_states(self):
         """Refreshes the sensors' states and brings back any that was lost
@@ -189,8 +204,8 @@ class Acquisition:
         streams are off)."""
         back = set()
         for i in range(len(self._sensors)):
-            code = self._calls.state(i)
-            if code != USABLE and self._calls.reconnect(i, self.ids[i]):
+            code = self._state(i)
+            if code != USABLE and self._streams[i].reopen_if_back(self.ids[i]):
                 code = USABLE
                 back.add(i)
             state = STATES.get(code, "removed")
@@ -204,12 +219,12 @@ class Acquisition:
         sensor whose stream is on afterwards."""
         index = want["index"]
         # A lost sensor's new shutter speed waits until it is back.
-        changes = {i: ss for i, ss in want["shutter"].items() if self._calls.state(i) == USABLE}
+        changes = {i: ss for i, ss in want["shutter"].items() if self._state(i) == USABLE}
         if on is not None and (on != index or on in changes or want["auto"] or want["paused"]
-                               or self._calls.state(on) != USABLE):
-            if self._calls.state(on) == USABLE:
+                               or self._state(on) != USABLE):
+            if self._state(on) == USABLE:
                 self._publish(busy="stopping the stream")
-                self._calls.stop(on)
+                self._stop_stream(on)
             on = None
         for i, ss in changes.items():
             self._publish(busy="setting the shutter speed")
@@ -220,7 +235,7 @@ class Acquisition:
                     del self._want_shutter[i]
         if want["auto"]:
             self._auto_exposure(index)
-        if self._calls.state(index) != USABLE:  # shown as such until the state poll brings it back
+        if self._state(index) != USABLE:  # shown as such until the state poll brings it back
             self._publish(applied=want["generation"], busy=None, rate=0.0)
             self._pause(POLL_S, want["generation"])
             return None
@@ -229,7 +244,7 @@ class Acquisition:
             self._pause(RETRY_S, want["generation"])
             return None
         if on is None:
-            self._calls.start(index)
+            self._streams[index].start()
             self._started = time.monotonic()
             self._count = 0
             self._publish(rate=0.0)
@@ -276,29 +291,24 @@ class Acquisition:
             k = min(per_slice, averages - done)
             # One frame at a time may take longer than a slice: wait in
             # slices, which take nothing from the stream when they time out.
-            result = self._calls.read(index, k, SLICE_S if k == 1 else k * frame_s + SLICE_S)
-            if result == TIMED_OUT and self._calls.state(index) == USABLE:
+            part = self._streams[index].read_within(k, SLICE_S if k == 1 else k * frame_s + SLICE_S)
+            if part is None and self._state(index) == USABLE:
                 if time.monotonic() - last_frame > k * frame_s + STALL_S:
                     raise OruError(TIMED_OUT, "no frames from sensor %s for %.0f s"
                                    % (self.ids[index], time.monotonic() - last_frame))
                 continue
-            if result == TIMED_OUT:
+            if part is None:
                 return None  # removed or failed: the next round brings it back
-            if result < 0:
-                raise OruError(result, "reading sensor %s: library code %d" % (self.ids[index], result))
             last_frame = time.monotonic()
-            info = self._calls.info
             if first is None:
-                first = info.first_sequence
+                first = part.first_sequence
             if mean is None:
-                mean = list(self._calls.values)
+                mean = list(part.values)
             else:
                 weight = k / (done + k)
-                for i, v in enumerate(self._calls.values):
+                for i, v in enumerate(part.values):
                     mean[i] += (v - mean[i]) * weight
             done += k
-        wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
-        return Reading(mean, first_sequence=first, last_sequence=info.last_sequence,
-                       time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                       shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(mean),
-                       dropped=info.dropped_frames, sensor_id=self.ids[index])
+        return Reading(mean, first_sequence=first, last_sequence=part.last_sequence, time=part.time,
+                       monotonic=part.monotonic, shutter_speed=part.shutter_speed, averages=averages,
+                       saturated=_library.count_saturated(mean), dropped=part.dropped, sensor_id=self.ids[index])

@@ -521,7 +521,7 @@ class LiveView(unittest.TestCase):
         plot = self.driver.find_element("id", "plot")
         # Across the plot's width: the filter under the pointer is the one read out.
         for fraction in (0.25, 0.75):
-            x = 56 + fraction * (plot.size["width"] - 64)
+            x = 56 + fraction * (plot.size["width"] - 72)
             ActionChains(self.driver).move_to_element_with_offset(plot, int(x - plot.size["width"] / 2), 0).perform()
             m = re.match(r"filter (\d+): [\d.]+ DN, sees (\d+) nm to (\d+) nm \(centre (\d+) nm\)$",
                          self.text("s-pointer"))

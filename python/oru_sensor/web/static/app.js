@@ -5,7 +5,7 @@
   const $ = (id) => document.getElementById(id);
   const canvas = $("plot");
   const ctx = canvas.getContext("2d");
-  const LEFT = 56, RIGHT = 8, TOP = 8, BOTTOM = 34;  // CSS pixels around a plot's area
+  const LEFT = 56, RIGHT = 16, TOP = 8, BOTTOM = 34;  // CSS pixels around a plot's area
   let latest = null;        // the last reading drawn or to draw, as the server measured it
   let status = {};
   let pending = false;      // a frame is requested
