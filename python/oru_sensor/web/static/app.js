@@ -173,6 +173,9 @@
       const range = span(sp.values);
       plot($("spectrum"), sp.wavelengths, sp.values, [Math.min(range[0], 0), range[1]], "Wavelength (nm)",
            "Radiance (calibration units)");
+    } else if (sp) {  // refused: the line above says why, the old spectrum goes
+      const c = $("spectrum");
+      c.getContext("2d").clearRect(0, 0, c.width, c.height);
     }
   }
 
