@@ -100,7 +100,8 @@ class Spectra:
             return {"algorithm": self.algorithm, "error": self._error.value.decode(errors="replace")}
         return {"algorithm": self.algorithm, "wavelengths": self.wavelengths,
                 "values": [None if math.isnan(v) else round(v, 6) for v in self._spectrum],
-                "weight": result.weight, "residual_dn": round(result.residual_dn, 3),
+                "weight": result.weight if math.isfinite(result.weight) else None,  # JSON has no NaN
+                "residual_dn": round(result.residual_dn, 3) if math.isfinite(result.residual_dn) else None,
                 "filters_used": result.filters_used, "settings_differ": bool(result.warnings & 1)}
 
     def close(self):

@@ -194,7 +194,7 @@
     const sp = r.spectrum;
     if (sp) {
       setText("spectrum-info", sp.error ? "No spectrum (" + sp.algorithm + "): " + sp.error :
-        sp.algorithm + ": weight " + sp.weight.toPrecision(3) + ", residual " + sp.residual_dn.toFixed(1) +
+        sp.algorithm + ": weight " + (sp.weight ?? NaN).toPrecision(3) + ", residual " + (sp.residual_dn ?? NaN).toFixed(1) +
         " DN over " + sp.filters_used + " filters" + (sp.settings_differ ? "; the calibration was made at other settings" : ""));
     }
     if (status.error) { status.error = null; showError(""); }
