@@ -91,6 +91,31 @@ TEST_F(ApiConnect, LogHandlerTakesEveryLineInOrderAndNullRestoresStdout) {
     EXPECT_EQ(again.text(), "Sensor is disconnected.\n");
 }
 
+// A handler sees whole lines: text is split at every newline, a line
+// written in parts arrives once, and a text longer than the stack buffer
+// splits the same way.
+TEST_F(ApiConnect, LogHandlerGetsWholeLinesHoweverTheTextWasWritten) {
+    const std::string long_part(300, 'x');
+    struct Case {
+        std::vector<std::string> writes;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Case> cases = {
+        {{"one\ntwo\n"}, {"one", "two"}},
+        {{"par", "t", "ial\n"}, {"partial"}},
+        {{"a\n\nb\nrest", "\n"}, {"a", "", "b", "rest"}},
+        {{long_part + "\n" + long_part + "\ntail"}, {long_part, long_part}},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> lines;
+        duSetLogHandler([](int, const char* line, void* user) { static_cast<std::vector<std::string>*>(user)->push_back(line); },
+                        &lines);
+        for (const std::string& text : c.writes) oru_log(kLogError, "%s", text.c_str());
+        EXPECT_EQ(lines, c.lines) << c.writes.front();
+        reset_log_sink();
+    }
+}
+
 // ORU_DEVICE_LOG=off prints nothing, =stderr sends every line there.
 TEST_F(ApiConnect, LogOffPrintsNothingAndLogStderrMovesEveryLine) {
     add_sensors(1);

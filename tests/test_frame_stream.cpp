@@ -112,6 +112,9 @@ TEST_F(FrameStream, BadCallsGiveClearCodesAndLeaveTheStreamUsable) {
     EXPECT_EQ(read(-3, &info), -lu_ec_ill_defined_input);
     EXPECT_EQ(read(1, &info, -1), -lu_ec_ill_defined_input);
     EXPECT_EQ(read(2, nullptr), 1) << "info is optional";
+    // Only a slot holding a sensor is read, however far outside the table.
+    for (int index : {-1, 10, 1000})
+        EXPECT_EQ(duReadFrameStreamOf(index, m_output.data(), 1, 100, &info), -lu_ec_device_object_is_null) << index;
     // Calls that would mix exposures or take the frames are refused meanwhile.
     EXPECT_EQ(duGetFilterData(m_output.data(), 1), -lu_ec_ill_defined_input);
     EXPECT_EQ(duSetShutterSpeed(50), -lu_ec_ill_defined_input);

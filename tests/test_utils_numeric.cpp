@@ -82,7 +82,7 @@ TEST(Fwhm, CountsBothBordersAndStopsAtTheEnds) {
     };
     for (const Case& c :
          {Case{{1.0, 2.0}, 1.0, -1, 0.0}, Case{{5.0, 5.0, 5.0}, 2.5, 0, 3.0}, Case{{5.0, 5.0, 5.0}, 2.5, 2, 3.0},
-          Case{{4.0}, 2.0, 0, 1.0}, Case{{0.0, 0.0, 1.0, 4.0, 2.0, 2.0, 0.5, 0.0}, 2.0, 3, 5.0}}) {
+          Case{{4.0}, 2.0, 0, 1.0}, Case{{5.0, 5.0, 5.0}, 2.5, 3, 0.0}, Case{{5.0, 5.0, 5.0}, 2.5, -2, 0.0}, Case{{0.0, 0.0, 1.0, 4.0, 2.0, 2.0, 0.5, 0.0}, 2.0, 3, 5.0}}) {
         Doubles spectrum = c.spectrum;
         EXPECT_EQ(U::get_FWHM(spectrum, c.half, c.peak), c.width) << spectrum.size() << " at " << c.peak;
     }
