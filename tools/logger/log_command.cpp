@@ -119,6 +119,7 @@ int run_log(const OruApi& api, bool& connected, const std::vector<SourceSensor>&
     std::size_t finished = 0;
     auto stop_asked = std::chrono::steady_clock::time_point{};  // the epoch: not asked
     while (finished < readers.size()) {
+        health.beat();
         const auto now = std::chrono::steady_clock::now();
         if (stop_asked == std::chrono::steady_clock::time_point{} && (stop_signal() != 0 || sink_failed)) {
             for (auto& reader : readers) reader->stop();
