@@ -13,6 +13,7 @@
 
 #include "log_limits.h"
 #include "rotating_log.h"
+#include "text_case_test.h"
 
 namespace fs = std::filesystem;
 
@@ -28,17 +29,12 @@ struct LimitCase {
 // Names each case by its text in the test's output.
 void PrintTo(const LimitCase& c, std::ostream* os) { *os << '"' << c.text << '"'; }
 
-class LogLimitParse : public ::testing::TestWithParam<LimitCase> {};
+class LogLimitParse : public TextCaseTest<LimitCase> {};
 
 TEST_P(LogLimitParse, GivesTimeOrSizeOrRefuses) {
     const LimitCase& c = GetParam();
     LogLimit limit;
-    std::string error;
-    ASSERT_EQ(parse_log_limit(c.text, limit, error), c.ok) << c.text;
-    if (!c.ok) {
-        EXPECT_NE(error.find(c.text), std::string::npos) << error;
-        return;
-    }
+    if (!taken(limit, parse_log_limit)) return;
     EXPECT_DOUBLE_EQ(limit.seconds, c.seconds);
     EXPECT_EQ(limit.bytes, c.bytes);
 }
