@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "config_file.h"
+#include "temp_dir_test.h"
 
 namespace fs = std::filesystem;
 
@@ -17,19 +17,15 @@ namespace {
 
 constexpr const char* kId = "A4486-3-12-40-2";
 
-class ConfigFileTest : public ::testing::Test {
+class ConfigFileTest : public TempDirTest {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/oru-config-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_dir = pattern;
+        TempDirTest::SetUp();
         m_system = m_dir + "/system.conf";
         m_user = m_dir + "/xdg/oru-sensor/oru-sensor.conf";
         ::setenv("ORU_SENSOR_SYSTEM_CONFIG", m_system.c_str(), 1);
         ::setenv("XDG_CONFIG_HOME", (m_dir + "/xdg").c_str(), 1);
     }
-    void TearDown() override { fs::remove_all(m_dir); }
-
     static void put(const std::string& path, const std::string& text) {
         fs::create_directories(fs::path(path).parent_path());
         std::ofstream(path) << text;
@@ -40,7 +36,7 @@ protected:
         return text.str();
     }
 
-    std::string m_dir, m_system, m_user;
+    std::string m_system, m_user;
 };
 
 TEST_F(ConfigFileTest, ALaterFileWinsOverAnEarlierSectionAndASectionOverItsOwnFilesTop) {
