@@ -26,6 +26,8 @@ struct Options {
     int range = -1;
     int clock = 1;
     double ms = -1.0;
+    std::string config;  // --config FILE, read after the system's and the user's file
+    bool save = false;  // set --save
 };
 
 #endif

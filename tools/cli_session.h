@@ -3,16 +3,21 @@
 #ifndef ORU_TOOLS_CLI_SESSION_H
 #define ORU_TOOLS_CLI_SESSION_H
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include "cli_options.h"
+#include "config_file.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
 
 struct Session {
     OruApi api{};
     bool connected = false;
+    // Each chosen sensor's settings from the configuration files, by sensor ID
+    // (mode, dark, reference and calibration are for the commands that read).
+    std::map<std::string, SensorSettings> configured;
     ~Session() {
         if (connected) api.duDisconnect();
     }

@@ -17,6 +17,7 @@
 #include "cli_options.h"
 #include "cli_session.h"
 #include "commands.h"
+#include "config_command.h"
 #include "doctor.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
@@ -109,7 +110,7 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
                    "give up on a sensor that is removed or fails (the others read on; exit status 1), instead "
                    "of waiting for it to come back and reading on");
 
-    CLI::App* set = app.add_subcommand("set", "set shutter speed, ADC gain or ADC range (until the next connect)");
+    CLI::App* set = app.add_subcommand("set", "set shutter speed, ADC gain or ADC range (until the next connect; --save keeps them)");
     set->add_option("--shutter", o.shutter, "shutter speed")->check(CLI::Range(1, 3000));
     set->add_option("--gain", o.gain, "ADC gain")->check(CLI::Range(0, 1));
     set->add_option("--range", o.range, "ADC range")->check(CLI::Range(0, 255));
@@ -123,6 +124,7 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
 
     app.add_subcommand("doctor", "check what keeps a real sensor from working on this machine");
     describe_calibration(app, info, c);
+    describe_config(app, o);
 }
 
 #ifdef ORU_SENSOR_LOG
@@ -192,6 +194,15 @@ int main(int argc, char** argv) {
         return usage_error("-o and --plot name the same file, " + o.output);
     if (cmd == "convert" && command->count("--shutter") + command->count("--ms") != 1)
         return usage_error("convert needs --shutter or --ms");
+    ConfigFiles config;
+    const bool configured = cmd != "convert" && cmd != "list";
+    if (configured)
+        if (const int rc = load_config(o, config)) return rc;
+    if (cmd == "config") {
+        OutputFile out(std::string(), stdout);
+        const int rc = cmd_config_show(config, o, out);
+        return rc == 0 && !out.close() ? fail_output(out) : rc;
+    }
 
     Session s;
     std::string error;
@@ -210,6 +221,8 @@ int main(int argc, char** argv) {
 
     std::vector<int> chosen;
     if (const int rc = connect_and_select(s, o, cmd == "read" || cmd == "log", chosen)) return rc;
+    if (configured)
+        if (const int rc = apply_config(s, config, chosen, *command, o)) return rc;
     OutputFile out(cmd == "read" ? o.output : std::string(), stdout,
                    o.force ? OutputMode::Replace : o.append ? OutputMode::Append : OutputMode::Refuse);
     if (!out.opened()) return fail_output(out);
@@ -226,8 +239,8 @@ int main(int argc, char** argv) {
     else if (cmd == "log")
         rc = cmd_log(s, o, chosen, lo);
 #endif
-    else
-        rc = cmd_set(s, o, out);
+    else if ((rc = cmd_set(s, o, out)) == 0 && o.save)
+        rc = save_set(s, o);
     if (rc == 0 && !out.close() && out.error().size()) rc = fail_output(out);
     if (stop_signal() != 0) return 128 + stop_signal();
     return rc;

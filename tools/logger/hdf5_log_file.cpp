@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <ctime>
 #include <vector>
 
 #include "log_file.h"
@@ -18,15 +17,6 @@ namespace {
 // 16 readings of 1024 doubles: 128 KiB chunks, the size HDF5 caches best.
 constexpr hsize_t kChunkRows = 16;
 constexpr unsigned kDeflateLevel = 4;
-
-std::string utc_text(int64_t ns) {
-    const std::time_t seconds = static_cast<std::time_t>(ns / 1000000000);
-    std::tm tm{};
-    gmtime_r(&seconds, &tm);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
-    return text;
-}
 
 // One extendible dataset: `columns` values of `type` a row.
 struct Column {
@@ -51,7 +41,7 @@ public:
         const duReadingSettings& s = m_info.sensor.settings;
         bool ok = m_gap.id >= 0 && text_attribute("sensor_id", m_info.sensor.sensor_id) &&
                   text_attribute("library_version", api.duGetLibraryVersion()) && text_attribute("mode", "raw") &&
-                  text_attribute("unit", "DN") && text_attribute("start_utc", utc_text(m_info.start_ns)) &&
+                  text_attribute("unit", "DN") && text_attribute("start_utc", utc_text(m_info.start_ns, "%Y-%m-%dT%H:%M:%SZ")) &&
                   int_attribute("shutter_speed", m_info.shutter_speed) &&
                   int_attribute("master_clock", s.master_clock) && int_attribute("adc_gain", s.adc_gain) &&
                   int_attribute("adc_range", s.adc_range) && int_attribute("averages", m_info.averages) &&

@@ -30,6 +30,16 @@ const CLI::Validator kLimit = CLI::Validator(
     },
     "LIMIT");
 
+// HDF5 files need libhdf5, which the arm cross builds go without.
+const CLI::Validator kBuiltFormat = CLI::Validator(
+    [](std::string& text) -> std::string {
+#ifndef ORU_LOGGER_HDF5
+        if (text == "hdf5") return "hdf5 is not in this build of oru-sensor (built without libhdf5); use csv or jsonl";
+#endif
+        return text.empty() ? "needs a format" : "";
+    },
+    "");
+
 // The settings the sensor reads at now, for the files' headers.
 duSensorMetadata sensor_metadata(const OruApi& api, const SourceSensor& sensor, int shutter_speed) {
     duSensorMetadata meta{};
@@ -53,7 +63,8 @@ CLI::App* describe_log(CLI::App& app, LogOptions& o, int& averages, int& shutter
         "log", "read every sensor (or --sensor) until stopped, into rotating files, optionally to an MQTT broker");
     log->add_option("--dir", o.dir, "directory of the log files (made if missing)")->required();
     log->add_option("--format", o.format, "csv (default), jsonl or hdf5")
-        ->check(CLI::IsMember({"csv", "jsonl", "hdf5"}));
+        ->check(CLI::IsMember({"csv", "jsonl", "hdf5"}))
+        ->check(kBuiltFormat);
     log->add_option("--rotate", o.rotate, "start a new file after a time or size: 10s, 1h (default), 100MB")
         ->check(kLimit);
     log->add_option("--keep", o.keep, "delete the oldest files beyond an age or total size: 30d, 5GB")->check(kLimit);
@@ -119,6 +130,7 @@ int run_log(const OruApi& api, bool& connected, const std::vector<SourceSensor>&
     std::size_t finished = 0;
     auto stop_asked = std::chrono::steady_clock::time_point{};  // the epoch: not asked
     while (finished < readers.size()) {
+        health.beat();
         const auto now = std::chrono::steady_clock::now();
         if (stop_asked == std::chrono::steady_clock::time_point{} && (stop_signal() != 0 || sink_failed)) {
             for (auto& reader : readers) reader->stop();

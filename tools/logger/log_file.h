@@ -17,6 +17,9 @@ enum class LogFormat { Csv, JsonLines, Hdf5 };
 bool log_format_from_name(const std::string& name, LogFormat& format);
 const char* log_format_extension(LogFormat format);
 
+// A CLOCK_REALTIME time in ns as UTC text in a strftime `format`.
+std::string utc_text(int64_t ns, const char* format);
+
 // What a file says about how its readings were taken.
 struct LogFileInfo {
     duSensorMetadata sensor{};

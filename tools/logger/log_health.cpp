@@ -5,13 +5,13 @@
 LogHealth::LogHealth(const std::vector<std::string>& sensor_ids)
     : m_readings_at_snapshot(sensor_ids.size(), 0),
       m_snapshot_time(std::chrono::steady_clock::now()),
-      m_last_reading(m_snapshot_time) {
+      m_last_beat(m_snapshot_time) {
     for (const std::string& id : sensor_ids) m_sensors.push_back({id});
 }
 
 void LogHealth::record(const Measurement& m) {
     std::lock_guard<std::mutex> hold(m_lock);
-    m_last_reading = std::chrono::steady_clock::now();
+    m_last_beat = std::chrono::steady_clock::now();
     for (SensorHealth& s : m_sensors) {
         if (s.sensor_id != m.sensor_id) continue;
         ++s.readings;
@@ -39,9 +39,14 @@ std::vector<SensorHealth> LogHealth::snapshot() {
     return m_sensors;
 }
 
-std::chrono::steady_clock::time_point LogHealth::last_reading() const {
+void LogHealth::beat() {
     std::lock_guard<std::mutex> hold(m_lock);
-    return m_last_reading;
+    m_last_beat = std::chrono::steady_clock::now();
+}
+
+std::chrono::steady_clock::time_point LogHealth::last_beat() const {
+    std::lock_guard<std::mutex> hold(m_lock);
+    return m_last_beat;
 }
 
 std::string health_text(const std::vector<SensorHealth>& sensors) {

@@ -29,15 +29,18 @@ public:
     void record(const Measurement& m);
     // The counters, with readings per second since the previous snapshot.
     std::vector<SensorHealth> snapshot();
-    // When the reading loop last logged a reading (a stalled loop stops
-    // the watchdog).
-    std::chrono::steady_clock::time_point last_reading() const;
+    // From the reading loop on each turn, readings or not: it is alive, also
+    // while it waits for an unplugged sensor to come back.
+    void beat();
+    // When the reading loop last turned (a stuck loop stops the watchdog).
+    std::chrono::steady_clock::time_point last_beat() const;
 
 private:
     mutable std::mutex m_lock;  // guards everything below; held briefly
     std::vector<SensorHealth> m_sensors;  // written by record() on the reading loop
     std::vector<uint64_t> m_readings_at_snapshot;  // written by snapshot()
-    std::chrono::steady_clock::time_point m_snapshot_time, m_last_reading;
+    std::chrono::steady_clock::time_point m_snapshot_time;
+    std::chrono::steady_clock::time_point m_last_beat;  // written by beat() and record()
 };
 
 // "A4486-3-12-40-2 9.8 readings/s, 0 frames dropped, 1 reconnect (last gap

@@ -50,9 +50,10 @@ void LogStatus::run() {
         if (m_stop) break;
         hold.unlock();
         const auto now = Clock::now();
-        // A loop that logged nothing for two watchdog periods is stuck: let
-        // systemd restart it.
-        if (m_watchdog_s > 0 && now - m_health.last_reading() < std::chrono::duration<double>(4 * m_watchdog_s))
+        // The loop turns every 50 ms, readings or not (a sensor may be away
+        // for hours); one that has not turned for two watchdog periods is
+        // stuck: let systemd restart it.
+        if (m_watchdog_s > 0 && now - m_health.last_beat() < std::chrono::duration<double>(4 * m_watchdog_s))
             sd_notify(0, "WATCHDOG=1");
         if (now >= next_status) {
             report();

@@ -1,6 +1,6 @@
 // The log run's status thread: every N seconds one status line on standard
 // error and, under systemd, STATUS=; WATCHDOG=1 as long as the reading loop
-// logs readings. The same binary runs in a terminal, where sd_notify does
+// turns (also while it waits for an unplugged sensor). The same binary runs in a terminal, where sd_notify does
 // nothing.
 #ifndef ORU_TOOLS_LOGGER_LOG_STATUS_H
 #define ORU_TOOLS_LOGGER_LOG_STATUS_H

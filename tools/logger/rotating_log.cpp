@@ -13,15 +13,6 @@ namespace {
 
 const std::regex kLogName(R"(^(.+)_(\d{8}T\d{6}Z)(_\d+)?\.(csv|jsonl|h5)$)");
 
-std::string utc_stamp(int64_t ns) {
-    const std::time_t seconds = static_cast<std::time_t>(ns / 1000000000);
-    std::tm tm{};
-    gmtime_r(&seconds, &tm);
-    char text[24];
-    std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &tm);
-    return text;
-}
-
 bool same_settings(const duReadingSettings& a, const duReadingSettings& b) {
     return a.shutter_speed == b.shutter_speed && a.master_clock == b.master_clock && a.adc_gain == b.adc_gain &&
            a.adc_range == b.adc_range;
@@ -106,7 +97,7 @@ bool RotatingLog::open(Current& c, const duSensorMetadata& sensor, const Measure
     c.info.averages = m.averages;
     c.info.shutter_speed = m.shutter_speed;
     c.info.start_ns = m.realtime_ns;
-    const std::string stem = m_config.dir + "/" + sensor.sensor_id + "_" + utc_stamp(m.realtime_ns);
+    const std::string stem = m_config.dir + "/" + sensor.sensor_id + "_" + utc_text(m.realtime_ns, "%Y%m%dT%H%M%SZ");
     const std::string ext = std::string(".") + log_format_extension(m_config.format);
     // Never over an existing file: the next free suffix. The file is created
     // exclusively, so a race with another writer fails instead of overwriting.

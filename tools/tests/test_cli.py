@@ -5,6 +5,7 @@ import csv
 import io
 import json
 import os
+import re
 import shlex
 import signal
 import subprocess
@@ -27,7 +28,9 @@ INFO = ("sensor ID:      A4486-3-13-40-2\n  lot:          A4486\n  wafer:       
 
 
 def run(*args, env=None, timeout=120):
-    e = dict(os.environ, ORU_VSENSOR_REALTIME="0", ORU_VSENSOR_SEED="7")
+    # No configuration file of this machine's or its user's takes part.
+    e = dict(os.environ, ORU_VSENSOR_REALTIME="0", ORU_VSENSOR_SEED="7",
+             ORU_SENSOR_SYSTEM_CONFIG="/nonexistent/oru-sensor.conf", XDG_CONFIG_HOME="/nonexistent")
     e.update(env or {})
     return subprocess.run([EXE] + list(args), capture_output=True, text=True, env=e, timeout=timeout)
 
@@ -339,6 +342,66 @@ class Faults(CliTest):
                      "kernel driver 'cdc_acm' is bound to interface 0", "ID_MM_DEVICE_IGNORE=1",
                      "ok    bus 1 device 9: no other process holds it"):
             self.assertIn(line, r.stdout)
+
+
+class Config(CliTest):
+    def setUp(self):
+        super().setUp()
+        self.system = os.path.join(self.tmp, "etc", "oru-sensor.conf")
+        self.user = os.path.join(self.tmp, "xdg", "oru-sensor", "oru-sensor.conf")
+        self.env = {"ORU_SENSOR_SYSTEM_CONFIG": self.system, "XDG_CONFIG_HOME": os.path.join(self.tmp, "xdg")}
+
+    def settings(self, *args):
+        """(shutter, gain, range) as info shows them."""
+        text = self.ok("--virtual=2", *args, "info", env=self.env)
+        return tuple(int(re.search(name + r":\s+(\d+)", text).group(1))
+                     for name in ("shutter speed", "ADC gain", "ADC range"))
+
+    def test_set_save_lasts_beyond_the_next_connect_and_show_names_the_file_and_line(self):
+        put(self.user, "# mine\n[A4486-3-13-40-2]\nshutter = 7\n")
+        self.ok("--virtual", "set", "--shutter", "100", "--gain", "0", "--save", env=self.env)
+        self.assertEqual(self.settings(), (100, 0, 132))
+        self.ok("--virtual", "set", "--shutter", "200", "--save", env=self.env)  # replaced where it stands
+        with open(self.user) as f:
+            self.assertEqual(f.read(), "# mine\n[A4486-3-13-40-2]\nshutter = 7\n\n[A4486-3-12-40-2]\n"
+                                       "gain = 0\nshutter = 200\n")
+        self.assertEqual(self.settings(), (200, 0, 132))
+        shown = self.ok("config", "show", env=self.env)
+        self.assertIn("#   %s (absent)\n" % self.system, shown)
+        self.assertRegex(shown, r"\[A4486-3-12-40-2\]\nshutter = 200 +# {0}:7\ngain = 0 +# {0}:6\n# range"
+                         .format(re.escape(self.user)))
+        self.assertIn("[A4486-3-13-40-2]\nshutter = 7", shown)
+
+    def test_each_file_overrides_the_one_before_and_the_command_line_all(self):
+        put(self.system, "shutter = 5\ngain = 0\naverages = 3\n[A4486-3-12-40-2]\nrange = 100\n")
+        put(self.user, "[A4486-3-12-40-2]\nshutter = 6\n[A4486-3-13-40-2]\nshutter = 8\n")
+        given = os.path.join(self.tmp, "given.conf")
+        put(given, "range = 200\n")
+        for args, expected in ((["--sensor", "1"], (8, 0, 132)), ([], (6, 0, 100)),
+                               (["--config", given], (6, 0, 200))):
+            with self.subTest(args=args):
+                self.assertEqual(self.settings(*args), expected)
+        rows = parse(self.ok("--virtual", "read", "--format", "csv", env=self.env))
+        self.assertEqual((rows[0]["shutter_speed"], rows[0]["averages"]), ("6", "3"))
+        rows = parse(self.ok("--virtual", "read", "--format", "csv", "--shutter", "9", "-n", "2", env=self.env))
+        self.assertEqual((rows[0]["shutter_speed"], rows[0]["averages"]), ("9", "2"))
+
+    def test_a_broken_file_is_one_line_with_file_and_line_and_exit_2(self):
+        for text, line, reason in (("shutter = 0\n", 1, "shutter needs a whole number 1..3000, got 0"),
+                                   ("# c\n[A4486-3-12-40-2]\ngain = 2\n", 3, "gain needs a whole number 0..1"),
+                                   ("averages = 10\nshuter = 5\n", 2, "unknown setting 'shuter'"),
+                                   ("[a.b]\nshutter = 5\n", 2, "sections are sensor IDs, not a.b.shutter"),
+                                   ("range = 1 2\n", 1, "range needs one value"),
+                                   ("[A4486-3-12-40-2\nshutter = 5\n", 1, "unknown setting '[A4486-3-12-40-2'")):
+            with self.subTest(text=text):
+                put(self.user, text)
+                r = run("--virtual", "info", env=self.env)
+                self.assertEqual((r.returncode, r.stdout), (2, ""))
+                self.assertRegex(r.stderr, r"^oru-sensor: %s:%d: %s[^\n]*\n$" % (re.escape(self.user), line,
+                                                                                   re.escape(reason)))
+        r = run("--virtual", "--config", os.path.join(self.tmp, "missing.conf"), "info", env=self.env)
+        self.assertEqual((r.returncode, r.stdout), (2, ""))
+        self.assertRegex(r.stderr, r"^oru-sensor: [^\n]*missing.conf[^\n]*\n$")
 
 
 if __name__ == "__main__":

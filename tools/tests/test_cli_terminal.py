@@ -32,15 +32,17 @@ class Terminal(unittest.TestCase):
     @unittest.skipUnless(os.path.exists(BASH_COMPLETION) and COMPLETION, "needs bash-completion")
     def test_completion_offers_commands_options_and_values(self):
         cases = {
-            "oru-sensor ": ["--help", "--sensor", "--verbose", "--version", "--virtual", "-v", "convert", "doctor",
-                            "info", "list", "log", "read", "set"],
+            "oru-sensor ": ["--config", "--help", "--sensor", "--verbose", "--version", "--virtual", "-v", "config",
+                            "convert", "doctor", "info", "list", "log", "read", "set"],
+            "oru-sensor config ": ["--config", "--help", "--sensor", "--verbose", "--version", "--virtual", "-v",
+                                   "show"],
             "oru-sensor l": ["list", "log"],
             "oru-sensor log --r": ["--rotate"],
             "oru-sensor log --format ": ["csv", "hdf5", "jsonl"],
             "oru-sensor read --format ": ["csv", "csv-columns", "json", "jsonl", "table"],
             "oru-sensor --virtual=2 log --publish-values ": ["all", "none", "summary"],
-            "oru-sensor set --": ["--gain", "--help", "--range", "--sensor", "--shutter", "--verbose", "--version",
-                                  "--virtual"],
+            "oru-sensor set --": ["--config", "--gain", "--help", "--range", "--save", "--sensor", "--shutter",
+                                  "--verbose", "--version", "--virtual"],
             "oru-sensor log --keep ": [],
         }
         for line, expected in cases.items():
@@ -52,9 +54,10 @@ class Terminal(unittest.TestCase):
         with gzip.open(MAN, "rt") as f:
             page = f.read()
         self.assertIn(".SH EXAMPLES", page)
-        for command in ("list", "info", "read", "set", "convert", "doctor", "log"):
+        for command in ("list", "info", "read", "set", "convert", "doctor", "log", "config"):
             self.assertRegex(page, r"(?m)^\\?\s*%s\b" % command)
         self.assertIn("oru\\-sensor log \\-\\-dir /data/oru", page)
+        self.assertIn("oru\\-sensor config show", page)
 
 
 if __name__ == "__main__":

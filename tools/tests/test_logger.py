@@ -20,7 +20,8 @@ import unittest
 import h5py
 
 EXE = os.environ.get("ORU_SENSOR_EXE", "oru-sensor")
-ENV = dict(os.environ, ORU_VSENSOR_REALTIME="1", ORU_VSENSOR_PATTERN="counter")
+ENV = dict(os.environ, ORU_VSENSOR_REALTIME="1", ORU_VSENSOR_PATTERN="counter",
+           ORU_SENSOR_SYSTEM_CONFIG="/nonexistent/oru-sensor.conf", XDG_CONFIG_HOME="/nonexistent")
 IDS = ("A4486-3-12-40-2", "A4486-3-13-40-2")
 AVERAGES = 10
 
@@ -166,15 +167,21 @@ class Files(LoggerTest):
                 firsts += [int(s) for s in f["sequence"][:, 0]]
         self.assert_no_sequence_gap(firsts)
 
-    def test_systemd_hears_ready_status_watchdog_and_stopping(self):
-        # The notification socket as systemd gives it to a Type=notify service.
+    def notify_socket(self, **env):
+        """The notification socket as systemd gives it to a Type=notify
+        service with WatchdogSec=0.4s."""
         path = os.path.join(self.tmp, "notify")
         sock = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.addCleanup(sock.close)
         sock.bind(path)
         sock.settimeout(30)
-        ENV.update(NOTIFY_SOCKET=path, WATCHDOG_USEC="400000")
-        self.addCleanup(lambda: [ENV.pop(k) for k in ("NOTIFY_SOCKET", "WATCHDOG_USEC")])
+        env.update(NOTIFY_SOCKET=path, WATCHDOG_USEC="400000")
+        ENV.update(env)
+        self.addCleanup(lambda: [ENV.pop(k) for k in env])
+        return sock
+
+    def test_systemd_hears_ready_status_watchdog_and_stopping(self):
+        sock = self.notify_socket()
         proc = self.start("--status-every", "0.3")
         messages = []
         while not any(m.startswith("STATUS=%s " % IDS[0]) for m in messages) or "WATCHDOG=1" not in messages:
@@ -185,6 +192,21 @@ class Files(LoggerTest):
         self.assertEqual(messages[0], "READY=1\nSTATUS=logging")
         self.assertRegex(next(m for m in messages if m.startswith("STATUS=A")),
                          r"^STATUS=A4486-3-12-40-2 \d+\.\d readings/s, 0 frames dropped, 0 reconnects$")
+
+    def test_watchdog_goes_on_while_the_logger_waits_for_an_unplugged_sensor(self):
+        sock = self.notify_socket(ORU_VSENSOR_FAULTS="0:unplug@1s")
+        proc = self.start("--status-every", "0.25")
+        # Four status lines in a row without readings: the sensor has been
+        # away longer than the 0.8 s a stuck loop is given.
+        idle = 0
+        while idle < 4:
+            message = sock.recv(4096).decode()
+            if message.startswith("STATUS=A"):
+                idle = idle + 1 if " 0.0 readings/s" in message else 0
+        # A ping comes twice as often as a status line.
+        following = [sock.recv(4096).decode() for _ in range(6)]
+        self.stop(proc)
+        self.assertIn("WATCHDOG=1", following)
 
     def test_bad_options_are_usage_errors(self):
         for args in (["--rotate", "10"], ["--keep", "5 GB"], ["--format", "xml"], ["--mqtt", "http://h/p"],

@@ -13,6 +13,8 @@
 
 #include "log_limits.h"
 #include "rotating_log.h"
+#include "temp_dir_test.h"
+#include "text_case_test.h"
 
 namespace fs = std::filesystem;
 
@@ -28,17 +30,12 @@ struct LimitCase {
 // Names each case by its text in the test's output.
 void PrintTo(const LimitCase& c, std::ostream* os) { *os << '"' << c.text << '"'; }
 
-class LogLimitParse : public ::testing::TestWithParam<LimitCase> {};
+class LogLimitParse : public TextCaseTest<LimitCase> {};
 
 TEST_P(LogLimitParse, GivesTimeOrSizeOrRefuses) {
     const LimitCase& c = GetParam();
     LogLimit limit;
-    std::string error;
-    ASSERT_EQ(parse_log_limit(c.text, limit, error), c.ok) << c.text;
-    if (!c.ok) {
-        EXPECT_NE(error.find(c.text), std::string::npos) << error;
-        return;
-    }
+    if (!taken(limit, parse_log_limit)) return;
     EXPECT_DOUBLE_EQ(limit.seconds, c.seconds);
     EXPECT_EQ(limit.bytes, c.bytes);
 }
@@ -64,15 +61,12 @@ MeasurementApi linked_api() {
 
 constexpr int64_t kStart = 1795000000LL * 1000000000LL;  // 2026-11-18T...Z
 
-class RotatingLogTest : public ::testing::Test {
+class RotatingLogTest : public TempDirTest {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/oru-log-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_dir = pattern;
+        TempDirTest::SetUp();
         m_sensor.settings = {1, 1, 1, 132};
     }
-    void TearDown() override { fs::remove_all(m_dir); }
 
     Measurement reading(int k, int64_t ns) const {
         Measurement m;
@@ -115,7 +109,6 @@ protected:
         return firsts;
     }
 
-    std::string m_dir;
     duSensorMetadata m_sensor{"A4486-3-12-40-2", {}, 0, 0, 0, 0};
     MeasurementApi m_api = linked_api();
 };
