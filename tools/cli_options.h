@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "measure_options.h"
+
 struct Options {
     std::string sensor;  // INDEX, ID or all; empty: the first
     int virtual_sensors = -1;  // -1: USB hardware
@@ -26,6 +28,8 @@ struct Options {
     int range = -1;
     int clock = 1;
     double ms = -1.0;
+    MeasureOptions measure;  // read: --mode, --dark, --reference, --spectrum
+    int kind = 0;  // a duFileKind: read writes readings; dark and reference a stored reading
 };
 
 #endif
