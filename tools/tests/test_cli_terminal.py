@@ -32,12 +32,16 @@ class Terminal(unittest.TestCase):
     @unittest.skipUnless(os.path.exists(BASH_COMPLETION) and COMPLETION, "needs bash-completion")
     def test_completion_offers_commands_options_and_values(self):
         cases = {
-            "oru-sensor ": ["--help", "--sensor", "--verbose", "--version", "--virtual", "-v", "convert", "doctor",
-                            "info", "list", "log", "read", "set"],
+            "oru-sensor ": ["--help", "--sensor", "--verbose", "--version", "--virtual", "-v", "convert", "dark",
+                            "doctor", "info", "list", "log", "read", "reference", "set"],
             "oru-sensor l": ["list", "log"],
             "oru-sensor log --r": ["--rotate"],
             "oru-sensor log --format ": ["csv", "hdf5", "jsonl"],
             "oru-sensor read --format ": ["csv", "csv-columns", "json", "jsonl", "table"],
+            "oru-sensor dark --format ": ["csv", "jsonl"],
+            "oru-sensor read --mode t": ["transmittance"],
+            "oru-sensor read --algorithm TNNLS-": ["TNNLS-GCV", "TNNLS-LCurve"],
+            "oru-sensor reference --a": ["--auto-exposure", "--averages"],
             "oru-sensor --virtual=2 log --publish-values ": ["all", "none", "summary"],
             "oru-sensor set --": ["--gain", "--help", "--range", "--sensor", "--shutter", "--verbose", "--version",
                                   "--virtual"],
@@ -52,9 +56,10 @@ class Terminal(unittest.TestCase):
         with gzip.open(MAN, "rt") as f:
             page = f.read()
         self.assertIn(".SH EXAMPLES", page)
-        for command in ("list", "info", "read", "set", "convert", "doctor", "log"):
+        for command in ("list", "info", "read", "dark", "reference", "set", "convert", "doctor", "log"):
             self.assertRegex(page, r"(?m)^\\?\s*%s\b" % command)
         self.assertIn("oru\\-sensor log \\-\\-dir /data/oru", page)
+        self.assertIn("oru\\-sensor read \\-\\-spectrum cal.h5", page)
 
 
 if __name__ == "__main__":
