@@ -18,7 +18,7 @@
 #include "cli_session.h"
 #include "commands.h"
 #include "doctor.h"
-#include "measuring_options.h"
+#include "measuring_commands.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
 #include "progress.h"

@@ -182,8 +182,8 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
     const OutputFormat format = format_from_name(o.format);
     const ReadingWriter writer(apis.measurement, format, file_header(o, measures), spectrum);
     const std::string header = writer.header();
-    // JSON Lines without a header: the file must at least hold JSON objects.
-    if (out.appending() && !out.begins_with(header.empty() ? "{" : header)) {
+    // Added to only when written with the same header: columns, mode, settings, dark and reference.
+    if (out.appending() && !out.begins_with(header)) {
         std::fprintf(stderr, "oru-sensor: %s has other columns or settings; not appended to\n", o.output.c_str());
         return 1;
     }

@@ -175,7 +175,8 @@ std::string ReadingWriter::csv_columns(const std::vector<Measurement>& series) c
         cells.push_back(split(row, ','));
         cells.back().resize(std::max(cells.back().size(), m_leading_columns.size()));
         out += "# m" + std::to_string(k) + ":";
-        for (std::size_t c = 0; c < m_leading_columns.size(); ++c) out += " " + m_leading_columns[c] + "=" + cells[k][c];
+        for (std::size_t c = 0; c < m_leading_columns.size(); ++c)
+            out += " " + m_leading_columns[c] + "=" + cells[k][c];
         if (spectra())
             out += " weight=" + cells[k][m_leading_columns.size()] +
                    " residual_dn=" + cells[k][m_leading_columns.size() + 1] +

@@ -23,8 +23,7 @@ struct SpectrumHeader {
 
 class ReadingWriter {
 public:
-    ReadingWriter(const MeasurementApi& api, OutputFormat format, const duFileHeader& header,
-                  SpectrumHeader spectrum);
+    ReadingWriter(const MeasurementApi& api, OutputFormat format, const duFileHeader& header, SpectrumHeader spectrum);
     // The text before the first reading (empty for the whole-series formats).
     std::string header() const;
     // Appends a reading of a streaming format to `out`, whole lines only.

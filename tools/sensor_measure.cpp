@@ -2,11 +2,10 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
-constexpr int kNotFound = -24;  // duLoadStoredReading: no reading of that sensor in the file
+constexpr int kCannotOpen = -27;  // duLoadStoredReading: the file cannot be opened
 
 bool parse_range(const std::string& text, double& start, double& end) {
     char tail = 0;
@@ -19,19 +18,7 @@ bool parse_range(const std::string& text, double& start, double& end) {
 SensorMeasure::SensorMeasure(const MeasurementApi& api, const CalibrationApi* calibration_api)
     : m_api(api), m_cal_api(calibration_api) {}
 
-SensorMeasure::~SensorMeasure() {
-    if (m_reconstructor != nullptr) m_cal_api->reconstructor_free(m_reconstructor);
-}
-
-SensorMeasure::SensorMeasure(SensorMeasure&& other) noexcept
-    : m_api(other.m_api), m_cal_api(other.m_cal_api), m_id(std::move(other.m_id)), m_mode(other.m_mode),
-      m_settings(other.m_settings), m_has_dark(other.m_has_dark), m_has_reference(other.m_has_reference),
-      m_dark(other.m_dark), m_reference(other.m_reference), m_reconstructor(other.m_reconstructor),
-      m_other_sensor(other.m_other_sensor), m_algorithm(std::move(other.m_algorithm)) {
-    other.m_reconstructor = nullptr;
-}
-
-// The first file holding a reading of `id`; a file that cannot be read, or
+// The first file holding a reading of `id`; a file that cannot be opened, or
 // none of them holding it, is the error.
 bool SensorMeasure::load_stored(const std::vector<std::string>& files, const std::string& id, duStoredReading& out,
                                 std::string& error) const {
@@ -40,7 +27,7 @@ bool SensorMeasure::load_stored(const std::vector<std::string>& files, const std
         char why[512] = "";
         const int r = m_api.duLoadStoredReading(path.c_str(), id.c_str(), &out, nullptr, why, sizeof why);
         if (r == 1) return true;
-        if (r != kNotFound || std::strstr(why, "no reading of sensor") == nullptr) return error = why, false;
+        if (r == kCannotOpen) return error = why, false;
         if (first_error.empty()) first_error = why;
     }
     error = first_error;
@@ -51,7 +38,7 @@ bool SensorMeasure::prepare(const MeasureOptions& o, const std::string& id, cons
                             std::string& error) {
     m_id = id;
     m_settings = settings;
-    const std::string mode = !o.mode.empty()            ? o.mode
+    const std::string mode = !o.mode.empty()        ? o.mode
                              : !o.reference.empty() ? "transmittance"
                              : !o.dark.empty()      ? "dark"
                                                     : "raw";
@@ -100,9 +87,10 @@ bool SensorMeasure::prepare_spectrum(const MeasureOptions& o, const std::string&
         m_cal_api->free(chosen);
         return error = "--range needs START:END in nm, e.g. 400:700, got " + o.wavelength_range, false;
     }
-    m_reconstructor = m_cal_api->reconstructor_create(chosen, &options, why, sizeof why);
+    m_reconstructor = {m_cal_api->reconstructor_create(chosen, &options, why, sizeof why),
+                       m_cal_api->reconstructor_free};
     m_cal_api->free(chosen);
-    if (m_reconstructor == nullptr) return error = chosen_path + ": " + why, false;
+    if (!m_reconstructor) return error = chosen_path + ": " + why, false;
     return true;
 }
 
@@ -121,19 +109,20 @@ bool SensorMeasure::apply(Measurement& m, std::string& error) {
     m_settings.shutter_speed = m.shutter_speed;
     const std::vector<double> raw = m.values;
     if (m_mode != DU_MODE_RAW && !measure(m_mode, raw, m.values, error)) return false;
-    if (m_reconstructor == nullptr) return true;
+    if (!m_reconstructor) return true;
     std::vector<double> corrected;
     if (!measure(DU_MODE_DARK, raw, corrected, error)) return false;
     // Saturated and stuck filters say nothing of the light: left out.
     std::vector<unsigned char> usable(DU_FILTER_COUNT, 0);
     m_cal_api->usable_filters(raw.data(), usable.data());
-    const duReadingInfo info{m_id.c_str(), m_other_sensor ? 1 : 0, m_settings.shutter_speed, m_settings.master_clock,
-                             m_settings.adc_gain, m_settings.adc_range};
-    m.spectrum.assign(static_cast<std::size_t>(m_cal_api->reconstructor_grid(m_reconstructor, nullptr, 0)), 0.0);
+    const duReadingInfo info{
+        m_id.c_str(),        m_other_sensor ? 1 : 0, m_settings.shutter_speed, m_settings.master_clock,
+        m_settings.adc_gain, m_settings.adc_range};
+    m.spectrum.assign(static_cast<std::size_t>(m_cal_api->reconstructor_grid(m_reconstructor.get(), nullptr, 0)), 0.0);
     duReconstructionResult result{};
     char why[512] = "";
-    if (m_cal_api->reconstruct(m_reconstructor, corrected.data(), usable.data(), &info, m.spectrum.data(), &result,
-                               why, sizeof why) != 1)
+    if (m_cal_api->reconstruct(m_reconstructor.get(), corrected.data(), usable.data(), &info, m.spectrum.data(),
+                               &result, why, sizeof why) != 1)
         return error = why, false;
     m.weight = result.weight;
     m.residual_dn = result.residual_dn;
@@ -157,8 +146,9 @@ duSensorMetadata SensorMeasure::metadata() const {
 }
 
 std::vector<double> SensorMeasure::wavelengths_nm() const {
-    if (m_reconstructor == nullptr) return {};
-    std::vector<double> grid(static_cast<std::size_t>(m_cal_api->reconstructor_grid(m_reconstructor, nullptr, 0)));
-    m_cal_api->reconstructor_grid(m_reconstructor, grid.data(), static_cast<int>(grid.size()));
+    if (!m_reconstructor) return {};
+    std::vector<double> grid(
+        static_cast<std::size_t>(m_cal_api->reconstructor_grid(m_reconstructor.get(), nullptr, 0)));
+    m_cal_api->reconstructor_grid(m_reconstructor.get(), grid.data(), static_cast<int>(grid.size()));
     return grid;
 }

@@ -18,16 +18,11 @@
 class SensorMeasure {
 public:
     SensorMeasure(const MeasurementApi& api, const CalibrationApi* calibration_api);
-    ~SensorMeasure();
-    SensorMeasure(SensorMeasure&&) noexcept;
-    SensorMeasure(const SensorMeasure&) = delete;
-    SensorMeasure& operator=(const SensorMeasure&) = delete;
 
     // Loads what the options name for the sensor `id` reading at `settings`
     // and checks it (a dark at another shutter speed, a saturated reference,
     // a calibration of another sensor); false with one line in `error`.
-    bool prepare(const MeasureOptions& o, const std::string& id, const duReadingSettings& settings,
-                 std::string& error);
+    bool prepare(const MeasureOptions& o, const std::string& id, const duReadingSettings& settings, std::string& error);
     // Turns a reading's DN into the mode's values and, with a calibration,
     // its spectrum; false with one line in `error`.
     bool apply(Measurement& m, std::string& error);
@@ -50,7 +45,7 @@ private:
     duReadingSettings m_settings{};
     bool m_has_dark = false, m_has_reference = false;
     duStoredReading m_dark{}, m_reference{};
-    duReconstructor* m_reconstructor = nullptr;
+    std::unique_ptr<duReconstructor, void (*)(duReconstructor*)> m_reconstructor{nullptr, nullptr};
     bool m_other_sensor = false;  // the calibration is another sensor's, as --force allows
     std::string m_algorithm;
 };

@@ -1,8 +1,8 @@
 // The command line of measuring: the exposure options `read`, `dark` and
 // `reference` share, `read`'s --mode, --dark, --reference and --spectrum
 // options, and the `dark` and `reference` subcommands.
-#ifndef ORU_TOOLS_MEASURING_OPTIONS_H
-#define ORU_TOOLS_MEASURING_OPTIONS_H
+#ifndef ORU_TOOLS_MEASURING_COMMANDS_H
+#define ORU_TOOLS_MEASURING_COMMANDS_H
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-#include "measuring_options.h"
+#include "measuring_commands.h"
 
 #include <climits>
 
