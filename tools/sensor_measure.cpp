@@ -124,6 +124,13 @@ bool SensorMeasure::apply(Measurement& m, std::string& error) {
     if (m_cal_api->reconstruct(m_reconstructor.get(), corrected.data(), usable.data(), &info, m.spectrum.data(),
                                &result, why, sizeof why) != 1)
         return error = why, false;
+    if ((result.warnings & DU_RECON_WARN_SETTINGS) != 0 && !m_warned_settings) {
+        m_warned_settings = true;
+        std::fprintf(stderr,
+                     "oru-sensor: warning: %s: the calibration was made at another master clock, ADC gain or "
+                     "range than this reading\n",
+                     m_id.c_str());
+    }
     m.weight = result.weight;
     m.residual_dn = result.residual_dn;
     m.filters_used = result.filters_used;

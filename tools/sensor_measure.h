@@ -48,6 +48,7 @@ private:
     std::unique_ptr<duReconstructor, void (*)(duReconstructor*)> m_reconstructor{nullptr, nullptr};
     bool m_other_sensor = false;  // the calibration is another sensor's, as --force allows
     std::string m_algorithm;
+    bool m_warned_settings = false;  // the calibration's other settings were reported
 };
 
 #endif

@@ -232,6 +232,11 @@ class Spectra(MeasuringTest):
             with self.subTest(args=args):
                 self.refused(["--virtual", "read"] + args, env, pattern)
         self.ok("--virtual", "read", "--spectrum", other, "--force", env=lamp)
+        at_gain_0 = self.path("gain0.h5")
+        self.assertEqual(subprocess.run([TRUTH_EXE, "--gain", "0", "-o", at_gain_0]).returncode, 0)
+        r = run("--virtual", "read", "--repeat", "2", "--spectrum", at_gain_0, env=lamp)
+        self.assertEqual((r.returncode, r.stderr.count("\n")), (0, 1), r.stderr)
+        self.assertIn("warning: %s: the calibration was made at another master clock, ADC gain" % FIRST, r.stderr)
         # Each sensor takes its own calibration.
         out = self.ok("--virtual=2", "--sensor", "all", "read", "--spectrum", other, "--spectrum", self.cal,
                       "--format", "table", env=lamp)
