@@ -1,10 +1,10 @@
 // The command line's writer: one CSV row (or JSON Lines object) of 1024
-// values per reading, formatted and written to a file with a flush each, as
-// `oru-sensor read` does.
+// values per reading, formatted by the library's row formatter and written
+// to a file with a flush each, as `oru-sensor read` does.
 #include <benchmark/benchmark.h>
 
-#include "cli_format.h"
 #include "output_file.h"
+#include "reading_writer.h"
 
 #include <cstdio>
 #include <string>
@@ -23,15 +23,29 @@ Measurement sample_reading() {
     return m;
 }
 
+MeasurementApi linked_api() {
+    MeasurementApi api;
+    api.duFormatFileHeader = duFormatFileHeader;
+    api.duFormatReadingRow = duFormatReadingRow;
+    api.duMeasureModeUnit = duMeasureModeUnit;
+    return api;
+}
+
 void write_rows(benchmark::State& state, OutputFormat format) {
     const Measurement m = sample_reading();
+    const MeasurementApi api = linked_api();
+    duFileHeader header{};
+    header.sensor_count = 1;
+    std::snprintf(header.sensors[0].sensor_id, sizeof header.sensors[0].sensor_id, "%s", m.sensor_id.c_str());
+    header.sensors[0].settings = {120, 1, 1, 132};
+    const ReadingWriter writer(api, format, header, SpectrumHeader());
     const std::string path = "/tmp/oru_bench_rows." + std::to_string(static_cast<int>(format));
     OutputFile out(path, stdout);
     std::string text;
     std::size_t bytes = 0;
     for (auto _ : state) {
         text.clear();
-        format_reading(format, m, 0, text);
+        writer.append(m, 0, text);
         if (!out.write(text)) state.SkipWithError(out.error().c_str());
         bytes += text.size();
     }

@@ -24,7 +24,7 @@ TEST_PACKAGES=(
   chromium chromium-driver python3-selenium python3-aiohttp openssl
   lintian python3-venv python3-setuptools python3-wheel
   python3-usb usbutils
-  python3-h5py mosquitto mosquitto-clients systemd bash-completion
+  python3-h5py python3-pandas mosquitto mosquitto-clients systemd bash-completion
 )
 case "$profile" in
   build) PACKAGES=("${BUILD_PACKAGES[@]}") ;;

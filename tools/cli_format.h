@@ -1,7 +1,6 @@
-// Writers for filter data. Readings are written one at a time as they come:
-// an aligned table line, a CSV row or a JSON Lines object each. The older
-// whole-series layouts (one CSV column per reading, one JSON document) need
-// the series first.
+// A reading as the command line carries it, and the aligned table that sums
+// each up in a line. The files (CSV, JSON Lines, JSON, CSV columns) are
+// written by reading_writer.h through the library's own formatter.
 #ifndef ORU_TOOLS_CLI_FORMAT_H
 #define ORU_TOOLS_CLI_FORMAT_H
 
@@ -23,7 +22,12 @@ struct Measurement {
     // Seconds the sensor was lost (removed or failed) before this reading,
     // until it came back; 0 when nothing was missed.
     double gap = 0.0;
-    std::vector<double> values;  // 1024 filter outputs, DN
+    std::vector<double> values;  // 1024 filter outputs: DN as read, then in the unit of --mode
+    // With --spectrum: the spectrum on the reconstruction's grid, the
+    // regularisation weight chosen, the RMS residual in DN and the filters used.
+    std::vector<double> spectrum;
+    double weight = 0.0, residual_dn = 0.0;
+    int filters_used = 0;
 };
 
 // Lowest, highest and mean output of a reading, and the first filter at the
@@ -41,16 +45,10 @@ OutputFormat format_from_name(const std::string& name);
 // Whether readings can be written one by one as they come.
 bool format_streams(OutputFormat format);
 
-// "2026-11-23T05:40:12.345+01:00": local time with milliseconds and offset.
-std::string iso8601_local(int64_t realtime_ns);
-
-// One-by-one writers: the text before the first reading, and each reading.
-std::string format_header(OutputFormat format);
-// Appends the reading to `out` (whole lines only). `index` counts readings.
-void format_reading(OutputFormat format, const Measurement& m, std::size_t index, std::string& out);
-
-// Whole-series writers.
-std::string format_csv_columns(const std::vector<Measurement>& series);
-std::string format_json_document(const std::vector<Measurement>& series);
+// The table: its column row, with the values' unit ("DN", "%", ...) or, for
+// spectra, the peak's wavelength; and a line per reading, `index` counting them.
+std::string format_table_header(const std::string& unit, bool spectra);
+void format_table_row(const Measurement& m, std::size_t index, const std::vector<double>& wavelengths_nm,
+                      std::string& out);
 
 #endif

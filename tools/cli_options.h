@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "measure_options.h"
+
 struct Options {
     std::string sensor;  // INDEX, ID or all; empty: the first
     int virtual_sensors = -1;  // -1: USB hardware
@@ -28,6 +30,8 @@ struct Options {
     double ms = -1.0;
     std::string config;  // --config FILE, read after the system's and the user's file
     bool save = false;  // set --save
+    MeasureOptions measure;  // read: --mode, --dark, --reference, --spectrum
+    int kind = 0;  // a duFileKind: read writes readings; dark and reference a stored reading
 };
 
 #endif

@@ -38,6 +38,35 @@ int config_failure(const std::string& what) {
     return 1;
 }
 
+
+// A measuring option not given on the command line comes from the files:
+// every chosen sensor's dark, reference and calibration join the lists
+// (each sensor takes the first file that holds it), and the mode when the
+// sensors agree on one.
+void configure_measuring(const Session& s, const std::vector<int>& chosen, const CLI::App& command,
+                         MeasureOptions& m) {
+    const auto unset = [&command](const char* option) {
+        return command.get_option_no_throw(option) != nullptr && command.count(option) == 0;
+    };
+    std::map<std::string, int> modes;
+    for (const auto& entry : s.configured) {
+        const SensorSettings& settings = entry.second;
+        const auto add = [&settings](const char* key, std::vector<std::string>& files) {
+            const auto it = settings.find(key);
+            if (it == settings.end()) return;
+            for (const std::string& f : files)
+                if (f == it->second.value) return;
+            files.push_back(it->second.value);
+        };
+        if (unset("--dark")) add("dark", m.dark);
+        if (unset("--reference")) add("reference", m.reference);
+        if (unset("--spectrum")) add("calibration", m.spectrum);
+        const auto mode = settings.find("mode");
+        ++modes[mode == settings.end() ? std::string() : mode->second.value];
+    }
+    if (unset("--mode") && modes.size() == 1 && !chosen.empty()) m.mode = modes.begin()->first;
+}
+
 }  // namespace
 
 void describe_config(CLI::App& app, Options& o) {
@@ -91,6 +120,7 @@ int apply_config(Session& s, const ConfigFiles& files, const std::vector<int>& c
     if (command.get_option_no_throw("--averages") != nullptr && command.count("--averages") == 0 &&
         averages.size() == 1 && averages.begin()->first > 0)
         o.averages = averages.begin()->first;
+    configure_measuring(s, chosen, command, o.measure);
     if (!chosen.empty()) s.api.duActivateSensorWithIndex(chosen.front());
     return 0;
 }

@@ -19,6 +19,7 @@
 #include "commands.h"
 #include "config_command.h"
 #include "doctor.h"
+#include "measuring_commands.h"
 #include "oru_api_loader.h"
 #include "output_file.h"
 #include "progress.h"
@@ -79,14 +80,7 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     info->add_option("--clock", o.clock, "master clock in MHz, 1..1000 (default 1)")->check(CLI::Range(1, 1000));
 
     CLI::App* read = app.add_subcommand("read", "read filter data (1024 outputs) averaged over n frames");
-    read->add_option("-n,--averages", o.averages, "frames averaged per reading (default 10)")
-        ->check(CLI::Range(1, INT_MAX));
-    CLI::Option* shutter = read->add_option("--shutter", o.shutter, "shutter speed to use")->check(CLI::Range(1, 3000));
-    CLI::Option* ae = read->add_flag("--auto-exposure", o.auto_exposure, "search the optimal shutter speed first");
-    shutter->excludes(ae);
-    read->add_option("--target", o.target, "brightness target of the search in DN (default 3500)")
-        ->check(CLI::Range(1, 4095))
-        ->needs(ae);
+    add_exposure_options(read, o);
     read->add_option("--repeat", o.repeat, "number of readings; 0 = until stopped (default 1)")
         ->check(CLI::Range(0, INT_MAX));
     read->add_option("--duration", o.duration, "stop after SECONDS (implies --repeat 0 unless given)")
@@ -101,7 +95,9 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
         ->check(CLI::IsMember(format_names()));
     CLI::Option* output =
         read->add_option("-o,--output", o.output, "write to FILE instead of standard output")->check(kNotEmpty);
-    CLI::Option* force = read->add_flag("--force", o.force, "replace the -o file if it exists")->needs(output);
+    CLI::Option* force = read->add_flag("--force", o.force,
+                                        "replace the -o file if it exists; with --spectrum, use a calibration of "
+                                        "another sensor");
     read->add_flag("--append", o.append, "add to the -o file if it exists (csv and jsonl with the same columns)")
         ->needs(output)
         ->excludes(force);
@@ -122,6 +118,7 @@ void describe(CLI::App& app, Options& o, CalibrateOptions& c) {
     CLI::Option* cm = convert->add_option("--ms", o.ms, "exposure time in ms to convert")->transform(kMilliseconds);
     cs->excludes(cm);
 
+    describe_measuring(app, read, o);
     app.add_subcommand("doctor", "check what keeps a real sensor from working on this machine");
     describe_calibration(app, info, c);
     describe_config(app, o);
@@ -184,6 +181,10 @@ int main(int argc, char** argv) {
     if (cmd == "set" && o.shutter == 0 && o.gain < 0 && o.range < 0)
         return usage_error("set needs --shutter, --gain or --range");
     if (cmd == "read" && command->count("--duration") > 0 && command->count("--repeat") == 0) o.repeat = 0;
+    if (cmd == "read" && o.force && o.output.empty() && o.measure.spectrum.empty())
+        return usage_error("--force needs -o or --spectrum");
+    o.measure.force = o.force;
+    if (cmd == "dark" || cmd == "reference") stored_reading_defaults(cmd, o);
     if (cmd == "log" && o.sensor.empty()) o.sensor = "all";
     if (o.format.empty()) o.format = o.output.empty() ? "table" : "csv";
     if (cmd == "read" && o.append && o.format != "csv" && o.format != "jsonl")
@@ -220,7 +221,8 @@ int main(int argc, char** argv) {
     }
 
     std::vector<int> chosen;
-    if (const int rc = connect_and_select(s, o, cmd == "read" || cmd == "log", chosen)) return rc;
+    const bool reads = cmd == "read" || cmd == "dark" || cmd == "reference";
+    if (const int rc = connect_and_select(s, o, reads || cmd == "log", chosen)) return rc;
     if (configured)
         if (const int rc = apply_config(s, config, chosen, *command, o)) return rc;
     OutputFile out(cmd == "read" ? o.output : std::string(), stdout,
@@ -231,7 +233,7 @@ int main(int argc, char** argv) {
         rc = cmd_list(s, out);
     else if (cmd == "info")
         rc = cmd_info(s, o, out);
-    else if (cmd == "read")
+    else if (reads)
         rc = cmd_read(s, o, chosen, out);
     else if (cmd == "calibrate")
         rc = run_calibration(cmd, cal, &s.api);

@@ -37,7 +37,9 @@ bool number(const std::string& text, double* v) {
     return !text.empty() && *end == '\0';
 }
 
-bool load_csv(std::istream& in, const std::string& header, ReadingFile& sum, int& count, std::string& why) {
+// `header` is the column row, line `header_line` of the file.
+bool load_csv(std::istream& in, const std::string& header, int header_line, ReadingFile& sum, int& count,
+              std::string& why) {
     const std::vector<std::string> names = cells(header);
     size_t shutter_col = names.size(), first = names.size(), id_col = names.size();
     for (size_t i = 0; i < names.size(); ++i) {
@@ -48,7 +50,7 @@ bool load_csv(std::istream& in, const std::string& header, ReadingFile& sum, int
     if (shutter_col == names.size() || first + kFilters > names.size())
         return why = "no shutter_speed and f0..f1023 columns (write it with oru-sensor read -o)", false;
     std::string line;
-    for (int row = 2; std::getline(in, line); ++row) {
+    for (int row = header_line + 1; std::getline(in, line); ++row) {
         if (line.empty()) continue;
         const std::vector<std::string> c = cells(line);
         std::vector<double> values(kFilters);
@@ -63,6 +65,7 @@ bool load_csv(std::istream& in, const std::string& header, ReadingFile& sum, int
 }
 
 bool load_json(const nlohmann::json& j, ReadingFile& sum, int& count, std::string& why) {
+    if (j.contains("format") && !j.contains("measurements")) return true;  // the JSON Lines header object
     if (j.contains("measurements")) {
         for (const auto& m : j.at("measurements"))
             if (!load_json(m, sum, count, why)) return false;
@@ -80,7 +83,10 @@ bool load_reading_file(const std::string& path, ReadingFile& out, std::string& e
     ReadingFile sum;
     int count = 0;
     std::string why, first;
-    std::getline(in, first);
+    // The '#' lines before the column row say how the readings were taken.
+    int first_line = 1;
+    for (; std::getline(in, first) && !first.empty() && first[0] == '#'; ++first_line) {
+    }
     try {
         if (!first.empty() && (first[0] == '{')) {
             std::stringstream rest;
@@ -96,7 +102,7 @@ bool load_reading_file(const std::string& path, ReadingFile& out, std::string& e
                     if (!line.empty() && !load_json(nlohmann::json::parse(line), sum, count, why))
                         return error = path + ": " + why, false;
             }
-        } else if (!load_csv(in, first, sum, count, why)) {
+        } else if (!load_csv(in, first, first_line, sum, count, why)) {
             return error = path + ": " + why, false;
         }
     } catch (const std::exception&) {

@@ -55,11 +55,19 @@ struct Frame {
     double py(double y) const { return kHeight - kBottom - (y - y0) / (y1 - y0) * (kHeight - kTop - kBottom); }
 };
 
-std::string polyline(const Frame& f, const std::vector<double>& v, const char* color, double width) {
+// Tick labels: whole numbers where the step allows, else enough digits.
+std::string tick_label(double value, double step) {
+    if (std::fabs(value) < step * 1e-6) value = 0.0;
+    return fmt(step >= 1 ? "%.0f" : "%g", value);
+}
+
+std::string polyline(const Frame& f, const std::vector<double>& x, const std::vector<double>& v, const char* color,
+                     double width) {
     std::string pts;
     pts.reserve(v.size() * 14);
-    for (size_t i = 0; i < v.size(); ++i) {
-        pts += fmt("%.1f", f.px(static_cast<double>(i))) + "," + fmt("%.1f", f.py(v[i])) + " ";
+    for (size_t i = 0; i < v.size() && i < x.size(); ++i) {
+        if (std::isnan(v[i])) continue;
+        pts += fmt("%.1f", f.px(x[i])) + "," + fmt("%.1f", f.py(v[i])) + " ";
     }
     return std::string("<polyline fill=\"none\" stroke=\"") + color + "\" stroke-width=\"" + fmt("%.1f", width) +
            "\" stroke-linejoin=\"round\" points=\"" + pts + "\"/>\n";
@@ -67,19 +75,33 @@ std::string polyline(const Frame& f, const std::vector<double>& v, const char* c
 
 }  // namespace
 
-std::string render_svg_plot(const std::vector<Measurement>& series, const std::string& title) {
+std::string render_svg_plot(const std::vector<Measurement>& series, const std::string& title, const PlotAxes& axes) {
+    const auto line = [&axes](const Measurement& m) -> const std::vector<double>& {
+        return axes.spectra ? m.spectrum : m.values;
+    };
     size_t n = 0;
-    double ymax = 0;
+    double ymin = 0, ymax = 0;
     for (const auto& m : series) {
-        n = std::max(n, m.values.size());
-        for (double v : m.values) ymax = std::max(ymax, v);
+        n = std::max(n, line(m).size());
+        for (double v : line(m)) {
+            if (std::isnan(v)) continue;
+            ymin = std::min(ymin, v);
+            ymax = std::max(ymax, v);
+        }
     }
     if (n < 2) n = 2;
+    std::vector<double> xs = axes.x;
+    for (size_t i = xs.size(); i < n; ++i) xs.push_back(static_cast<double>(i));
     // Scale to the data, but never beyond the 12-bit range the sensor has.
-    double ystep = nice_step(std::max(ymax, 1.0), 8);
-    double ytop = std::min(std::ceil(ymax * 1.05 / ystep) * ystep, 4096.0);
+    const double span = ymax - ymin > 0 ? ymax - ymin : 1.0;
+    double ystep = nice_step(span, 8);
+    double ytop = std::ceil(ymax * 1.05 / ystep) * ystep;
+    if (axes.dn_scale) ytop = std::min(ytop, 4096.0);
     if (ytop <= 0) ytop = ystep;
-    Frame f{0, static_cast<double>(n - 1), 0, ytop};
+    const double ybottom = std::floor(ymin / ystep) * ystep;
+    Frame f{xs.front(), xs[n - 1], ybottom, ytop};
+    const double xstep = axes.x.empty() ? 128 : nice_step(f.x1 - f.x0, 8);
+    const double xfirst = std::ceil(f.x0 / xstep - 1e-9) * xstep;
 
     std::string s;
     s += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -90,30 +112,30 @@ std::string render_svg_plot(const std::vector<Measurement>& series, const std::s
 
     // Grid and ticks.
     s += "<g stroke=\"#e0e0e0\" stroke-width=\"1\">\n";
-    for (double y = 0; y <= ytop + 1e-9; y += ystep)
+    for (double y = ybottom; y <= ytop + 1e-9 * ystep; y += ystep)
         s += "<line x1=\"" + fmt("%.1f", kLeft) + "\" x2=\"" + fmt("%.1f", kWidth - kRight) + "\" y1=\"" +
              fmt("%.1f", f.py(y)) + "\" y2=\"" + fmt("%.1f", f.py(y)) + "\"/>\n";
-    for (double x = 0; x <= f.x1 + 1e-9; x += 128)
+    for (double x = xfirst; x <= f.x1 + 1e-9 * xstep; x += xstep)
         s += "<line y1=\"" + fmt("%.1f", kTop) + "\" y2=\"" + fmt("%.1f", kHeight - kBottom) + "\" x1=\"" +
              fmt("%.1f", f.px(x)) + "\" x2=\"" + fmt("%.1f", f.px(x)) + "\"/>\n";
     s += "</g>\n<g font-size=\"12\" fill=\"#333\">\n";
-    for (double y = 0; y <= ytop + 1e-9; y += ystep)
+    for (double y = ybottom; y <= ytop + 1e-9 * ystep; y += ystep)
         s += "<text x=\"" + fmt("%.1f", kLeft - 8) + "\" y=\"" + fmt("%.1f", f.py(y) + 4) + "\" text-anchor=\"end\">" +
-             fmt("%.0f", y) + "</text>\n";
-    for (double x = 0; x <= f.x1 + 1e-9; x += 128)
+             tick_label(y, ystep) + "</text>\n";
+    for (double x = xfirst; x <= f.x1 + 1e-9 * xstep; x += xstep)
         s += "<text x=\"" + fmt("%.1f", f.px(x)) + "\" y=\"" + fmt("%.1f", kHeight - kBottom + 18) +
-             "\" text-anchor=\"middle\">" + fmt("%.0f", x) + "</text>\n";
+             "\" text-anchor=\"middle\">" + tick_label(x, xstep) + "</text>\n";
     s += "</g>\n";
     s += "<rect x=\"" + fmt("%.1f", kLeft) + "\" y=\"" + fmt("%.1f", kTop) + "\" width=\"" +
          fmt("%.1f", kWidth - kLeft - kRight) + "\" height=\"" + fmt("%.1f", kHeight - kTop - kBottom) +
          "\" fill=\"none\" stroke=\"#333\"/>\n";
     s += "<text x=\"" + fmt("%.1f", (kLeft + kWidth - kRight) / 2) + "\" y=\"" + fmt("%.1f", kHeight - 22) +
-         "\" text-anchor=\"middle\" font-size=\"14\">Filter index</text>\n";
+         "\" text-anchor=\"middle\" font-size=\"14\">" + xml_escape(axes.x_title) + "</text>\n";
     s += "<text transform=\"translate(22," + fmt("%.1f", (kTop + kHeight - kBottom) / 2) +
-         ") rotate(-90)\" text-anchor=\"middle\" font-size=\"14\">Filter output (DN)</text>\n";
+         ") rotate(-90)\" text-anchor=\"middle\" font-size=\"14\">" + xml_escape(axes.y_title) + "</text>\n";
 
     if (series.size() <= kMaxLines) {
-        for (size_t i = 0; i < series.size(); ++i) s += polyline(f, series[i].values, kColors[i], 1.2);
+        for (size_t i = 0; i < series.size(); ++i) s += polyline(f, xs, line(series[i]), kColors[i], 1.2);
         if (series.size() > 1) {
             for (size_t i = 0; i < series.size(); ++i) {
                 double y = kTop + 14 + 16 * static_cast<double>(i);
@@ -127,16 +149,20 @@ std::string render_svg_plot(const std::vector<Measurement>& series, const std::s
     } else {
         std::vector<double> lo(n, 1e300), hi(n, -1e300), mean(n, 0.0);
         for (const auto& m : series)
-            for (size_t i = 0; i < m.values.size(); ++i) {
-                lo[i] = std::min(lo[i], m.values[i]);
-                hi[i] = std::max(hi[i], m.values[i]);
-                mean[i] += m.values[i] / static_cast<double>(series.size());
+            for (size_t i = 0; i < line(m).size(); ++i) {
+                lo[i] = std::min(lo[i], line(m)[i]);
+                hi[i] = std::max(hi[i], line(m)[i]);
+                mean[i] += line(m)[i] / static_cast<double>(series.size());
             }
         std::string pts;
-        for (size_t i = 0; i < n; ++i) pts += fmt("%.1f", f.px(double(i))) + "," + fmt("%.1f", f.py(hi[i])) + " ";
-        for (size_t i = n; i-- > 0;) pts += fmt("%.1f", f.px(double(i))) + "," + fmt("%.1f", f.py(lo[i])) + " ";
+        for (size_t i = 0; i < n; ++i) {
+            if (std::isfinite(hi[i])) pts += fmt("%.1f", f.px(xs[i])) + "," + fmt("%.1f", f.py(hi[i])) + " ";
+        }
+        for (size_t i = n; i-- > 0;) {
+            if (std::isfinite(lo[i])) pts += fmt("%.1f", f.px(xs[i])) + "," + fmt("%.1f", f.py(lo[i])) + " ";
+        }
         s += "<polygon fill=\"#1f77b4\" fill-opacity=\"0.25\" stroke=\"none\" points=\"" + pts + "\"/>\n";
-        s += polyline(f, mean, kColors[0], 1.2);
+        s += polyline(f, xs, mean, kColors[0], 1.2);
         s += "<text x=\"" + fmt("%.1f", kWidth - kRight - 10) + "\" y=\"" + fmt("%.1f", kTop + 16) +
              "\" text-anchor=\"end\" font-size=\"12\">mean of " + std::to_string(series.size()) +
              " reads, band = min/max</text>\n";

@@ -33,13 +33,17 @@ class Terminal(unittest.TestCase):
     def test_completion_offers_commands_options_and_values(self):
         cases = {
             "oru-sensor ": ["--config", "--help", "--sensor", "--verbose", "--version", "--virtual", "-v", "config",
-                            "convert", "doctor", "info", "list", "log", "read", "set"],
+                            "convert", "dark", "doctor", "info", "list", "log", "read", "reference", "set"],
             "oru-sensor config ": ["--config", "--help", "--sensor", "--verbose", "--version", "--virtual", "-v",
                                    "show"],
             "oru-sensor l": ["list", "log"],
             "oru-sensor log --r": ["--rotate"],
             "oru-sensor log --format ": ["csv", "hdf5", "jsonl"],
             "oru-sensor read --format ": ["csv", "csv-columns", "json", "jsonl", "table"],
+            "oru-sensor dark --format ": ["csv", "jsonl"],
+            "oru-sensor read --mode t": ["transmittance"],
+            "oru-sensor read --algorithm TNNLS-": ["TNNLS-GCV", "TNNLS-LCurve"],
+            "oru-sensor reference --a": ["--auto-exposure", "--averages"],
             "oru-sensor --virtual=2 log --publish-values ": ["all", "none", "summary"],
             "oru-sensor set --": ["--config", "--gain", "--help", "--range", "--save", "--sensor", "--shutter",
                                   "--verbose", "--version", "--virtual"],
@@ -54,10 +58,11 @@ class Terminal(unittest.TestCase):
         with gzip.open(MAN, "rt") as f:
             page = f.read()
         self.assertIn(".SH EXAMPLES", page)
-        for command in ("list", "info", "read", "set", "convert", "doctor", "log", "config"):
+        for command in ("list", "info", "read", "dark", "reference", "set", "convert", "doctor", "log", "config"):
             self.assertRegex(page, r"(?m)^\\?\s*%s\b" % command)
         self.assertIn("oru\\-sensor log \\-\\-dir /data/oru", page)
         self.assertIn("oru\\-sensor config show", page)
+        self.assertIn("oru\\-sensor read \\-\\-spectrum cal.h5", page)
 
 
 if __name__ == "__main__":

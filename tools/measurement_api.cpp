@@ -6,7 +6,13 @@ bool bind_measurement_api(MeasurementApi& api, std::string& error) {
     return bind_library_symbol("duFormatFileHeader", api.duFormatFileHeader, error) &&
            bind_library_symbol("duFormatReadingRow", api.duFormatReadingRow, error) &&
            bind_library_symbol("duExactExposureTimeUs", api.duExactExposureTimeUs, error) &&
-           bind_library_symbol("duGetLibraryVersion", api.duGetLibraryVersion, error);
+           bind_library_symbol("duGetLibraryVersion", api.duGetLibraryVersion, error) &&
+           bind_library_symbol("duMeasure", api.duMeasure, error) &&
+           bind_library_symbol("duMeasureRefusalText", api.duMeasureRefusalText, error) &&
+           bind_library_symbol("duMeasureModeName", api.duMeasureModeName, error) &&
+           bind_library_symbol("duMeasureModeUnit", api.duMeasureModeUnit, error) &&
+           bind_library_symbol("duMeasureModeFromName", api.duMeasureModeFromName, error) &&
+           bind_library_symbol("duLoadStoredReading", api.duLoadStoredReading, error);
 }
 
 duReadingRow reading_row(const Measurement& m, int master_clock) {

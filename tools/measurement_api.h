@@ -1,9 +1,10 @@
-// The measurement functions of liboru_device the logger calls: the one
-// writer of reading-file headers and rows, exact exposure and the version.
-// oru-sensor loads the library at run time, so they are bound by name from
-// it; tests fill them from the linked library.
-#ifndef ORU_TOOLS_LOGGER_MEASUREMENT_API_H
-#define ORU_TOOLS_LOGGER_MEASUREMENT_API_H
+// The measurement functions of liboru_device the command line and the logger
+// call: the one writer of reading-file headers and rows, the measurement
+// modes with their dark and reference, stored readings, exact exposure and
+// the version. oru-sensor loads the library at run time, so they are bound
+// by name from it; tests fill them from the linked library.
+#ifndef ORU_TOOLS_MEASUREMENT_API_H
+#define ORU_TOOLS_MEASUREMENT_API_H
 
 #include <string>
 
@@ -15,6 +16,13 @@ struct MeasurementApi {
     int (*duFormatReadingRow)(int, const duReadingRow*, char*, int) = nullptr;
     int (*duExactExposureTimeUs)(int, int, double*) = nullptr;
     const char* (*duGetLibraryVersion)() = nullptr;
+    int (*duMeasure)(int, const double*, const duReadingSettings*, const unsigned char*, const duStoredReading*,
+                     const duStoredReading*, double*, duMeasureResult*) = nullptr;
+    const char* (*duMeasureRefusalText)(int) = nullptr;
+    const char* (*duMeasureModeName)(int) = nullptr;
+    const char* (*duMeasureModeUnit)(int) = nullptr;
+    int (*duMeasureModeFromName)(const char*) = nullptr;
+    int (*duLoadStoredReading)(const char*, const char*, duStoredReading*, char*, char*, int) = nullptr;
 };
 
 // From liboru_device loaded into the process already (load_oru_api).
