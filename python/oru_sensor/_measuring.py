@@ -76,10 +76,12 @@ class Measuring:
     def _measure(self, mode, values, settings):
         return _measure.measure(self._lib, mode, values, settings, dark=self._dark, reference=self._reference)
 
-    def check(self, shutter_speed, master_clock, adc):
+    def check(self, sensor, master_clock):
         """Raises MeasurementRefused now when the dark or reference does not
-        fit these settings, before frames are read for nothing."""
-        self._measure(self.mode, ZEROS, settings_of(shutter_speed, master_clock, adc))
+        fit the sensor's settings, before frames are read for nothing. Raw
+        readings need no check (and no call to the sensor)."""
+        if self.mode != "raw":
+            self._measure(self.mode, ZEROS, settings_of(sensor.shutter_speed, master_clock, sensor.adc))
 
     def apply(self, reading, adc):
         """Fills in reading's mode, values, exposure and spectrum; returns it."""

@@ -158,7 +158,7 @@ class Sensor:
         measuring = Measuring(mode, dark, reference, calibration, algorithm, range, step)
         with self._conn.calling(self.index):  # the settings checked are the settings read at
             adc = self.adc
-            measuring.check(self.shutter_speed, MASTER_CLOCK_MHZ, adc)
+            measuring.check(self, MASTER_CLOCK_MHZ)
             values = self.read_filter_data(averages)
             reading = Reading(values, first_sequence=None, last_sequence=None,
                               time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
@@ -193,7 +193,7 @@ class Sensor:
         the stream is on, reads, the shutter-speed search and shutter or ADC
         changes of this sensor raise IllDefinedInput."""
         measuring = Measuring(mode, dark, reference, calibration, algorithm, range, step)
-        measuring.check(self.shutter_speed, MASTER_CLOCK_MHZ, self.adc)
+        measuring.check(self, MASTER_CLOCK_MHZ)
         return FrameStream(self, averages, count, timeout, recover, recover_timeout, measuring)
 
     def optimal_shutter_speed(self, filters=None, target=None):

@@ -30,6 +30,10 @@ def library_version():
             package_parent = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
             env = dict(os.environ, PYTHONPATH=os.pathsep.join(filter(None, [package_parent,
                                                                            os.environ.get("PYTHONPATH")])))
-            _version = subprocess.run([sys.executable, "-c", _CHILD], capture_output=True, text=True, env=env,
-                                      timeout=30, check=True).stdout.strip()
+            child = subprocess.run([sys.executable, "-c", _CHILD], capture_output=True, text=True, env=env,
+                                   timeout=30)
+            if child.returncode != 0:
+                raise OSError("cannot load liboru_device for its version: %s"
+                              % (child.stderr.strip().splitlines() or ["no output"])[-1])
+            _version = child.stdout.strip()
     return _version
