@@ -22,7 +22,7 @@ class OnTheWhiteScene(unittest.TestCase):
     """The steady, noise-free test scene: every reading alike."""
 
     def setUp(self):
-        self.s = self.enterContext(oru_sensor.connect(virtual=2))[0]
+        self.s, self.other = self.enterContext(oru_sensor.connect(virtual=2))
         self.s.shutter_speed = 100
         self.tmp = self.enterContext(tempfile.TemporaryDirectory())
 
@@ -81,6 +81,13 @@ class OnTheWhiteScene(unittest.TestCase):
                 with self.assertRaises(oru_sensor.IllDefinedInput) as cm:  # a dark-mode file is no dark
                     oru_sensor.load_reading(measured_path)
                 self.assertIn("mode dark", str(cm.exception))
+        # One file, two sensors: each found by its ID; one mode per file.
+        both, path = [dark, self.other.take_dark(1)], os.path.join(self.tmp, "both.jsonl")
+        oru_sensor.save_readings(path, both)
+        self.assertEqual(oru_sensor.load_reading(path, self.other.sensor_id).averages, 1)
+        for bad in ([dark, measured], []):
+            with self.subTest(readings=len(bad)), self.assertRaises(ValueError):
+                oru_sensor.save_readings(path, bad)
         with self.assertRaises(ValueError):
             measured.save(os.path.join(self.tmp, "measured.txt"))
 
