@@ -113,6 +113,17 @@ class Reading:
     def _spectrum_part(self, name):
         return None if self.reconstruction is None else getattr(self.reconstruction, name)
 
+    def measure(self, mode="raw", dark=None, reference=None, calibration=None, algorithm=None, range=None,
+                step=None):
+        """A copy of this reading measured again from its raw values, as
+        Sensor.read would with these arguments (for a view that switches
+        modes while its stream runs). Needs the reading's ADC settings."""
+        import copy
+        from ._measuring import Measuring
+        if self.adc is None:
+            raise ValueError("a reading without its ADC settings cannot be measured")
+        return Measuring(mode, dark, reference, calibration, algorithm, range, step).apply(copy.copy(self), self.adc)
+
     def save(self, path):
         """Writes this reading, its settings and what it was measured
         against to `path`: CSV for .csv, JSON Lines for .jsonl (the library

@@ -63,6 +63,9 @@ class OnTheWhiteScene(unittest.TestCase):
                              ("dark", "DN", dark, None, "stored", 91360.0, (1, 132)))
             self.assertEqual((min(r.values), max(r.values), max(r.raw)), (0.0, 0.0, 2224.0))
         self.assertEqual((dark.kind, reference.kind, measured.kind), ("dark", "reference", "readings"))
+        again = streamed[0].measure("transmittance", dark=dark, reference=reference)  # from its raw values
+        self.assertEqual((again.mode, again.unit, again.reference, again.invalid, streamed[0].mode),
+                         ("transmittance", "%", reference, 1024, "dark"))  # the white scene: reference = dark
         for suffix in (".csv", ".jsonl"):
             with self.subTest(suffix=suffix):
                 path, measured_path = (os.path.join(self.tmp, name + suffix) for name in ("ref", "measured"))
