@@ -28,7 +28,7 @@ class OnTheWhiteScene(unittest.TestCase):
 
     def test_a_dark_or_reference_that_does_not_fit_is_refused_in_the_library_s_words(self):
         s = self.s
-        dark, reference = s.take_dark(2), s.take_reference(2)
+        dark = s.take_dark(2)
         s.adc = (0, 132)
         other_adc_reference = s.take_reference(2)
         s.adc = (1, 132)
