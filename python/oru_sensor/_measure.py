@@ -57,6 +57,20 @@ class ReadingRow(ctypes.Structure):
                 ("values", ctypes.POINTER(ctypes.c_double))]
 
 
+class MeasurementRefused(IllDefinedInput):
+    """The library refused a measurement: a dark or reference taken at other
+    settings, or saturated, or a ratio mode without a reference. The message
+    is the library's line (duMeasureRefusalText); `refusal` its number."""
+
+    def __init__(self, refusal, message):
+        self.refusal = refusal
+        super().__init__(self.code, message)
+
+
+def refused(lib, refusal):
+    return MeasurementRefused(refusal, lib.duMeasureRefusalText(refusal).decode())
+
+
 def declare(lib):
     """Prototypes of the measurement functions on the loaded library."""
     c_int, c_char_p, p = ctypes.c_int, ctypes.c_char_p, ctypes.POINTER
@@ -99,6 +113,8 @@ def as_doubles(values):
     """A ctypes array of 1024 doubles from any sequence of 1024 numbers."""
     if len(values) != NUM_FILTERS:
         raise ValueError("a reading has %d values, not %d" % (len(values), NUM_FILTERS))
+    if isinstance(values, ctypes.Array) and values._type_ is ctypes.c_double:  # the library's own output
+        return values
     try:  # numpy float64 arrays and array('d'): one copy, no per-value conversion
         if memoryview(values).format == "d":
             return (ctypes.c_double * NUM_FILTERS).from_buffer_copy(values)
@@ -108,8 +124,9 @@ def as_doubles(values):
 
 
 def measure(lib, mode, values, settings, saturated_mask=None, dark=None, reference=None):
-    """(output buffer, MeasureResult) of mode on values; raises IllDefinedInput
-    with the library's reason when the dark or reference does not fit."""
+    """(output buffer, MeasureResult) of mode on values; raises
+    MeasurementRefused with the library's reason when the dark or reference
+    does not fit."""
     out = (ctypes.c_double * NUM_FILTERS)()
     result = MeasureResult()
     mask = None
@@ -119,7 +136,7 @@ def measure(lib, mode, values, settings, saturated_mask=None, dark=None, referen
                        ctypes.byref(dark) if dark is not None else None,
                        ctypes.byref(reference) if reference is not None else None, out, ctypes.byref(result))
     if rc != 1:
-        raise IllDefinedInput(-24, lib.duMeasureRefusalText(result.refusal).decode())
+        raise refused(lib, result.refusal)
     return out, result
 
 

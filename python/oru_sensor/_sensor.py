@@ -4,9 +4,10 @@ import contextlib
 import ctypes
 from collections import namedtuple
 
-from . import _library
+from . import _library, _measure, _measuring
 from ._connection import open_connection
 from ._errors import Fail, check
+from ._measuring import Measuring
 from ._stream import FrameStream, Reading, mean_of_slices, values_of
 
 NUM_FILTERS = 1024
@@ -21,6 +22,8 @@ REQUEST_SLICE_SECONDS = 0.5
 # The shortest frame period: a full-speed bulk endpoint carries 19 packets of
 # 64 bytes a millisecond, and a frame is 2048 bytes.
 MIN_FRAME_SECONDS = 2048 / 64 / 19 / 1000.0
+# The master clock readings are taken and measured at: the library's 1 MHz.
+MASTER_CLOCK_MHZ = 1
 
 
 class Sensor:
@@ -76,16 +79,27 @@ class Sensor:
         self._call(self._lib.duSetSensorParameters, int(gain), int(rng), what="setting the ADC")
 
     def exposure_time(self, master_clock_mhz=1, shutter_speed=None):
-        """Exposure time in ms of a shutter speed (default: the current one)."""
+        """Exposure time in ms of a shutter speed (default: the current one)
+        by the library's published conversion, which divides in whole
+        microseconds per ms (1.000 ms for shutter speed 2); see
+        exact_exposure_time for the time the sensor integrates."""
         ss = self.shutter_speed if shutter_speed is None else int(shutter_speed)
         ms = ctypes.c_double()
         self._call(self._lib.duShutterSpeedToExposureTime, int(master_clock_mhz), ss, ctypes.byref(ms),
                    what="converting the shutter speed")
         return ms.value
 
+    def exact_exposure_time(self, master_clock_mhz=1, shutter_speed=None):
+        """The time in ms the sensor integrates at a shutter speed (default:
+        the current one), from the library's duExactExposureTimeUs
+        (1.984 ms for shutter speed 2)."""
+        ss = self.shutter_speed if shutter_speed is None else int(shutter_speed)
+        return _measure.exact_exposure_us(_measuring.library(), int(master_clock_mhz), ss) / 1000.0
+
     @property
     def exposure_time_ms(self):
-        return self.exposure_time(1)
+        """The exact exposure at the current shutter speed, master clock 1 MHz."""
+        return self.exact_exposure_time(MASTER_CLOCK_MHZ)
 
     def shutter_speed_for(self, exposure_ms, master_clock_mhz=1):
         ss = ctypes.c_int()
@@ -121,24 +135,66 @@ class Sensor:
                 slices.append((frames, values_of(buf)))
             return mean_of_slices(slices)
 
-    def read(self, averages=10):
+    def read(self, averages=10, mode="raw", dark=None, reference=None, calibration=None, algorithm=None,
+             range=None, step=None):
         """One request like read_filter_data, as a Reading (its sequence
-        numbers are None: single requests are not part of a stream)."""
+        numbers are None: single requests are not part of a stream).
+
+        mode: "raw" (DN), "dark" (DN minus the dark), "rate" (dark-corrected
+        DN per ms of exact exposure), "transmittance" or "reflectance" (% of
+        the reference, both dark-corrected) or "absorbance"; the library
+        computes each. dark and reference: raw Readings from take_dark,
+        take_reference or oru_sensor.load_reading; without a dark, the mean of
+        the three background filters of the reading is its dark. A dark or
+        reference taken at other settings, or saturated, raises
+        MeasurementRefused (the library's line) before any frame is read.
+
+        calibration (a Calibration or the path of one) adds the spectrum of
+        the dark-corrected reading: .wavelengths, .spectrum, .algorithm,
+        .weight, .residual (see Calibration.reconstruct for algorithm, range
+        and step; its factorisation is kept with the Calibration object)."""
         import datetime
         import time
-        values = self.read_filter_data(averages)
-        return Reading(values, first_sequence=None, last_sequence=None,
-                       time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
-                       monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
-                       saturated=_library.count_saturated(values), dropped=0,
-                       sensor_id=self.sensor_id)
+        measuring = Measuring(mode, dark, reference, calibration, algorithm, range, step)
+        with self._conn.calling(self.index):  # the settings checked are the settings read at
+            adc = self.adc
+            measuring.check(self, MASTER_CLOCK_MHZ)
+            values = self.read_filter_data(averages)
+            reading = Reading(values, first_sequence=None, last_sequence=None,
+                              time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
+                              monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
+                              saturated=_library.count_saturated(values), dropped=0,
+                              sensor_id=self.sensor_id)
+        return measuring.apply(reading, adc)
 
-    def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):
+    def take_dark(self, averages=10):
+        """A raw reading to use as `dark`: take it with the light blocked (or
+        the LED driver off), at the shutter speed and ADC settings of the
+        readings it is for. Saturated filters raise MeasurementRefused."""
+        return self._take_stored("dark", averages)
+
+    def take_reference(self, averages=10):
+        """A raw reading of the white reference, to use as `reference` for
+        the ratio modes, at the settings of the readings it is for.
+        Saturated filters raise MeasurementRefused: lower the shutter speed."""
+        return self._take_stored("reference", averages)
+
+    def _take_stored(self, kind, averages):
+        reading = self.read(averages)
+        _measuring.refuse_saturated(reading, kind)
+        reading.kind = kind
+        return reading
+
+    def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None, mode="raw", dark=None,
+               reference=None, calibration=None, algorithm=None, range=None, step=None):
         """Readings of every frame in order, each the average of `averages`
-        consecutive frames; see FrameStream (also for `recover`). While the
-        stream is on, reads, the shutter-speed search and shutter or ADC
+        consecutive frames; see FrameStream (also for `recover`) and read (for
+        mode, dark, reference, calibration, algorithm, range and step). While
+        the stream is on, reads, the shutter-speed search and shutter or ADC
         changes of this sensor raise IllDefinedInput."""
-        return FrameStream(self, averages, count, timeout, recover, recover_timeout)
+        measuring = Measuring(mode, dark, reference, calibration, algorithm, range, step)
+        measuring.check(self, MASTER_CLOCK_MHZ)
+        return FrameStream(self, averages, count, timeout, recover, recover_timeout, measuring)
 
     def optimal_shutter_speed(self, filters=None, target=None):
         """Searches the shutter speed that puts the brightest of `filters`

@@ -60,13 +60,33 @@ class Reading:
     rule, duCountSaturatedFilters: at 4095 DN in every frame averaged),
     `dropped` (frames the stream lost so far, ring overflow), `sensor_id` and
     `gap_before` (seconds the sensor was lost, removed or failed, before it
-    came back and this reading was taken; 0 when nothing was missed)."""
+    came back and this reading was taken; 0 when nothing was missed).
+
+    How it was measured, all from the library's measurement functions:
+    `mode` ("raw", "dark", "rate", "transmittance", "reflectance",
+    "absorbance") and its `unit` ("DN", "DN/ms", "%", "AU"), `values` in that
+    unit and `raw` (the DN as read), `exposure_us` (exact exposure),
+    `master_clock` (MHz), `adc` (AdcSettings), `kind` ("readings", "dark" or
+    "reference": what it was taken as), the `dark` and `reference` Readings
+    it was measured against (None when none), `dark_source` ("stored",
+    "background": the mean of the background filters, or None in raw mode)
+    and `invalid` (values that are NaN: a reference at or below its dark).
+
+    Read with a calibration, `reconstruction` is its Spectrum and
+    `wavelengths` (nm), `spectrum`, `algorithm`, `weight` and `residual` (DN)
+    are its parts; all None without one.
+
+    `save(path)` writes it to a reading file (CSV or JSON Lines by suffix);
+    oru_sensor.load_reading reads one back."""
 
     __slots__ = ("values", "first_sequence", "last_sequence", "time", "monotonic", "shutter_speed",
-                 "averages", "saturated", "dropped", "sensor_id", "gap_before")
+                 "averages", "saturated", "dropped", "sensor_id", "gap_before", "realtime_ns", "raw", "mode",
+                 "unit", "exposure_us", "master_clock", "adc", "kind", "dark", "reference", "dark_source", "invalid",
+                 "reconstruction")
 
     def __init__(self, values, *, first_sequence, last_sequence, time, monotonic, shutter_speed, averages,
-                 saturated, dropped, sensor_id, gap_before=0.0):
+                 saturated, dropped, sensor_id, gap_before=0.0, realtime_ns=None, master_clock=1, adc=None,
+                 exposure_us=None, kind="readings"):
         self.values = values
         self.first_sequence = first_sequence
         self.last_sequence = last_sequence
@@ -78,6 +98,39 @@ class Reading:
         self.dropped = dropped
         self.sensor_id = sensor_id
         self.gap_before = gap_before
+        self.realtime_ns = int(time.timestamp() * 1e9) if realtime_ns is None else realtime_ns
+        self.raw, self.mode, self.unit, self.exposure_us = values, "raw", "DN", exposure_us
+        self.master_clock, self.adc, self.kind = master_clock, adc, kind
+        self.dark = self.reference = self.dark_source = self.reconstruction = None
+        self.invalid = 0
+
+    wavelengths = property(lambda self: self._spectrum_part("wavelengths"))
+    spectrum = property(lambda self: self._spectrum_part("values"))
+    algorithm = property(lambda self: self._spectrum_part("algorithm"))
+    weight = property(lambda self: self._spectrum_part("weight"))
+    residual = property(lambda self: self._spectrum_part("residual"))
+
+    def _spectrum_part(self, name):
+        return None if self.reconstruction is None else getattr(self.reconstruction, name)
+
+    def measure(self, mode="raw", dark=None, reference=None, calibration=None, algorithm=None, range=None,
+                step=None):
+        """A copy of this reading measured again from its raw values, as
+        Sensor.read would with these arguments (for a view that switches
+        modes while its stream runs). Needs the reading's ADC settings."""
+        import copy
+        from ._measuring import Measuring
+        if self.adc is None:
+            raise ValueError("a reading without its ADC settings cannot be measured")
+        return Measuring(mode, dark, reference, calibration, algorithm, range, step).apply(copy.copy(self), self.adc)
+
+    def save(self, path):
+        """Writes this reading, its settings and what it was measured
+        against to `path`: CSV for .csv, JSON Lines for .jsonl (the library
+        writes both). A raw reading saved so is a dark or reference that
+        oru_sensor.load_reading reads back."""
+        from ._reading_file import save_readings
+        save_readings(path, [self])
 
     @classmethod
     def from_stream(cls, buf, info, averages, sensor_id, gap_before):
@@ -85,7 +138,8 @@ class Reading:
         return cls(values_of(buf), first_sequence=info.first_sequence, last_sequence=info.last_sequence,
                    time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
                    shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(buf),
-                   dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before)
+                   dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before,
+                   realtime_ns=info.last_realtime_ns)
 
     def __repr__(self):
         return "<Reading %s seq %s..%s x%d at %s>" % (self.sensor_id, self.first_sequence, self.last_sequence,
@@ -122,7 +176,8 @@ class FrameStream:
 
     RETRY_SECONDS = 0.2
 
-    def __init__(self, sensor, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None):
+    def __init__(self, sensor, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None,
+                 measuring=None):
         averages = int(averages)
         if not 1 <= averages <= 2**31 - 1:
             raise ValueError("averages must be 1..%d, got %r" % (2**31 - 1, averages))
@@ -145,6 +200,8 @@ class FrameStream:
         self._sensor_id = None
         self._recover = bool(recover)
         self._recover_timeout = None if recover_timeout is None else float(recover_timeout)
+        self._measuring = measuring  # mode, dark, reference and calibration of every reading
+        self._adc = None  # the ADC settings the stream runs at, read as it starts
 
     def start(self):
         if not self._on:
@@ -154,6 +211,7 @@ class FrameStream:
         """Starts the library's stream; its result (1 when on)."""
         if self._sensor_id is None:  # read while the sensor is surely there
             self._sensor_id = self._sensor.sensor_id
+        self._adc = self._sensor.adc  # fixed while the stream is on
         result = self._sensor._call_raw(self._sensor._lib.duStartFrameStream)
         self._on = result == 1
         if self._on:
@@ -208,7 +266,8 @@ class FrameStream:
             self._stop_after_error()
             raise
         self._done += 1
-        return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+        reading = Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+        return reading if self._measuring is None else self._measuring.apply(reading, self._adc)
 
     FAILED, REMOVED = 2, 3
 

@@ -53,12 +53,16 @@ class Connected(unittest.TestCase):
         self.assertEqual(s.shutter_speed, best)
         self.assertTrue(2800.0 <= max(s.read_filter_data(averages=5)) <= 4095.0)
 
-    def test_exposure_conversions_keep_the_library_rounding(self):
+    def test_exposure_is_exact_and_the_published_conversions_keep_their_rounding(self):
         s = self.s
         self.assertEqual((s.exposure_time(1, 1000), s.exposure_time(2, 1), s.shutter_speed_for(912.0, 1)),
                          (912.0, 0.0, 1726))
-        s.shutter_speed = 1000
-        self.assertEqual(s.exposure_time_ms, 912.0)
+        for shutter, exact_ms, published_ms in ((1, 1.072, 1.0), (2, 1.984, 1.0), (1000, 912.16, 912.0)):
+            with self.subTest(shutter=shutter):
+                s.shutter_speed = shutter
+                self.assertEqual((s.exposure_time_ms, s.exposure_time(1)), (exact_ms, published_ms))
+        s.shutter_speed = 2
+        self.assertEqual(s.read(1).exposure_us, 1984.0)
 
     def test_read_filter_data_shape_and_range(self):
         self.s.shutter_speed = 50
