@@ -62,7 +62,7 @@ class Acquisition:
     def _sensor_view(s):
         try:
             ss = s.shutter_speed
-            return {"state": "usable", "shutter_speed": ss, "exposure_ms": s.exposure_time(1, ss)}
+            return {"state": "usable", "shutter_speed": ss, "exposure_ms": s.exact_exposure_time(1, ss)}
         except OruError:  # lost already: the state poll says so and brings it back
             return {"state": "failed", "shutter_speed": 1, "exposure_ms": 1.0}
 
@@ -229,7 +229,7 @@ class Acquisition:
         for i, ss in changes.items():
             self._publish(busy="setting the shutter speed")
             self._sensors[i].shutter_speed = ss
-            self._set_view(i, shutter_speed=ss, exposure_ms=self._sensors[i].exposure_time(1, ss))
+            self._set_view(i, shutter_speed=ss, exposure_ms=self._sensors[i].exact_exposure_time(1, ss))
             with self._lock:
                 if self._want_shutter.get(i) == ss:
                     del self._want_shutter[i]
@@ -272,7 +272,7 @@ class Acquisition:
         finally:
             with self._lock:
                 self._want_auto = False
-        self._set_view(index, shutter_speed=result, exposure_ms=self._sensors[index].exposure_time(1, result))
+        self._set_view(index, shutter_speed=result, exposure_ms=self._sensors[index].exact_exposure_time(1, result))
         self._publish(auto_result=result)
 
     def _read(self, index, averages, generation):
