@@ -401,6 +401,16 @@ class Config(CliTest):
         rows = parse(self.ok("--virtual", "read", "--format", "csv", "--shutter", "9", "-n", "2", env=self.env))
         self.assertEqual((rows[0]["shutter_speed"], rows[0]["averages"]), ("9", "2"))
 
+    def test_a_configured_mode_and_dark_apply_unless_the_command_line_says_otherwise(self):
+        dark = os.path.join(self.tmp, "dark.csv")
+        self.ok("--virtual", "dark", "-o", dark, env=self.env)
+        put(self.user, '[A4486-3-12-40-2]\nmode = "dark"\ndark = "%s"\n' % dark)
+        for args, mode, with_dark in ((), "dark", True), (("--mode", "raw"), "raw", True):
+            with self.subTest(args=args):
+                text = self.ok("--virtual", "read", "--format", "csv", *args, env=self.env)
+                self.assertIn("# mode: %s\n" % mode, text)
+                self.assertEqual(re.search(r"# sensor: [^\n]* dark=\S+/\d+", text) is not None, with_dark, text)
+
     def test_a_broken_file_is_one_line_with_file_and_line_and_exit_2(self):
         for text, line, reason in (("shutter = 0\n", 1, "shutter needs a whole number 1..3000, got 0"),
                                    ("# c\n[A4486-3-12-40-2]\ngain = 2\n", 3, "gain needs a whole number 0..1"),
