@@ -57,16 +57,17 @@ class Reading:
     of its first and last frame (None for a single request), `time` (wall
     clock of its last frame, an aware datetime), `monotonic` (seconds),
     `shutter_speed`, `averages`, `saturated` (filters saturated by the library's
-    rule, duCountSaturatedFilters: at 4095 DN in every frame averaged),
+    rule: at 4095 DN in any frame averaged), `saturated_indices` (those
+    filters, 0-based, in order),
     `dropped` (frames the stream lost so far, ring overflow), `sensor_id` and
     `gap_before` (seconds the sensor was lost, removed or failed, before it
     came back and this reading was taken; 0 when nothing was missed)."""
 
     __slots__ = ("values", "first_sequence", "last_sequence", "time", "monotonic", "shutter_speed",
-                 "averages", "saturated", "dropped", "sensor_id", "gap_before")
+                 "averages", "saturated", "saturated_indices", "dropped", "sensor_id", "gap_before")
 
     def __init__(self, values, *, first_sequence, last_sequence, time, monotonic, shutter_speed, averages,
-                 saturated, dropped, sensor_id, gap_before=0.0):
+                 saturated, dropped, sensor_id, gap_before=0.0, saturated_indices=()):
         self.values = values
         self.first_sequence = first_sequence
         self.last_sequence = last_sequence
@@ -75,17 +76,19 @@ class Reading:
         self.shutter_speed = shutter_speed
         self.averages = averages
         self.saturated = saturated
+        self.saturated_indices = saturated_indices
         self.dropped = dropped
         self.sensor_id = sensor_id
         self.gap_before = gap_before
 
     @classmethod
-    def from_stream(cls, buf, info, averages, sensor_id, gap_before):
+    def from_stream(cls, buf, info, averages, sensor_id, gap_before, flags):
         wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
         return cls(values_of(buf), first_sequence=info.first_sequence, last_sequence=info.last_sequence,
                    time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                   shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(buf),
-                   dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before)
+                   shutter_speed=info.shutter_speed, averages=averages, saturated=info.saturated_filters,
+                   dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before,
+                   saturated_indices=_library.saturated_indices(flags))
 
     def __repr__(self):
         return "<Reading %s seq %s..%s x%d at %s>" % (self.sensor_id, self.first_sequence, self.last_sequence,
@@ -140,6 +143,7 @@ class FrameStream:
         self._timeout_ms = int(timeout_ms)
         self._buf = (ctypes.c_double * NUM_FILTERS)()
         self._info = FrameStreamInfo()
+        self._flags = (ctypes.c_ubyte * NUM_FILTERS)()
         self._on = False
         self._done = 0
         self._sensor_id = None
@@ -208,7 +212,7 @@ class FrameStream:
             self._stop_after_error()
             raise
         self._done += 1
-        return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+        return Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap, self._flags)
 
     FAILED, REMOVED = 2, 3
 
@@ -217,11 +221,11 @@ class FrameStream:
         # while this one waits for its frames.
         index = self._sensor.index
         with self._conn.reading(index) as lib:
-            args = (index, self._buf, self._averages, self._timeout_ms, ctypes.byref(self._info))
+            args = (index, self._buf, self._averages, self._timeout_ms, ctypes.byref(self._info), self._flags)
             if _interruptible.on_main_thread():
-                result = self._caller.call(lib.duReadFrameStreamOf, args, self._stop_after_error)
+                result = self._caller.call(lib.duReadFrameStreamMaskOf, args, self._stop_after_error)
             else:
-                result = lib.duReadFrameStreamOf(*args)
+                result = lib.duReadFrameStreamMaskOf(*args)
         if result < 0 and not self._conn.is_open:  # the disconnect woke it
             raise self._conn.closed_error(index)
         return result

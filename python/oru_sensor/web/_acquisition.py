@@ -264,11 +264,11 @@ class Acquisition:
         """One reading of `averages` frames, read in slices of at most about
         SLICE_S, so that it is abandoned (None) soon after a new request, a
         stop or the sensor's loss. A reading of several slices is the weighted
-        mean of the slices' means; its saturated count is the library's count
-        of that mean, as for every reading."""
+        mean of the slices' means; its saturated filters are those the
+        library flagged in any slice, as for every reading."""
         frame_s = max(self._view[index]["exposure_ms"], 0.1) / 1000.0
         per_slice = max(1, int(SLICE_S / frame_s))
-        mean, done, first = None, 0, None
+        mean, done, first, saturated = None, 0, None, set()
         last_frame = time.monotonic()
         while done < averages:
             if self._superseded(generation):
@@ -288,6 +288,7 @@ class Acquisition:
                 raise OruError(result, "reading sensor %s: library code %d" % (self.ids[index], result))
             last_frame = time.monotonic()
             info = self._calls.info
+            saturated.update(_library.saturated_indices(self._calls.flags))
             if first is None:
                 first = info.first_sequence
             if mean is None:
@@ -300,5 +301,6 @@ class Acquisition:
         wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
         return Reading(mean, first_sequence=first, last_sequence=info.last_sequence,
                        time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                       shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(mean),
-                       dropped=info.dropped_frames, sensor_id=self.ids[index])
+                       shutter_speed=info.shutter_speed, averages=averages, saturated=len(saturated),
+                       saturated_indices=tuple(sorted(saturated)), dropped=info.dropped_frames,
+                       sensor_id=self.ids[index])

@@ -36,8 +36,8 @@ class StreamCalls:
                            ("duActivateSensorWithIndex", [c_int]), ("duStartFrameStream", []),
                            ("duStopFrameStream", []), ("duGetTotalSensors", []),
                            ("duGetSensorState", [c_int]), ("duReconnectSensor", [c_int, ctypes.c_char_p]),
-                           ("duReadFrameStreamOf", [c_int, ctypes.POINTER(ctypes.c_double), c_int, c_int,
-                                                    ctypes.POINTER(StreamInfo)])):
+                           ("duReadFrameStreamMaskOf", [c_int, ctypes.POINTER(ctypes.c_double), c_int, c_int,
+                                                        ctypes.POINTER(StreamInfo), ctypes.c_void_p])):
             fn = getattr(lib, name)
             fn.argtypes, fn.restype = args, (None if name.endswith("lockSensors") else c_int)
         # A second copy of the library (another file with the same soname)
@@ -47,6 +47,7 @@ class StreamCalls:
         self._lib = lib
         self.values = (ctypes.c_double * NUM_FILTERS)()
         self.info = StreamInfo()
+        self.flags = (ctypes.c_ubyte * NUM_FILTERS)()  # saturated in any frame of the last read
 
     @staticmethod
     def _check(result, what):
@@ -81,5 +82,6 @@ class StreamCalls:
         return self._check(self._lib.duReconnectSensor(index, sensor_id.encode()), "bringing back sensor %d" % index) == 1
 
     def read(self, index, frames, timeout_s):
-        """1 with `values` and `info` filled, or a negative library code."""
-        return self._lib.duReadFrameStreamOf(index, self.values, frames, int(timeout_s * 1000), ctypes.byref(self.info))
+        """1 with `values`, `info` and `flags` filled, or a negative library code."""
+        return self._lib.duReadFrameStreamMaskOf(index, self.values, frames, int(timeout_s * 1000),
+                                                 ctypes.byref(self.info), self.flags)
