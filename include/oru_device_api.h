@@ -90,8 +90,9 @@ ORU_EXPORT int duCountSaturatedFilters(const double* values, int count);
  * filter that any frame of the reading saturated, 0 for the others. Returns
  * their count; -19 for a NULL saturated, -7 for an index with no connected
  * sensor, -26 when there are none: no request on that sensor since it was
- * connected or reconnected, or the last one failed. Requests of other threads replace the
- * flags: hold duLockSensors across the request and this call. */
+ * connected or reconnected, or the last one failed. Requests of other
+ * threads replace the flags: hold duLockSensors across the request and this
+ * call. */
 ORU_EXPORT int duGetLastRequestSaturation(int sensor_index, unsigned char* saturated);
 
 /* State of the connected sensor sensor_index (it need not be active):
