@@ -14,11 +14,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -218,12 +220,43 @@ void BM_FrameStream(benchmark::State& state) {
     // Whole process (the virtual sensor's frame making included) per frame read.
     state.counters["cpu_us/frame"] = 1e6 * cpu / static_cast<double>(std::max<uint64_t>(frames, 1));
     state.counters["reader_us/frame"] = 1e6 * reader_cpu / static_cast<double>(std::max<uint64_t>(frames, 1));
+    // The rest: the event thread (the virtual sensor's frame making, the
+    // completion path and its wake-up per frame) and anything else.
+    state.counters["others_us/frame"] = 1e6 * (cpu - reader_cpu) / static_cast<double>(std::max<uint64_t>(frames, 1));
     state.counters["waits/reading"] = static_cast<double>(reader_waits) / static_cast<double>(std::max(readings, 1L));
     state.counters["rss_kb"] = static_cast<double>(rss_end);
     state.counters["rss_growth_kb"] = rss_at_minute < 0 ? 0.0 : static_cast<double>(rss_end - rss_at_minute);
     disconnect_sensors();
 }
 BENCHMARK(BM_FrameStream)->ArgName("n")->Arg(1)->Arg(10)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
+
+// The floor under BM_FrameStream's CPU per frame: a thread that only sleeps
+// on a condition variable until each frame is due, at the virtual sensor's
+// pace (one frame every 1.684 ms), as its event thread does between two
+// frames; nothing is made, sent or read. Whole process CPU per wake-up.
+void BM_PacedWakeFloor(benchmark::State& state) {
+    const char* env = std::getenv("ORU_BENCH_STREAM_SECONDS");
+    const auto run_time = std::chrono::seconds(env != nullptr ? std::atol(env) : 10);
+    const auto period = std::chrono::nanoseconds(frame_period_ns(1));
+    long wakes = 0;
+    double cpu = 0.0;
+    for (auto _ : state) {
+        const double cpu_before = process_cpu_seconds();
+        std::thread sleeper([&] {
+            std::mutex lock;
+            std::condition_variable never_notified;
+            std::unique_lock<std::mutex> lk(lock);
+            const auto start = std::chrono::steady_clock::now();
+            for (auto due = start + period; due - start < run_time; due += period, ++wakes)
+                while (std::chrono::steady_clock::now() < due) never_notified.wait_until(lk, due);
+        });
+        sleeper.join();
+        cpu = process_cpu_seconds() - cpu_before;
+    }
+    state.counters["wakes"] = static_cast<double>(wakes);
+    state.counters["cpu_us/frame"] = 1e6 * cpu / static_cast<double>(std::max(wakes, 1L));
+}
+BENCHMARK(BM_PacedWakeFloor)->Iterations(1)->UseRealTime()->Unit(benchmark::kSecond);
 
 // Context switches (each wake-up of a sleeping thread is one) per thread id.
 std::map<int, long> thread_switches() {

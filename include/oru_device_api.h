@@ -71,10 +71,29 @@ ORU_EXPORT int duConvertShutterSpeedToExposureTime(int master_clock, int shutter
 ORU_EXPORT int duConvertExposureTimeToShutterSpeed(int master_clock, double exposure_time_val, int* shutter_speed);
 
 /* Saturation, the one rule for every reading (a request, a stream read, any
- * front end): a filter is saturated when its averaged value is at full scale,
- * 4095 DN or more, that is, it read 4095 in every frame averaged. Returns how
- * many of the count values are; -19 for NULL values, -24 for count < 0. */
+ * front end): a filter is saturated when any frame of the reading hit the
+ * converter's top, 4095 DN, or the stuck-filter mark, 4096. An average hides
+ * that (a filter clipped in one frame of ten averages below 4095), so a
+ * reading's flags come with it: duReadFrameStreamMaskOf for a stream read
+ * (and duFrameStreamInfo.saturated_filters, their count), and
+ * duGetLastRequestSaturation for duGetFilterData.
+ *
+ * duCountSaturatedFilters counts the values at 4095 DN or more: the rule
+ * itself for the values of one frame, but for an average only the filters
+ * saturated in every frame. Returns how many of the count values are; -19 for
+ * NULL values, -24 for count < 0. */
 ORU_EXPORT int duCountSaturatedFilters(const double* values, int count);
+
+/* The saturation flags of the last request for filter data on sensor
+ * sensor_index (duGetFilterData or a step of the shutter-speed search, its
+ * moving-average frames included): saturated (1024 bytes) gets 1 for each
+ * filter that any frame of the reading saturated, 0 for the others. Returns
+ * their count; -19 for a NULL saturated, -7 for an index with no connected
+ * sensor, -26 when there are none: no request on that sensor since it was
+ * connected or reconnected, or the last one failed. Requests of other
+ * threads replace the flags: hold duLockSensors across the request and this
+ * call. */
+ORU_EXPORT int duGetLastRequestSaturation(int sensor_index, unsigned char* saturated);
 
 /* State of the connected sensor sensor_index (it need not be active):
  *   1  usable;
@@ -111,9 +130,8 @@ ORU_EXPORT int duReconnectSensor(int sensor_index, const char* sensor_id);
  *     arrived, in ns; first_monotonic_ns, last_monotonic_ns: CLOCK_MONOTONIC;
  *   dropped_frames: frames lost to a full ring since the stream started;
  *   shutter_speed: the sensor's shutter speed while the stream runs;
- *   saturated_filters: filters at 4095 DN or more in any frame averaged (a
- *     clipping hint; the saturation count of a reading is
- *     duCountSaturatedFilters of its average). */
+ *   saturated_filters: filters saturated (4095 DN or more) in any frame
+ *     averaged: the reading's saturation count. */
 typedef struct duFrameStreamInfo {
     uint64_t first_sequence, last_sequence;
     int64_t first_realtime_ns, last_realtime_ns, first_monotonic_ns, last_monotonic_ns;
@@ -142,6 +160,12 @@ ORU_EXPORT int duReadFrameStream(double* output, int number_of_averages, int tim
  * once without activating them. */
 ORU_EXPORT int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
                                    duFrameStreamInfo* info);
+/* duReadFrameStreamOf that also gives the reading's saturation flags: when
+ * saturated is not NULL, its 1024 bytes get 1 for each filter that any frame
+ * averaged saturated (4095 DN or more), 0 for the others (written on success
+ * only). Their count is info->saturated_filters. */
+ORU_EXPORT int duReadFrameStreamMaskOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
+                                       duFrameStreamInfo* info, unsigned char* saturated);
 
 /* Threads. Every function may be called from any thread; each call runs
  * whole, without another thread's call interleaved. The calls that wait for

@@ -8,6 +8,29 @@
 #include "oru_device_api_state.h"
 #include "stream/oru_frame_stream.h"
 
+namespace {
+
+// The stream read of sensor_index, with or without the saturation flags.
+int read_stream_of(int sensor_index, double* output, int number_of_averages, int timeout_ms, duFrameStreamInfo* info,
+                   unsigned char* saturated) {
+    return oru_api_call([&] {
+        if (output == nullptr) return -lu_ec_filter_buffer_is_null;
+        if (number_of_averages < 1 || timeout_ms < 0) return -lu_ec_ill_defined_input;
+        {
+            // Only to find the sensor; the wait below holds up nobody.
+            const ApiGuard guard(g_apiLock);
+            oru_api_device_at(sensor_index);
+        }
+        const auto sensor = static_cast<unsigned int>(sensor_index);
+        const int result = oru_stream::read(sensor, output, number_of_averages, timeout_ms, info, saturated);
+        // The exposure cannot change while the stream is on.
+        if (result == 1 && info != nullptr) info->shutter_speed = sensor_shutter_speed(sensor);
+        return result;
+    });
+}
+
+}  // namespace
+
 extern "C" {
 
 // Start and stop hold only their own sensor: a request or a reconnect on
@@ -41,20 +64,12 @@ int duReadFrameStream(double* output, int number_of_averages, int timeout_ms, du
 
 int duReadFrameStreamOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
                         duFrameStreamInfo* info) {
-    return oru_api_call([&] {
-        if (output == nullptr) return -lu_ec_filter_buffer_is_null;
-        if (number_of_averages < 1 || timeout_ms < 0) return -lu_ec_ill_defined_input;
-        {
-            // Only to find the sensor; the wait below holds up nobody.
-            const ApiGuard guard(g_apiLock);
-            oru_api_device_at(sensor_index);
-        }
-        const auto sensor = static_cast<unsigned int>(sensor_index);
-        const int result = oru_stream::read(sensor, output, number_of_averages, timeout_ms, info);
-        // The exposure cannot change while the stream is on.
-        if (result == 1 && info != nullptr) info->shutter_speed = sensor_shutter_speed(sensor);
-        return result;
-    });
+    return read_stream_of(sensor_index, output, number_of_averages, timeout_ms, info, nullptr);
+}
+
+int duReadFrameStreamMaskOf(int sensor_index, double* output, int number_of_averages, int timeout_ms,
+                            duFrameStreamInfo* info, unsigned char* saturated) {
+    return read_stream_of(sensor_index, output, number_of_averages, timeout_ms, info, saturated);
 }
 
 }  // extern "C"

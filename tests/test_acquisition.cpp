@@ -8,7 +8,9 @@
 #include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_stm_event_loop.h"
 #include "oru_device_interface_base.h"
+#include "sensors/oru_sensor_record.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -201,6 +203,20 @@ TEST_F(Acquisition, BufferedMovingAverageTakesOneNewFramePerRequestInPlaceOfTheO
     set_frame_moving_average(true);
     EXPECT_EQ(read(out, 10, 3), lu_ec_success);
     EXPECT_TRUE(all_equal(out, 1100.0));
+
+    // A clipped frame saturates every reading whose ring still holds it,
+    // though the average stays far below full scale.
+    std::vector<unsigned char> flags(1024, 0);
+    oru_sensor::SSensorRecord& record = *oru_sensor::sensor_record(0);
+    ASSERT_TRUE(oru_sensor::request_saturation(record, flags.data()));
+    EXPECT_EQ(std::count(flags.begin(), flags.end(), 1), 0);
+    vsensor::set_constant_frame(0, 4095);
+    EXPECT_EQ(read(out, 10, 3), lu_ec_success);
+    vsensor::set_constant_frame(0, 1100);
+    EXPECT_EQ(read(out, 10, 3), lu_ec_success);
+    EXPECT_TRUE(all_equal(out, (9 * 1100 + 4095) / 10.0));
+    ASSERT_TRUE(oru_sensor::request_saturation(record, flags.data()));
+    EXPECT_EQ(std::count(flags.begin(), flags.end(), 1), 1024);
 }
 
 TEST_F(Acquisition, StalledStreamRestartsTheMovingAverageRing) {

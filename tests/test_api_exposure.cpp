@@ -93,8 +93,8 @@ TEST_F(ApiExposure, ConversionsGiveTheirResultsAndReportBadArguments) {
     }
 }
 
-// Saturated means at full scale in the average: 4095 (every frame clipped)
-// or the 4096 of a stuck filter; 4094.9 is not.
+// The count over values: at full scale means 4095 (for an average: every
+// frame clipped) or the 4096 of a stuck filter; 4094.9 is not.
 TEST_F(ApiExposure, SaturatedFiltersAreThoseWhoseAverageIsAtFullScale) {
     const std::vector<double> values = {0.0, 4094.9, 4095.0, 4096.0, 4095.0, 1000.0};
     for (const auto& [count, expected] : std::vector<std::pair<int, int>>{{6, 3}, {3, 1}, {2, 0}, {0, 0}})

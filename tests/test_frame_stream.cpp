@@ -6,6 +6,7 @@
 #include "oru_base_exception.h"
 #include "oru_device_api.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -86,18 +87,81 @@ TEST_F(FrameStream, AFullRingDropsItsOldestFramesAndCountsThem) {
     EXPECT_EQ(next.first_sequence, info.first_sequence + 1 + (next.dropped_frames - info.dropped_frames));
 }
 
-TEST_F(FrameStream, CountsFiltersSaturatedInAnyFrame) {
+// A filter is saturated when any frame of the reading clipped it, in a
+// stream read and in a request alike. Frame k (counted from the start command)
+// has filter 900 at 4095 always, filter 3 at 4095 in odd frames only, filter
+// 901 at 4094 always. A request throws its first two frames away, so it
+// averages frames 2 .. n + 1.
+struct SaturationCase {
+    const char* name;
+    bool stream;
+    int averages;
+    std::vector<int> saturated;  // 0-based filters flagged
+    int at_full_scale_on_average;  // duCountSaturatedFilters of the average
+};
+
+void PrintTo(const SaturationCase& c, std::ostream* os) { *os << c.name; }
+
+class SaturationInSomeFrames : public FrameStream, public testing::WithParamInterface<SaturationCase> {};
+
+TEST_P(SaturationInSomeFrames, FlagsEveryFilterAnyFrameClipped) {
+    const SaturationCase& c = GetParam();
     connect(1);
-    std::vector<uint16_t> pattern(1024, 100);
-    pattern[3] = 4095;
-    pattern[900] = 4095;
-    pattern[901] = 4094;
-    vsensor::set_pattern(0, pattern);
-    ASSERT_EQ(duStartFrameStream(), 1);
-    duFrameStreamInfo info{};
-    ASSERT_EQ(read(4, &info), 1);
-    EXPECT_EQ(info.saturated_filters, 2);
+    vsensor::set_frame_source(0, [](uint64_t k, uint16_t* out) {
+        std::fill(out, out + 1024, uint16_t{100});
+        out[3] = k % 2 == 1 ? 4095 : 100;
+        out[900] = 4095;
+        out[901] = 4094;
+    });
+    std::vector<unsigned char> flags(1024, 7);
+    int count = -1;
+    if (c.stream) {
+        ASSERT_EQ(duStartFrameStream(), 1);
+        duFrameStreamInfo info{};
+        ASSERT_EQ(duReadFrameStreamMaskOf(0, m_output.data(), c.averages, kTimeoutMs, &info, flags.data()), 1);
+        count = info.saturated_filters;
+        ASSERT_EQ(duStopFrameStream(), 1);
+    } else {
+        ASSERT_EQ(duGetFilterData(m_output.data(), c.averages), 1);
+        count = duGetLastRequestSaturation(0, flags.data());
+    }
+    std::vector<int> flagged;
+    for (int i = 0; i < 1024; ++i) {
+        ASSERT_LE(flags[static_cast<std::size_t>(i)], 1) << i;
+        if (flags[static_cast<std::size_t>(i)] == 1) flagged.push_back(i);
+    }
+    EXPECT_EQ(flagged, c.saturated);
+    EXPECT_EQ(count, static_cast<int>(c.saturated.size()));
+    EXPECT_EQ(duCountSaturatedFilters(m_output.data(), 1024), c.at_full_scale_on_average);
     EXPECT_DOUBLE_EQ(m_output[901], 4094.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    StreamAndRequest, SaturationInSomeFrames,
+    testing::Values(SaturationCase{"stream_one_even_frame", true, 1, {900}, 1},
+                    SaturationCase{"stream_four_frames", true, 4, {3, 900}, 1},
+                    SaturationCase{"request_one_even_frame", false, 1, {900}, 1},
+                    SaturationCase{"request_three_frames", false, 3, {3, 900}, 1}),
+    [](const testing::TestParamInfo<SaturationCase>& info) { return std::string(info.param.name); });
+
+// The flags of a request belong to the request that succeeded last on that
+// sensor: none after a connect, none after a failed one.
+TEST_F(FrameStream, RequestSaturationIsKnownOnlyAfterARequestSucceeded) {
+    connect(2);
+    std::vector<unsigned char> flags(1024, 0);
+    EXPECT_EQ(duGetLastRequestSaturation(0, flags.data()), -lu_ec_initialization_required);
+    vsensor::set_constant_frame(0, 4095);
+    ASSERT_EQ(duGetFilterData(m_output.data(), 2), 1);
+    EXPECT_EQ(duGetLastRequestSaturation(0, flags.data()), 1024);
+    EXPECT_EQ(duGetLastRequestSaturation(1, flags.data()), -lu_ec_initialization_required) << "the other sensor's";
+    EXPECT_EQ(duGetLastRequestSaturation(0, nullptr), -lu_ec_filter_buffer_is_null);
+    EXPECT_EQ(duGetLastRequestSaturation(5, flags.data()), -lu_ec_device_object_is_null);
+    vsensor::set_faults(0, vsensor::kFaultBulkError);
+    {
+        StdoutCapture quiet;
+        EXPECT_EQ(duGetFilterData(m_output.data(), 1), -lu_ec_fw_recv_timeout);
+    }
+    EXPECT_EQ(duGetLastRequestSaturation(0, flags.data()), -lu_ec_initialization_required) << "after a failure";
 }
 
 TEST_F(FrameStream, BadCallsGiveClearCodesAndLeaveTheStreamUsable) {

@@ -18,7 +18,7 @@ struct Measurement {
     // Stream sequence numbers of its first and last frame; -1 for a single
     // request, which is not part of a stream.
     int64_t first_sequence = -1, last_sequence = -1;
-    int saturated = 0;  // filters whose average is at full scale (duCountSaturatedFilters)
+    int saturated = 0;  // filters saturated in any frame of the reading (the library's flags)
     // Seconds the sensor was lost (removed or failed) before this reading,
     // until it came back; 0 when nothing was missed.
     double gap = 0.0;

@@ -96,7 +96,7 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duGetSensorParameters", api.duGetSensorParameters, error) &&
            bind(lib, "duStartFrameStream", api.duStartFrameStream, error) &&
            bind(lib, "duStopFrameStream", api.duStopFrameStream, error) &&
-           bind(lib, "duReadFrameStreamOf", api.duReadFrameStreamOf, error) &&
+           bind(lib, "duReadFrameStreamMaskOf", api.duReadFrameStreamMaskOf, error) &&
            bind(lib, "duGetSensorState", api.duGetSensorState, error) &&
            bind(lib, "duReconnectSensor", api.duReconnectSensor, error) &&
            bind(lib, "duSetLogHandler", api.duSetLogHandler, error) &&
@@ -104,7 +104,6 @@ bool load_oru_api(OruApi& api, int virtual_sensors, std::string& error) {
            bind(lib, "duUnlockSensors", api.duUnlockSensors, error) &&
            bind(lib, "duConvertShutterSpeedToExposureTime", api.duConvertShutterSpeedToExposureTime, error) &&
            bind(lib, "duConvertExposureTimeToShutterSpeed", api.duConvertExposureTimeToShutterSpeed, error) &&
-           bind(lib, "duCountSaturatedFilters", api.duCountSaturatedFilters, error) &&
            bind(lib, "duExactExposureTimeUs", api.duExactExposureTimeUs, error) &&
            bind(lib, "duGetErrorText", api.duGetErrorText, error);
     if (bound) use_error_texts(api.duGetErrorText);

@@ -28,7 +28,7 @@ struct OruApi {
     int (*duGetSensorParameters)(int*, int*);
     int (*duStartFrameStream)();
     int (*duStopFrameStream)();
-    int (*duReadFrameStreamOf)(int, double*, int, int, duFrameStreamInfo*);
+    int (*duReadFrameStreamMaskOf)(int, double*, int, int, duFrameStreamInfo*, unsigned char*);
     int (*duGetSensorState)(int);
     int (*duReconnectSensor)(int, const char*);
     void (*duSetLogHandler)(void (*)(int, const char*, void*), void*);
@@ -38,7 +38,6 @@ struct OruApi {
     void (*duUnlockSensors)();
     int (*duConvertShutterSpeedToExposureTime)(int, int, double*);
     int (*duConvertExposureTimeToShutterSpeed)(int, double, int*);
-    int (*duCountSaturatedFilters)(const double*, int);
 };
 
 // virtual_sensors < 0: use the real USB library; otherwise load the virtual

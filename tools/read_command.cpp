@@ -239,7 +239,7 @@ int cmd_read(Session& s, const Options& o, const std::vector<int>& chosen, Outpu
             m.timestamp = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
             if (!stored && m.saturated > 0 && warned.insert(event.reader).second)
                 std::fprintf(stderr,
-                             "oru-sensor: warning: %s: %d filters saturated (at 4095 DN in every frame); "
+                             "oru-sensor: warning: %s: %d filters saturated (at 4095 DN in some frame); "
                              "lower the shutter speed\n",
                              readers[event.reader]->name().c_str(), m.saturated);
             text.clear();

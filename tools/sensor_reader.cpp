@@ -187,15 +187,21 @@ int SensorReader::read_frames(Measurement& m) {
     const int chunk = std::max(1, static_cast<int>(kChunkMs / frame_ms(m_sensor.shutter_speed)));
     std::vector<uint64_t> sums(1024, 0);
     std::vector<double> part(1024, 0.0);
+    // A filter any chunk flags is saturated in the whole reading.
+    std::vector<unsigned char> saturated(1024, 0), part_saturated(1024, 0);
     duFrameStreamInfo info{};
     for (int taken = 0; taken < m_plan.averages;) {
         if (stopping()) return kStopped;
         const int n = std::min(chunk, m_plan.averages - taken);
         const int result =
-            m_api.duReadFrameStreamOf(m_sensor.index, part.data(), n, allowance_ms(n, m_sensor.shutter_speed), &info);
+            m_api.duReadFrameStreamMaskOf(m_sensor.index, part.data(), n, allowance_ms(n, m_sensor.shutter_speed),
+                                          &info, part_saturated.data());
         if (result < 0) return stopping() ? kStopped : result;
         if (taken == 0) m.first_sequence = static_cast<int64_t>(info.first_sequence);
-        for (std::size_t f = 0; f < sums.size(); ++f) sums[f] += static_cast<uint64_t>(std::llround(part[f] * n));
+        for (std::size_t f = 0; f < sums.size(); ++f) {
+            sums[f] += static_cast<uint64_t>(std::llround(part[f] * n));
+            saturated[f] |= part_saturated[f];
+        }
         taken += n;
     }
     m.values.resize(sums.size());
@@ -203,6 +209,6 @@ int SensorReader::read_frames(Measurement& m) {
     m.last_sequence = static_cast<int64_t>(info.last_sequence);
     m.realtime_ns = info.last_realtime_ns;
     m.shutter_speed = info.shutter_speed;
-    m.saturated = m_api.duCountSaturatedFilters(m.values.data(), static_cast<int>(m.values.size()));
+    m.saturated = static_cast<int>(std::count(saturated.begin(), saturated.end(), 1));
     return 0;
 }

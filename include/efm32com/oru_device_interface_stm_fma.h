@@ -19,6 +19,8 @@ bool frame_ring_buffered();
 // first frames (not yet buffered), or puts its one frame in place of the
 // oldest; then writes the sum over slots 0 .. iSlots-1 into sum[].
 void advance_frame_ring(int iSlots, double* sum);
+// Per filter (1024 flags), whether any of slots 0 .. iSlots-1 saturated it.
+void frame_ring_saturation(int iSlots, unsigned char* mask);
 // The frames stopped coming: the next request fills the ring again.
 void restart_frame_ring();
 // Zeroes every slot (a new device object does).

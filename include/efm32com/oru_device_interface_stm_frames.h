@@ -7,6 +7,9 @@
 
 #define ORU_FRAME_BYTES 2048
 #define ORU_NUM_FILTERS 1024
+// A sample at or above this saturated its filter: the converter's top, or
+// the 4096 that marks a stuck filter.
+#define ORU_SATURATED_DN 4095
 
 // The one frame decoder: 2048 raw bytes into 1024 samples. Sample i is 12
 // bits, left-aligned, most significant byte first: (raw[2i] << 4) | (raw[2i+1] >> 4).

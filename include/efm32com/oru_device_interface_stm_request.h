@@ -25,10 +25,12 @@ extern std::atomic<int> iCurrAcqMode;
 // The frames a request has taken, in constant memory whatever their number:
 // per filter the exact integer sum (at most INT_MAX x 4095 < 2^43, so its
 // double equals the double sum of the frames added one by one), their number,
-// and the first nKeep frames whole, for the moving-average ring.
+// and the first nKeep frames whole, for the moving-average ring; per filter
+// also whether any frame saturated it (1) or none did (0).
 #define ORU_KEPT_FRAMES 100
 struct SFrameSum {
     int64_t llSum[1024];
+    unsigned char saturated[1024];
     int nFrames;
     void clear();
     void add(const uint16_t* samples);
@@ -63,6 +65,8 @@ size_t wait_for_queued_frames(size_t nNeeded, std::chrono::steady_clock::time_po
 size_t queued_frames();
 // Adds the per-filter sum of the frames taken to sum[].
 void add_queued_frames(double* sum);
+// Copies the saturation flags of the frames taken (1024) into mask.
+void copy_queued_saturation(unsigned char* mask);
 // Copies kept frame i (i < nKeep) into 1024 doubles.
 void copy_queued_frame(size_t i, double* out);
 // Ends the request: drops what was taken and, when iNextWanted >= 0, sets the

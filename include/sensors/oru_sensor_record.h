@@ -17,7 +17,8 @@
 //   2. g_requestLock      the requests on the specified path, one at a time
 //   3. callLock           of one sensor; of several, by rising index
 //   4. leaves, never held together: the handle map's lock, exit_cond_lock,
-//      bulkLock, deviceLock, sinkLock, a ring's lock, the log's lock.
+//      bulkLock, deviceLock, sinkLock, saturationLock, a ring's lock, the
+//      log's lock.
 // Locks 2 and 3 are never waited for while g_apiLock is held (see
 // oru_device_api_lock.h), so one sensor's long call never holds up another's.
 #ifndef ORU_SENSOR_RECORD_H
@@ -25,8 +26,10 @@
 
 #include <libusb.h>
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -36,6 +39,9 @@ namespace oru_sensor {
 // The most sensors the library keeps open at once (the API's table, the
 // streams, the health and the per-sensor shutter speeds all end here).
 constexpr unsigned int kMaxOpenSensors = 10;
+
+// Filters of a frame, as the records keep them.
+constexpr std::size_t kRecordFilters = 1024;
 
 // Where a streaming sensor's frames go instead of the request path. The bulk
 // callback (event thread) calls push; a fault of the sensor calls fail.
@@ -88,6 +94,16 @@ struct SSensorRecord {
     // under sinkLock. A caller that took the sink keeps it alive by itself.
     std::mutex sinkLock;
     std::shared_ptr<FrameSink> sink;
+
+    // The last request for filter data on this sensor: per filter whether
+    // any of its frames saturated it, and whether that request succeeded
+    // (false: none yet, or it failed). Written by this record's file only
+    // (set_request_saturation, forget_request_saturation), on the caller
+    // thread of the request or of the bring-up; read by any caller; under
+    // saturationLock.
+    std::mutex saturationLock;
+    bool bRequestSaturationKnown = false;
+    std::array<unsigned char, kRecordFilters> requestSaturation{};
 };
 
 // The record of a sensor index, or null at or beyond kMaxOpenSensors.
@@ -103,6 +119,14 @@ std::shared_ptr<FrameSink> clear_sink(SSensorRecord& record);
 bool deliver_to_sink(SSensorRecord& record, const unsigned char* raw);
 // A fault of the sensor: its sink, if any, fails (and keeps its place).
 void fail_sink(SSensorRecord& record);
+
+// The saturation flags (kRecordFilters) of the request that just succeeded.
+void set_request_saturation(SSensorRecord& record, const unsigned char* mask);
+// A request began (or failed): no flags are known until one succeeds.
+void forget_request_saturation(SSensorRecord& record);
+// Copies the flags of the last request into mask and returns true, or
+// returns false (mask untouched) when none is known.
+bool request_saturation(SSensorRecord& record, unsigned char* mask);
 
 }  // namespace oru_sensor
 

@@ -39,10 +39,11 @@ public:
     // A transfer fault: as close().
     void fail() override { close(); }
     // Averages the next `count` frames into `output` (1024 values) and fills
-    // `info`. Returns 1, or -lu_ec_fw_recv_timeout when the frames do not come
+    // `info`; `saturated` (1024 flags, or null) gets 1 for each filter at
+    // kSaturatedDn or above in any of the frames, 0 for the others. Returns 1, or -lu_ec_fw_recv_timeout when the frames do not come
     // by the deadline or the ring is closed or failed meanwhile (the frames
     // summed so far are consumed).
-    int read(double* output, int count, int timeout_ms, duFrameStreamInfo* info);
+    int read(double* output, int count, int timeout_ms, duFrameStreamInfo* info, unsigned char* saturated);
     // Wakes every reader; a read in progress and every later one fail with
     // -lu_ec_fw_recv_timeout. Used both for a stop and for a transfer fault.
     void close();
@@ -83,9 +84,10 @@ int open(unsigned int sensor);
 // -lu_ec_initialization_required when no stream was on.
 int close(unsigned int sensor);
 bool is_on(unsigned int sensor);
-// Reads from the ring of `sensor`; -lu_ec_initialization_required when its
-// stream is off.
-int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info);
+// Reads from the ring of `sensor` (as FrameRing::read);
+// -lu_ec_initialization_required when its stream is off.
+int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info,
+         unsigned char* saturated);
 // Tests: closes and forgets every stream.
 void reset_for_tests();
 

@@ -94,6 +94,8 @@ def _declare(lib):
         "duSetLogHandler": ([_LOG_HANDLER, ctypes.c_void_p], None),
         "duGetErrorText": ([c_int], ctypes.c_char_p),
         "duCountSaturatedFilters": ([p_double, c_int], c_int),
+        "duReadFrameStreamMaskOf": ([c_int, p_double, c_int, c_int, ctypes.c_void_p, ctypes.c_void_p], c_int),
+        "duGetLastRequestSaturation": ([c_int, ctypes.c_void_p], c_int),
     }
     for name, (args, res) in sigs.items():
         fn = getattr(lib, name)
@@ -152,10 +154,31 @@ def error_text(result):
 
 
 def count_saturated(values):
-    """Saturated filters of a reading (averaged values), by the library's one
-    rule for every front end."""
+    """Values at full scale (4095 DN or more), by the library's count: the
+    saturated filters of one frame, but of an average only those saturated in
+    every frame. A reading's own count comes from its flags (see
+    saturated_indices)."""
     try:  # ctypes arrays, numpy float64 arrays and array('d'): no per-value copy
         buf = (ctypes.c_double * len(values)).from_buffer_copy(values)
     except (TypeError, ValueError):
         buf = (ctypes.c_double * len(values))(*[float(v) for v in values])
     return _loaded.duCountSaturatedFilters(buf, len(values))
+
+
+def saturated_indices(flags):
+    """The filters a reading's saturation flags (1024 bytes from the library:
+    1 where any frame of the reading hit 4095 DN) mark, in order."""
+    raw, found, at = bytes(flags), [], 0
+    while True:
+        at = raw.find(1, at)
+        if at < 0:
+            return tuple(found)
+        found.append(at)
+        at += 1
+
+
+def request_saturated_indices(lib, index):
+    """The saturated filters of the last request on sensor `index`
+    (duGetLastRequestSaturation), or None when the library knows none."""
+    flags = (ctypes.c_ubyte * 1024)()
+    return saturated_indices(flags) if lib.duGetLastRequestSaturation(index, flags) >= 0 else None

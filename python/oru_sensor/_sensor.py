@@ -107,7 +107,7 @@ class Sensor:
                    ctypes.byref(ss), what="converting the exposure time")
         return ss.value
 
-    def read_filter_data(self, averages=10):
+    def read_filter_data(self, averages=10, _saturated=None):
         """1024 filter outputs in DN, each the mean of `averages` frames.
 
         The library cannot stop a request once it has begun, so a request of
@@ -127,11 +127,13 @@ class Sensor:
                 per_slice = max(1, int(REQUEST_SLICE_SECONDS / frame_seconds))
             if per_slice >= averages:
                 self._call(self._lib.duGetFilterData, buf, averages, what="reading filter data")
+                self._add_saturated(_saturated)
                 return values_of(buf)
             slices = []
             for start in range(0, averages, per_slice):
                 frames = min(per_slice, averages - start)
                 self._call(self._lib.duGetFilterData, buf, frames, what="reading filter data")
+                self._add_saturated(_saturated)
                 slices.append((frames, values_of(buf)))
             return mean_of_slices(slices)
 
@@ -159,11 +161,12 @@ class Sensor:
         with self._conn.calling(self.index):  # the settings checked are the settings read at
             adc = self.adc
             measuring.check(self, MASTER_CLOCK_MHZ)
-            values = self.read_filter_data(averages)
+            saturated = set()
+            values = self.read_filter_data(averages, _saturated=saturated)
             reading = Reading(values, first_sequence=None, last_sequence=None,
                               time=datetime.datetime.now(datetime.timezone.utc).astimezone(),
                               monotonic=time.monotonic(), shutter_speed=self.shutter_speed, averages=int(averages),
-                              saturated=_library.count_saturated(values), dropped=0,
+                              saturated=len(saturated), saturated_indices=tuple(sorted(saturated)), dropped=0,
                               sensor_id=self.sensor_id)
         return measuring.apply(reading, adc)
 
@@ -184,6 +187,11 @@ class Sensor:
         _measuring.refuse_saturated(reading, kind)
         reading.kind = kind
         return reading
+
+    def _add_saturated(self, into):
+        """Adds the filters the request just made saturated (any frame) to the set `into`, if given."""
+        if into is not None:
+            into.update(_library.request_saturated_indices(self._lib, self.index) or ())
 
     def stream(self, averages=1, count=None, timeout=5.0, recover=True, recover_timeout=None, mode="raw", dark=None,
                reference=None, calibration=None, algorithm=None, range=None, step=None):

@@ -57,7 +57,8 @@ class Reading:
     of its first and last frame (None for a single request), `time` (wall
     clock of its last frame, an aware datetime), `monotonic` (seconds),
     `shutter_speed`, `averages`, `saturated` (filters saturated by the library's
-    rule, duCountSaturatedFilters: at 4095 DN in every frame averaged),
+    rule: at 4095 DN in any frame averaged), `saturated_indices` (those
+    filters, 0-based, in order),
     `dropped` (frames the stream lost so far, ring overflow), `sensor_id` and
     `gap_before` (seconds the sensor was lost, removed or failed, before it
     came back and this reading was taken; 0 when nothing was missed).
@@ -80,13 +81,13 @@ class Reading:
     oru_sensor.load_reading reads one back."""
 
     __slots__ = ("values", "first_sequence", "last_sequence", "time", "monotonic", "shutter_speed",
-                 "averages", "saturated", "dropped", "sensor_id", "gap_before", "realtime_ns", "raw", "mode",
-                 "unit", "exposure_us", "master_clock", "adc", "kind", "dark", "reference", "dark_source", "invalid",
-                 "reconstruction")
+                 "averages", "saturated", "saturated_indices", "dropped", "sensor_id", "gap_before", "realtime_ns",
+                 "raw", "mode", "unit", "exposure_us", "master_clock", "adc", "kind", "dark", "reference",
+                 "dark_source", "invalid", "reconstruction")
 
     def __init__(self, values, *, first_sequence, last_sequence, time, monotonic, shutter_speed, averages,
-                 saturated, dropped, sensor_id, gap_before=0.0, realtime_ns=None, master_clock=1, adc=None,
-                 exposure_us=None, kind="readings"):
+                 saturated, dropped, sensor_id, gap_before=0.0, saturated_indices=(), realtime_ns=None,
+                 master_clock=1, adc=None, exposure_us=None, kind="readings"):
         self.values = values
         self.first_sequence = first_sequence
         self.last_sequence = last_sequence
@@ -95,6 +96,7 @@ class Reading:
         self.shutter_speed = shutter_speed
         self.averages = averages
         self.saturated = saturated
+        self.saturated_indices = saturated_indices
         self.dropped = dropped
         self.sensor_id = sensor_id
         self.gap_before = gap_before
@@ -133,13 +135,13 @@ class Reading:
         save_readings(path, [self])
 
     @classmethod
-    def from_stream(cls, buf, info, averages, sensor_id, gap_before):
+    def from_stream(cls, buf, info, averages, sensor_id, gap_before, flags):
         wall = datetime.datetime.fromtimestamp(info.last_realtime_ns / 1e9, tz=datetime.timezone.utc)
         return cls(values_of(buf), first_sequence=info.first_sequence, last_sequence=info.last_sequence,
                    time=wall.astimezone(), monotonic=info.last_monotonic_ns / 1e9,
-                   shutter_speed=info.shutter_speed, averages=averages, saturated=_library.count_saturated(buf),
+                   shutter_speed=info.shutter_speed, averages=averages, saturated=info.saturated_filters,
                    dropped=info.dropped_frames, sensor_id=sensor_id, gap_before=gap_before,
-                   realtime_ns=info.last_realtime_ns)
+                   saturated_indices=_library.saturated_indices(flags), realtime_ns=info.last_realtime_ns)
 
     def __repr__(self):
         return "<Reading %s seq %s..%s x%d at %s>" % (self.sensor_id, self.first_sequence, self.last_sequence,
@@ -195,6 +197,7 @@ class FrameStream:
         self._timeout_ms = int(timeout_ms)
         self._buf = (ctypes.c_double * NUM_FILTERS)()
         self._info = FrameStreamInfo()
+        self._flags = (ctypes.c_ubyte * NUM_FILTERS)()
         self._on = False
         self._done = 0
         self._sensor_id = None
@@ -266,7 +269,7 @@ class FrameStream:
             self._stop_after_error()
             raise
         self._done += 1
-        reading = Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap)
+        reading = Reading.from_stream(self._buf, self._info, self._averages, self._sensor_id, gap, self._flags)
         return reading if self._measuring is None else self._measuring.apply(reading, self._adc)
 
     FAILED, REMOVED = 2, 3
@@ -276,11 +279,11 @@ class FrameStream:
         # while this one waits for its frames.
         index = self._sensor.index
         with self._conn.reading(index) as lib:
-            args = (index, self._buf, self._averages, self._timeout_ms, ctypes.byref(self._info))
+            args = (index, self._buf, self._averages, self._timeout_ms, ctypes.byref(self._info), self._flags)
             if _interruptible.on_main_thread():
-                result = self._caller.call(lib.duReadFrameStreamOf, args, self._stop_after_error)
+                result = self._caller.call(lib.duReadFrameStreamMaskOf, args, self._stop_after_error)
             else:
-                result = lib.duReadFrameStreamOf(*args)
+                result = lib.duReadFrameStreamMaskOf(*args)
         if result < 0 and not self._conn.is_open:  # the disconnect woke it
             raise self._conn.closed_error(index)
         return result
@@ -323,14 +326,14 @@ class FrameStream:
         self.start()
         index = self._sensor.index
         with self._conn.reading(index) as lib:
-            result = lib.duReadFrameStreamOf(index, self._buf, int(frames), int(timeout * 1000),
-                                             ctypes.byref(self._info))
+            result = lib.duReadFrameStreamMaskOf(index, self._buf, int(frames), int(timeout * 1000),
+                                                 ctypes.byref(self._info), self._flags)
         if result < 0 and not self._conn.is_open:
             raise self._conn.closed_error(index)
         if result == self.TIMED_OUT:
             return None
         check(result, "reading the frame stream")
-        return Reading.from_stream(self._buf, self._info, int(frames), self._sensor_id, 0.0)
+        return Reading.from_stream(self._buf, self._info, int(frames), self._sensor_id, 0.0, self._flags)
 
     def reopen_if_back(self, sensor_id):
         """One look, without waiting, for the sensor `sensor_id` attached

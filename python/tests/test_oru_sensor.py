@@ -93,6 +93,20 @@ class Connected(unittest.TestCase):
                 self.assertEqual(_library.count_saturated(halves), 0)
                 self.assertEqual(_library.count_saturated(array("d", [4095.0] * 3 + [4094.9] * 1021)), 3)
 
+    def test_readings_carry_the_filters_any_frame_saturated(self):
+        s = self.s
+        s.shutter_speed = 3000  # the scene clips many filters
+        readings = {"request": lambda: s.read(averages=2), "stream": lambda: next(iter(s.stream(averages=2)))}
+        for how, take in readings.items():
+            with self.subTest(how=how):
+                r = take()
+                self.assertGreater(r.saturated, 100)
+                self.assertEqual(r.saturated, len(r.saturated_indices))
+                self.assertEqual(list(r.saturated_indices), sorted(set(r.saturated_indices)))
+                self.assertGreater(min(r.values[i] for i in r.saturated_indices), 4000.0)
+                self.assertEqual(_library.count_saturated(r.values), sum(v >= 4095 for v in r.values))
+        self.assertEqual(_library.saturated_indices(bytes([0, 1, 1, 0, 0, 1])), (1, 2, 5))
+
     def test_readings_come_in_order_and_the_stream_stops_on_leaving(self):
         s = self.sensors[1]
         with s.stream(averages=4, count=5) as readings:

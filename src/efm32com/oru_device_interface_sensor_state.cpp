@@ -69,6 +69,7 @@ void mark_sensor_usable(unsigned int iDeviceId, libusb_device* pDevice) {
     SSensorRecord* record = sensor_record(iDeviceId);
     if (record == nullptr) return;
     set_device(*record, pDevice);
+    forget_request_saturation(*record);  // a sensor brought up has had no request yet
     record->iHealth = 0;
 }
 

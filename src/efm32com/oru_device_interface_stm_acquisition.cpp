@@ -12,6 +12,7 @@
 #include "efm32com/oru_device_interface_stm_frames.h"
 #include "efm32com/oru_device_interface_stm_request.h"
 #include "efm32com/oru_device_interface_usb.h"
+#include "sensors/oru_sensor_record.h"
 
 #include <unistd.h>
 
@@ -23,6 +24,8 @@
 // Streaming (command 70) is on. Written only here, by the caller thread of a
 // request; requests run one at a time (g_requestLock).
 bool bulkModeStarted = false;
+
+static_assert(ORU_NUM_FILTERS == oru_sensor::kRecordFilters, "a request's flags fill the record's");
 
 namespace {
 
@@ -105,19 +108,22 @@ void stop_streaming_at_end(int iMode, unsigned int iDeviceId) {
     bulkModeStarted = false;
 }
 
-// Sum of the request's frames; returns the divisor of the average.
-int sum_plainly(double* sum, int iAvgNum) {
+// Sum of the request's frames and their saturation flags; returns the
+// divisor of the average.
+int sum_plainly(double* sum, unsigned char* saturated, int iAvgNum) {
     add_queued_frames(sum);
+    copy_queued_saturation(saturated);
     end_frame_request(0);
     return iAvgNum;
 }
 
 // Sum over the ring after this request's frames went in; returns the number
 // of slots. Once filled, each request waits for one new frame.
-int sum_through_ring(double* sum, int iAvgNum) {
+int sum_through_ring(double* sum, unsigned char* saturated, int iAvgNum) {
     const int iSlots = std::min(iAvgNum, ORU_FMA_SLOTS);
     const bool bFilling = !g_FMA_Buffered;
     advance_frame_ring(iSlots, sum);
+    frame_ring_saturation(iSlots, saturated);
     end_frame_request(bFilling ? 1 : kKeepWanted);
     return iSlots;
 }
@@ -140,6 +146,9 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
                                    int useContAcq, unsigned int iDeviceId, ORU_ERROR_CODE* pErrorCode) {
     if (pErrorCode != nullptr) *pErrorCode = lu_ec_success;
     const double fDarkAverageVal = 0.0;  // dark correction is not done here
+    // Only a request that succeeds leaves its saturation flags behind.
+    oru_sensor::SSensorRecord* pRecord = oru_sensor::sensor_record(iDeviceId);
+    if (pRecord != nullptr) oru_sensor::forget_request_saturation(*pRecord);
     // A failed or removed sensor sends no frames: fail at once.
     if (sensor_health(iDeviceId) != kSensorUsable) {
         if (pErrorCode != nullptr) *pErrorCode = lu_ec_fw_recv_timeout;
@@ -170,8 +179,10 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     }
 
     int iDivisor = iAvgNum;
+    unsigned char saturated[ORU_NUM_FILTERS];
     try {
-        iDivisor = g_enable_FMA ? sum_through_ring(frameBuf.data(), iAvgNum) : sum_plainly(frameBuf.data(), iAvgNum);
+        iDivisor = g_enable_FMA ? sum_through_ring(frameBuf.data(), saturated, iAvgNum)
+                                : sum_plainly(frameBuf.data(), saturated, iAvgNum);
     } catch (...) {
         print_averaging_exception();
         abandon_streaming(iDeviceId);
@@ -179,6 +190,7 @@ double get_filter_data_from_sensor(double* fpFilterValueAveraged, int iNumOfAver
     }
 
     for (int j = 0; j < ORU_NUM_FILTERS; ++j) fpFilterValueAveraged[j] = frameBuf[j] / iDivisor;
+    if (pRecord != nullptr) oru_sensor::set_request_saturation(*pRecord, saturated);
     return fDarkAverageVal;
 }
 

@@ -74,6 +74,14 @@ void advance_frame_ring(int iSlots, double* sum) {
     for (int j = 0; j < ORU_NUM_FILTERS; ++j) sum[j] = static_cast<double>(g_llRingSum[j]);
 }
 
+void frame_ring_saturation(int iSlots, unsigned char* mask) {
+    std::fill(mask, mask + ORU_NUM_FILTERS, 0);
+    for (int s = 0; s < iSlots; ++s) {
+        const double* values = slot(s);
+        for (int j = 0; j < ORU_NUM_FILTERS; ++j) mask[j] |= values[j] >= ORU_SATURATED_DN ? 1 : 0;
+    }
+}
+
 void restart_frame_ring() {
     g_FMA_Buffered = false;
     g_FMA_FrameCount = 0;

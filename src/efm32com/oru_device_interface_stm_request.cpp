@@ -40,11 +40,15 @@ void take_frame(const uint16_t* samples) {
 
 void SFrameSum::clear() {
     std::fill(std::begin(llSum), std::end(llSum), 0);
+    std::fill(std::begin(saturated), std::end(saturated), 0);
     nFrames = 0;
 }
 
 void SFrameSum::add(const uint16_t* samples) {
-    for (int j = 0; j < ORU_NUM_FILTERS; ++j) llSum[j] += samples[j];
+    for (int j = 0; j < ORU_NUM_FILTERS; ++j) {
+        llSum[j] += samples[j];
+        saturated[j] |= samples[j] >= ORU_SATURATED_DN ? 1 : 0;
+    }
     ++nFrames;
 }
 
@@ -112,6 +116,11 @@ size_t queued_frames() {
 void add_queued_frames(double* sum) {
     std::lock_guard<std::mutex> lk(exit_cond_lock);
     g_frameSum.add_to(sum);
+}
+
+void copy_queued_saturation(unsigned char* mask) {
+    std::lock_guard<std::mutex> lk(exit_cond_lock);
+    std::copy(std::begin(g_frameSum.saturated), std::end(g_frameSum.saturated), mask);
 }
 
 void copy_queued_frame(size_t i, double* out) {

@@ -1,6 +1,7 @@
 // The table of sensor records and the frame sink of each.
 #include "sensors/oru_sensor_record.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -48,6 +49,24 @@ bool deliver_to_sink(SSensorRecord& record, const unsigned char* raw) {
 
 void fail_sink(SSensorRecord& record) {
     if (std::shared_ptr<FrameSink> sink = sink_of(record)) sink->fail();
+}
+
+void set_request_saturation(SSensorRecord& record, const unsigned char* mask) {
+    std::lock_guard<std::mutex> lk(record.saturationLock);
+    std::copy(mask, mask + kRecordFilters, record.requestSaturation.begin());
+    record.bRequestSaturationKnown = true;
+}
+
+void forget_request_saturation(SSensorRecord& record) {
+    std::lock_guard<std::mutex> lk(record.saturationLock);
+    record.bRequestSaturationKnown = false;
+}
+
+bool request_saturation(SSensorRecord& record, unsigned char* mask) {
+    std::lock_guard<std::mutex> lk(record.saturationLock);
+    if (!record.bRequestSaturationKnown) return false;
+    std::copy(record.requestSaturation.begin(), record.requestSaturation.end(), mask);
+    return true;
 }
 
 }  // namespace oru_sensor

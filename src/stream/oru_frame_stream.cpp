@@ -60,7 +60,7 @@ bool FrameRing::wait_for(std::unique_lock<std::mutex>& lk, std::size_t need,
     return ready;
 }
 
-int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
+int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo* info, unsigned char* saturated_out) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
     // Integer sums: exact for any count an int can hold (4095 x 2^31 < 2^53).
     std::array<uint64_t, kFilters> sums{};
@@ -100,6 +100,8 @@ int FrameRing::read(double* output, int count, int timeout_ms, duFrameStreamInfo
         info->dropped_frames = dropped;
         info->saturated_filters = static_cast<int32_t>(saturated.count());
     }
+    if (saturated_out != nullptr)
+        for (int i = 0; i < kFilters; ++i) saturated_out[i] = saturated.test(static_cast<std::size_t>(i)) ? 1 : 0;
     return 1;
 }
 
@@ -151,10 +153,11 @@ int close(unsigned int sensor) {
 
 bool is_on(unsigned int sensor) { return ring_of(sensor) != nullptr; }
 
-int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info) {
+int read(unsigned int sensor, double* output, int count, int timeout_ms, duFrameStreamInfo* info,
+         unsigned char* saturated) {
     std::shared_ptr<FrameRing> ring = ring_of(sensor);
     if (ring == nullptr) return -lu_ec_initialization_required;
-    return ring->read(output, count, timeout_ms, info);
+    return ring->read(output, count, timeout_ms, info, saturated);
 }
 
 void reset_for_tests() {

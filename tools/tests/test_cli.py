@@ -147,18 +147,22 @@ class ReadFormats(CliTest):
                          [(FIRST, 60, 1024)] * 3)
 
     def test_saturation_is_one_rule_in_every_mode_and_the_table_warns(self):
-        # Streamed or spaced out, a filter counts when its average is at 4095 DN.
+        # Streamed or spaced out, a filter counts when any frame hit 4095 DN: every filter
+        # whose average is there, and none whose average is far below it (noise 3 DN).
         for mode in ("", "--interval 0.01"):
             with self.subTest(mode=mode):
                 rows = parse(self.ok("--virtual", "read", "--shutter", "200", "-n", "5", "--format", "jsonl",
                                      *mode.split(), env=SCENE))
-                self.assertEqual([r["saturated"] for r in rows], [sum(v >= 4095 for v in rows[0]["values"])])
-                self.assertGreater(rows[0]["saturated"], 100)
+                self.assertEqual(len(rows), 1)
+                values, saturated = rows[0]["values"], rows[0]["saturated"]
+                self.assertGreater(sum(v >= 4095 for v in values), 100)
+                self.assertGreaterEqual(saturated, sum(v >= 4095 for v in values))
+                self.assertLessEqual(saturated, sum(v >= 4060 for v in values))
         r = run("--virtual", "read", "-n", "2", env={"ORU_VSENSOR_PATTERN": "constant:4095"})
         self.assertEqual((r.returncode, r.stdout.splitlines()[0].split()[-1], r.stdout.splitlines()[1].split()[-1]),
                          (0, "sat", "1024"))
         self.assertEqual(r.stderr, "oru-sensor: warning: sensor 0 (A4486-3-12-40-2): 1024 filters saturated "
-                         "(at 4095 DN in every frame); lower the shutter speed\n")
+                         "(at 4095 DN in some frame); lower the shutter speed\n")
 
     def test_plot_of_one_reading_and_mean_with_band_of_many(self):
         for args, bands in (("--auto-exposure -n 2", 0), ("--shutter 80 -n 1 --repeat 10", 1)):

@@ -279,11 +279,11 @@ class Acquisition:
         """One reading of `averages` frames, read in slices of at most about
         SLICE_S, so that it is abandoned (None) soon after a new request, a
         stop or the sensor's loss. A reading of several slices is the weighted
-        mean of the slices' means; its saturated count is the library's count
-        of that mean, as for every reading."""
+        mean of the slices' means; its saturated filters are those the
+        library flagged in any slice, as for every reading."""
         frame_s = max(self._view[index]["exposure_ms"], 0.1) / 1000.0
         per_slice = max(1, int(SLICE_S / frame_s))
-        mean, done, first = None, 0, None
+        mean, done, first, saturated = None, 0, None, set()
         last_frame = time.monotonic()
         while done < averages:
             if self._superseded(generation):
@@ -300,6 +300,7 @@ class Acquisition:
             if part is None:
                 return None  # removed or failed: the next round brings it back
             last_frame = time.monotonic()
+            saturated.update(part.saturated_indices)
             if first is None:
                 first = part.first_sequence
             if mean is None:
@@ -311,4 +312,5 @@ class Acquisition:
             done += k
         return Reading(mean, first_sequence=first, last_sequence=part.last_sequence, time=part.time,
                        monotonic=part.monotonic, shutter_speed=part.shutter_speed, averages=averages,
-                       saturated=_library.count_saturated(mean), dropped=part.dropped, sensor_id=self.ids[index])
+                       saturated=len(saturated), saturated_indices=tuple(sorted(saturated)), dropped=part.dropped,
+                       sensor_id=self.ids[index])

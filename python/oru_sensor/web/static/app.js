@@ -185,7 +185,7 @@
 
   function onReading(r) {
     latest = r;
-    setText("s-saturated", r.saturated + " filters (at 4095 DN in every frame averaged)");
+    setText("s-saturated", r.saturated + " filters (at 4095 DN in some frame averaged)");
     showStatus({ sensor_id: r.sensor_id, shutter_speed: r.shutter_speed, exposure_ms: r.exposure_ms,
                  averages: r.averages, rate: r.rate, dropped: r.dropped, mode: r.mode });
     const refusal = $("refusal");
