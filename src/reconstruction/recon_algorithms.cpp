@@ -21,9 +21,8 @@ const char* const kNotProvided[] = {"NNLS-SC", "NNLS-SCA-LCurve", "NNLS-SCA-GCV"
 
 // NNLS-L1's smoothness for sparse light: the L-curve weight or these
 // fractions of it, whichever gives the lowest non-negative GCV (tried in
-// turn until the GCV rises). Lines 30 nm
-// apart part at a tenth to a thirtieth; below that, noise splits single
-// lines into spikes.
+// turn until the GCV rises). Lines 30 nm apart part at a tenth to a
+// thirtieth; below that, noise splits single lines into spikes.
 constexpr double kL1SharperFractions[] = {0.3, 0.1, 0.03};
 
 std::string provided_list() {
