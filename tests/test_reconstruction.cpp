@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lit_reading.h"
+#include "reconstruction/reconstruction_internal.h"
 
 using namespace spectral_test;
 
@@ -224,6 +225,40 @@ TEST(Reconstruction, SaturatedFiltersAreLeftOutOfThatReadingOnly) {
     EXPECT_NEAR(found[0], 529, 3);
     const Spectrum whole = reconstruct(r.get(), spectral_reading("led:529", 0, 1).values, nullptr, reading_info());
     EXPECT_EQ(whole.result.filters_used, 1014);
+}
+
+// The non-negative solver lets go of several held points a round; its answer
+// must still be the minimiser: nothing negative, no pull on a free point and
+// no upward pull on a held one, from a cold start and from a nearby weight's.
+TEST(Reconstruction, NonNegativeSolutionsMeetTheOptimalityConditions) {
+    using namespace oru_recon;
+    const Calibration cal(truth_calibration(), duCalibrationFree);
+    Problem p;
+    std::string why;
+    ASSERT_EQ(build_problem(*cal, duReconstructionOptions{nullptr, 0, 0, 2, 0}, &p, &why), 1) << why;
+    const auto f = factorise(p, Penalty::Smooth, p.lit);
+    double exposure_us = 0;
+    duExactExposureTimeUs(1, kShutter, &exposure_us);
+    for (const char* scene : {"led:940", "led:520+led:550", "blackbody:2856"}) {
+        const Reading reading = spectral_reading(scene, 10, 5);
+        VectorXd b(Eigen::Index(f->rows.size()));
+        for (Eigen::Index k = 0; k < b.size(); ++k) b[k] = reading.values[size_t(f->rows[size_t(k)])] * 1000 / exposure_us;
+        const VectorXd g = f->au.transpose() * b, c = f->w * b;
+        VectorXd nearby = nonnegative(*f, g, c, 100.0);
+        for (double lambda : {30.0, 3.0}) {
+            SCOPED_TRACE(std::string(scene) + ", weight " + std::to_string(lambda));
+            const VectorXd cold = nonnegative(*f, g, c, lambda), warm = nonnegative(*f, g, c, lambda, &nearby);
+            EXPECT_LT((cold - warm).norm(), 1e-6 * cold.norm());
+            const VectorXd pull = g - (f->g + lambda * lambda * f->m) * cold;
+            const double tol = 1e-6 * g.cwiseAbs().maxCoeff();
+            for (Eigen::Index i = 0; i < cold.size(); ++i) {
+                ASSERT_GE(cold[i], 0.0) << i;
+                if (cold[i] > 0) ASSERT_NEAR(pull[i], 0.0, tol) << "free point " << i;
+                else ASSERT_LE(pull[i], tol) << "held point " << i;
+            }
+            nearby = warm;
+        }
+    }
 }
 
 TEST(Reconstruction, AlgorithmNamesListTheProvidedOnes) {
