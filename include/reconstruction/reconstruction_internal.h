@@ -63,8 +63,15 @@ double lcurve_weight(const Spectral& s);
 // x = (G + lambda^2 M)^-1 Au' b for the c of that b.
 VectorXd unconstrained(const Factor& f, const VectorXd& c, double lambda);
 
-// min 1/2 x'(G + lambda^2 M)x - g'x subject to x >= 0, where c = Z' g.
-VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, double lambda);
+// min 1/2 x'(G + lambda^2 M)x - g'x subject to x >= 0, where c = Z' g;
+// `guess` (the answer for a nearby weight) names the variables to start
+// with free, else the unconstrained solution does.
+VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, double lambda,
+                     const VectorXd* guess = nullptr);
+
+// GCV of a non-negative solution x for b: the variables held at 0 take no
+// part, so the fit's degrees of freedom are those of the free ones alone.
+double nonnegative_gcv(const Factor& f, const VectorXd& b, const VectorXd& x, double lambda);
 
 // The algorithms this library provides, by name.
 enum class Weight { Gcv, LCurve, L1Threshold };

@@ -1,7 +1,8 @@
 // Non-negative solutions of min 1/2 x'Hx - g'x, H = G + lambda^2 M, by the
 // active-set method of Lawson and Hanson: every step stays feasible and
 // lowers the objective, so it ends. It starts from the unconstrained
-// solution's positive part, which is the answer for most broad light.
+// solution's positive part, which is the answer for most broad light, or
+// from a guess's positive part (a nearby weight's answer).
 #include <algorithm>
 #include <cmath>
 
@@ -14,6 +15,9 @@ namespace {
 // Bound on the variables let go in one reading (each costs one solve);
 // reached only when rounding keeps one variable coming and going.
 constexpr int kMaxRelease = 400;
+// Variables let go together: those whose upward gradient is at least this
+// share of the steepest one's.
+constexpr double kReleaseShare = 0.05;
 
 // The minimiser with the variables outside `free` held at 0. Whichever is
 // cheaper: a Cholesky of H on the free variables, or a correction of H^-1
@@ -59,10 +63,10 @@ VectorXd times_h(const Factor& f, double l2, const VectorXd& x, const std::vecto
 
 }  // namespace
 
-VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, double lambda) {
+VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, double lambda, const VectorXd* guess) {
     const Eigen::Index n = g.size();
     const double l2 = lambda * lambda;
-    const VectorXd start = unconstrained(f, c, lambda);
+    const VectorXd start = guess ? *guess : unconstrained(f, c, lambda);
     std::vector<char> is_free(static_cast<size_t>(n));
     for (Eigen::Index i = 0; i < n; ++i) is_free[size_t(i)] = start[i] > 0;
     // The free variables' minimiser, dropping those that come out negative
@@ -77,19 +81,35 @@ VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, doub
     }
     const double gradient_tol = 1e-9 * std::max(g.cwiseAbs().maxCoeff(), 1e-300);
     for (int release = 0; release < kMaxRelease; ++release) {
-        // Let go of the held variable whose gradient pulls hardest upwards.
+        // Let go of the held variables whose gradients pull upwards hardest:
+        // several at once, as a line needs tens of them and each round costs
+        // a factorisation.
         const VectorXd w = g - times_h(f, l2, x, is_free);
         Eigen::Index j = -1;
         for (Eigen::Index i = 0; i < n; ++i)
             if (!is_free[size_t(i)] && w[i] > gradient_tol && (j < 0 || w[i] > w[j])) j = i;
         if (j < 0) break;
-        is_free[size_t(j)] = 1;
+        std::vector<int> released;
+        for (Eigen::Index i = 0; i < n; ++i)
+            if (!is_free[size_t(i)] && w[i] >= kReleaseShare * w[j]) is_free[size_t(i)] = 1, released.push_back(int(i));
+        bool moved = false;
         for (;;) {
             const VectorXd z = solve_on(f, g, c, l2, where(is_free, 1), where(is_free, 0));
-            if (z[j] <= 0 && x[j] <= 0) {
-                // Rounding: the variable just let go does not move; hold it and stop.
-                is_free[size_t(j)] = 0;
-                return x.cwiseMax(0.0);
+            // Variables let go at 0 that the new minimiser would take below 0
+            // are held again before any step. When none of this round's stay
+            // free: the round is over, or retried with the steepest alone, or
+            // (that one not moving either) rounding ends the search.
+            bool again = false;
+            for (Eigen::Index i = 0; i < n; ++i)
+                if (is_free[size_t(i)] && x[i] <= 0 && z[i] <= 0) is_free[size_t(i)] = 0, again = true;
+            if (again) {
+                if (std::none_of(released.begin(), released.end(), [&](int i) { return is_free[size_t(i)]; })) {
+                    if (moved) break;
+                    if (released.size() == 1) return x.cwiseMax(0.0);
+                    released.assign(1, int(j));
+                    is_free[size_t(j)] = 1;
+                }
+                continue;
             }
             double alpha = 1.0;
             Eigen::Index blocking = -1;
@@ -99,6 +119,7 @@ VectorXd nonnegative(const Factor& f, const VectorXd& g, const VectorXd& c, doub
                 if (a < alpha) alpha = a, blocking = i;
             }
             x += alpha * (z - x);
+            moved = true;
             if (blocking < 0) break;
             // The blocking variable lands on 0 exactly; others within rounding.
             x[blocking] = 0;

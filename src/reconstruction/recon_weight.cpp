@@ -96,4 +96,18 @@ double lcurve_weight(const Spectral& s) {
     return std::pow(10.0, t[best]);
 }
 
+// On the free set F the solution is (G_FF + lambda^2 M_FF)^-1 g_F, linear
+// in b: its influence matrix has trace tr((G_FF + lambda^2 M_FF)^-1 G_FF).
+double nonnegative_gcv(const Factor& f, const VectorXd& b, const VectorXd& x, double lambda) {
+    std::vector<int> free;
+    for (Eigen::Index i = 0; i < x.size(); ++i)
+        if (x[i] > 0) free.push_back(int(i));
+    const double m = double(b.size());
+    const double residual2 = (f.au(Eigen::all, free) * x(free) - b).squaredNorm();
+    if (free.empty()) return residual2 / (m * m);
+    const MatrixXd g = f.g(free, free);
+    const double dof = MatrixXd(g + lambda * lambda * f.m(free, free)).llt().solve(g).trace();
+    return m - dof < 0.5 ? std::numeric_limits<double>::infinity() : residual2 / ((m - dof) * (m - dof));
+}
+
 }  // namespace oru_recon

@@ -87,12 +87,13 @@ inline Reading spectral_reading(const std::string& scene, int frames, unsigned s
 }
 
 // Relative RMS error of `got` (on `grid`) against the true spectrum, over
-// lo..hi nm.
+// lo..hi nm, leaving out skip_lo..skip_hi nm when given.
 inline double relative_rms(const std::vector<double>& grid, const std::vector<double>& got,
-                           const std::vector<double>& truth, double lo, double hi) {
+                           const std::vector<double>& truth, double lo, double hi, double skip_lo = 0,
+                           double skip_hi = 0) {
     double err = 0, ref = 0;
     for (size_t i = 0; i < grid.size(); ++i) {
-        if (grid[i] < lo || grid[i] > hi) continue;
+        if (grid[i] < lo || grid[i] > hi || (grid[i] >= skip_lo && grid[i] <= skip_hi)) continue;
         const double t = truth[size_t(std::lround(grid[i])) - vsensor::kSpectrumStartNm];
         err += (got[i] - t) * (got[i] - t);
         ref += t * t;
