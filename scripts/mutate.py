@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
-"""Mutation sampler: how many small faults in src/ does the native test suite catch?
+"""Mutation sampler: how many small faults in a room does its test suite catch?
 
-Applies one change at a time to src/**/*.cpp (flip a comparison, shift a
-constant by one, swap && and ||, delete a call statement, change a returned
-value), rebuilds incrementally, runs ctest, and counts the mutant killed when
-any test fails or times out. A mutant that does not compile is replaced by the
+Applies one change at a time to the sources of a room (flip a comparison,
+shift a constant by one, swap && and || or `and` and `or`, delete a call
+statement, change a returned value), rebuilds incrementally, runs the tests
+that cover the room, and counts the mutant killed when any test fails or
+times out. Rooms (--room): the library's core (src/ without the rooms
+below), measurement, calibration, reconstruction, tools (the command line
+and its logger) and python (the binding and the live view; Python mutants
+need no rebuild). A mutant that does not compile is replaced by the
 next candidate of the same kind and not counted. The source file is always
 restored, also on Ctrl-C.
 
@@ -12,13 +16,16 @@ Candidates are ordered by a hash of (seed, file, line text, change), so the
 same seed picks the same mutants in two trees whose sources differ in a few
 lines only. Kinds take turns, so every kind is sampled.
 
-  scripts/mutate.py --seed 2026 --count 60 [--tree DIR] [--build DIR] [--report FILE]
+  scripts/mutate.py --seed 2026 --count 60 [--room core,measurement,...] [--tree DIR] [--build DIR] [--report FILE]
 
 Not part of scripts/test.sh: one run takes an hour or more.
 """
 
 import argparse
+import ast
+import glob
 import hashlib
+import io
 import json
 import os
 import re
@@ -26,6 +33,7 @@ import signal
 import subprocess
 import sys
 import time
+import tokenize
 
 KINDS = ("comparison", "constant", "logic", "call", "return")
 FLIP = {"==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">"}
@@ -129,24 +137,95 @@ def sites_of(path, rel):
             yield "return", no, r.start(2), expr, new
 
 
-def collect(tree, seed):
-    by_kind = {k: [] for k in KINDS}
-    for root, _, files in os.walk(os.path.join(tree, "src")):
-        for name in sorted(files):
-            if not name.endswith(".cpp"):
-                continue
-            path = os.path.join(root, name)
+
+# Each room: its sources (globs under the tree, minus `exclude`), the test
+# files whose GoogleTest suites cover it, and the other ctest tests that do
+# (the CLI's, Python's and the live view's). `all_native`: every test but the
+# external ones (the core is used by all of them).
+ROOMS = {
+    "core": dict(sources=["src/*.cpp", "src/*/*.cpp"],
+                 exclude=["src/measurement/", "src/calibration/", "src/reconstruction/"], all_native=True),
+    "measurement": dict(sources=["src/measurement/*.cpp"],
+                        suites=["tests/test_measurement.cpp", "tests/test_reading_files.cpp"],
+                        tests=["measuring_cli"]),
+    "calibration": dict(sources=["src/calibration/*.cpp"],
+                        suites=["tests/test_calibration.cpp", "tests/test_calibration_sweep.cpp"],
+                        tests=["calibration_cli"]),
+    "reconstruction": dict(sources=["src/reconstruction/*.cpp"], suites=["tests/test_reconstruction.cpp"],
+                           tests=["measuring_cli"]),
+    "tools": dict(sources=["tools/*.cpp", "tools/logger/*.cpp"], suites=["tools/tests/test_*.cpp"],
+                  tests=["cli", "cli_logger", "cli_terminal", "measuring_cli", "calibration_cli"]),
+    "python": dict(sources=["python/oru_sensor/*.py", "python/oru_sensor/web/*.py"],
+                   tests=["python_binding", "python_web"]),
+}
+SUITE = re.compile(r"^\s*(?:TEST(?:_F|_P)?|INSTANTIATE_TEST_SUITE_P)\(\s*(\w+)\s*,", re.M)
+
+
+def room_files(tree, room):
+    spec = ROOMS[room]
+    out = []
+    for pattern in spec["sources"]:
+        for path in sorted(glob.glob(os.path.join(tree, pattern))):
             rel = os.path.relpath(path, tree)
+            if not any(rel.startswith(e) for e in spec.get("exclude", ())):
+                out.append(rel)
+    return out
+
+
+def room_tests(tree, room):
+    """ctest arguments that choose the room's tests."""
+    spec = ROOMS[room]
+    if spec.get("all_native"):
+        return ["-LE", "external"]
+    names = set()
+    for pattern in spec.get("suites", ()):
+        for path in glob.glob(os.path.join(tree, pattern)):
+            with open(path) as f:
+                names.update(SUITE.findall(f.read()))
+    parts = ["(\\w+/)?%s[./]" % n for n in sorted(names)] + ["%s$" % t for t in spec.get("tests", ())]
+    return ["-R", "^(%s)" % "|".join(parts)]
+
+
+def python_sites(path, rel):
+    """The same kinds for Python: comparisons, `and`/`or`, integer constants,
+    call statements (made `pass`) and returned values (made None)."""
+    with open(path) as f:
+        text = f.read()
+    for tok in tokenize.generate_tokens(io.StringIO(text).readline):
+        (no, col), kind = tok.start, tok.type
+        if kind == tokenize.OP and tok.string in FLIP:
+            yield "comparison", no, col, tok.string, FLIP[tok.string]
+        elif kind == tokenize.NAME and tok.string in ("and", "or"):
+            yield "logic", no, col, tok.string, "or" if tok.string == "and" else "and"
+        elif kind == tokenize.NUMBER and re.fullmatch(r"\d+", tok.string):
+            key = hashlib.sha256(("%s:%d:%d" % (rel, no, col)).encode()).hexdigest()
+            yield "constant", no, col, tok.string, bump(tok.string, key)
+    for node in ast.walk(ast.parse(text)):
+        if not isinstance(node, (ast.Expr, ast.Return)) or node.lineno != node.end_lineno:
+            continue
+        if isinstance(node, ast.Expr) and isinstance(node.value, ast.Call):
+            yield "call", node.lineno, node.col_offset, ast.get_source_segment(text, node), "pass"
+        elif isinstance(node, ast.Return) and node.value is not None:
+            expr = ast.get_source_segment(text, node.value)
+            if expr != "None":
+                yield "return", node.lineno, node.value.col_offset, expr, "None"
+
+def collect(tree, seed, rooms):
+    by_kind = {k: [] for k in KINDS}
+    for room in rooms:
+        for rel in room_files(tree, room):
+            path = os.path.join(tree, rel)
             with open(path) as f:
                 lines = f.read().split("\n")
             seen = {}
-            for kind, no, col, before, after in sites_of(path, rel):
+            sites = python_sites if rel.endswith(".py") else sites_of
+            for kind, no, col, before, after in sites(path, rel):
                 text = lines[no - 1].strip()
                 ident = (rel, text, kind, before, after)
                 seen[ident] = seen.get(ident, 0) + 1
                 key = "%d|%s|%s|%s|%s|%s|%d" % (seed, rel, text, kind, before, after, seen[ident])
                 rank = hashlib.sha256(key.encode()).hexdigest()
-                by_kind[kind].append((rank, rel, no, col, before, after))
+                by_kind[kind].append((rank, rel, no, col, before, after, room))
     for k in by_kind:
         by_kind[k].sort()
     return by_kind
@@ -168,7 +247,7 @@ def apply(tree, rel, no, col, before, after, kind):
     line = lines[no - 1]
     if kind == "call":
         indent = line[: len(line) - len(line.lstrip())]
-        lines[no - 1] = indent + ";"
+        lines[no - 1] = indent + ("pass" if rel.endswith(".py") else ";")
     else:
         assert line[col:col + len(before)] == before, (rel, no, line, before)
         lines[no - 1] = line[:col] + after + line[col + len(before):]
@@ -205,8 +284,9 @@ def main():
     ap.add_argument("--build", help="build directory (default TREE/build-mutate)")
     ap.add_argument("--seed", type=int, default=2026)
     ap.add_argument("--count", type=int, default=60)
+    ap.add_argument("--room", default="core", help="comma-separated rooms to mutate: " + ", ".join(ROOMS))
     ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--test-timeout", type=int, default=60, help="seconds per test")
+    ap.add_argument("--test-timeout", type=int, default=300, help="seconds per test")
     ap.add_argument("--report", help="JSON report (default BUILD/mutate-report.json)")
     ap.add_argument("--list", action="store_true", help="print the chosen candidates and exit")
     ap.add_argument("--only", help="comma-separated positions in the candidate order (as --list numbers them) "
@@ -217,28 +297,34 @@ def main():
     report = args.report or os.path.join(build, "mutate-report.json")
     env = dict(os.environ, ORU_STRESS_SECONDS="1")
 
-    by_kind = collect(tree, args.seed)
+    rooms = args.room.split(",")
+    unknown = [r for r in rooms if r not in ROOMS]
+    if unknown:
+        ap.error("unknown room %s; rooms: %s" % (", ".join(unknown), ", ".join(ROOMS)))
+    by_kind = collect(tree, args.seed, rooms)
     print("candidates: " + ", ".join("%s %d" % (k, len(v)) for k, v in by_kind.items()), flush=True)
     if args.list:
-        for i, (kind, (_, rel, no, col, before, after)) in enumerate(interleave(by_kind)):
+        for i, (kind, (_, rel, no, col, before, after, room)) in enumerate(interleave(by_kind)):
             if i >= args.count:
                 break
-            print("%3d %-10s %s:%d  %s -> %s" % (i, kind, rel, no, before, after))
+            print("%3d %-10s %-14s %s:%d  %s -> %s" % (i, kind, room, rel, no, before, after))
         return 0
     only = {int(x) for x in args.only.split(",")} if args.only else None
 
     signal.signal(signal.SIGTERM, lambda *_: (_ for _ in ()).throw(KeyboardInterrupt()))
     build_cmd = ["cmake", "--build", build, "-j%d" % args.jobs]
-    test_cmd = ["ctest", "--test-dir", build, "-j%d" % args.jobs, "--timeout", str(args.test_timeout),
-                "--stop-on-failure", "--output-on-failure"]
+    def test_cmd(room):
+        return ["ctest", "--test-dir", build, "-j%d" % args.jobs, "--timeout", str(args.test_timeout),
+                "--stop-on-failure", "--output-on-failure"] + room_tests(tree, room)
     rc, out = run(["cmake", "-S", tree, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DORU_BUILD_TESTS=ON"], env)
     if rc != 0:
         print(out)
         return 2
     t0 = time.time()
     rc, out = run(build_cmd, env)
-    if rc == 0:
-        rc, out = run(test_cmd, env)
+    for room in rooms:
+        if rc == 0:
+            rc, out = run(test_cmd(room), env)
     if rc != 0:
         print(out[-4000:])
         print("the unmutated tree does not build or pass its tests", file=sys.stderr)
@@ -248,7 +334,7 @@ def main():
     results, discarded = [], 0
     started = time.time()
     try:
-        for position, (kind, (_, rel, no, col, before, after)) in enumerate(interleave(by_kind)):
+        for position, (kind, (_, rel, no, col, before, after, room)) in enumerate(interleave(by_kind)):
             if len(results) >= args.count or (only is not None and position > max(only)):
                 break
             if only is not None and position not in only:
@@ -263,14 +349,14 @@ def main():
                     continue
                 forget_test_costs(build)
                 try:
-                    rc, out = run(test_cmd, env, timeout=args.test_timeout * 20)
+                    rc, out = run(test_cmd(room), env, timeout=args.test_timeout * 4)
                 except subprocess.TimeoutExpired:
                     rc, out = 1, "ctest timed out"
             finally:
                 with open(path, "w") as f:
                     f.write(original)
             killed = rc != 0
-            entry = dict(position=position, kind=kind, file=rel, line=no, before=before, after=after, killed=killed,
+            entry = dict(position=position, room=room, kind=kind, file=rel, line=no, before=before, after=after, killed=killed,
                          seconds=round(time.time() - t), failed=failed_tests(out)[:5],
                          output=out[-3000:] if killed else "")
             results.append(entry)
@@ -292,7 +378,7 @@ def main():
         if not r["killed"]:
             print("survived: %s:%d  %s -> %s  (%s)" % (r["file"], r["line"], r["before"], r["after"], r["kind"]))
     with open(report, "w") as f:
-        json.dump(dict(seed=args.seed, count=args.count, summary=summary, mutants=results), f, indent=1)
+        json.dump(dict(seed=args.seed, count=args.count, rooms=rooms, summary=summary, mutants=results), f, indent=1)
     return 0
 
 
