@@ -95,7 +95,7 @@ class Connected(unittest.TestCase):
 
     def test_readings_carry_the_filters_any_frame_saturated(self):
         s = self.s
-        s.shutter_speed = 3000  # the scene clips many filters
+        s.shutter_speed = 250  # the white scene clips every filter, in a short wait
         readings = {"request": lambda: s.read(averages=2), "stream": lambda: next(iter(s.stream(averages=2)))}
         for how, take in readings.items():
             with self.subTest(how=how):
@@ -130,7 +130,7 @@ class Connected(unittest.TestCase):
         results = {0: [], 1: []}
 
         def work(s, shutter):
-            for _ in range(15):
+            for _ in range(5):
                 s.shutter_speed = shutter
                 results[s.index].append((s.sensor_id, sum(s.read_filter_data(2)) / 1024))
                 results[s.index] += [(r.sensor_id, sum(r.values) / 1024) for r in s.stream(averages=3, count=2)]
@@ -143,7 +143,7 @@ class Connected(unittest.TestCase):
         self.assertFalse(any(t.is_alive() for t in threads))
         # Shutter 5 and shutter 300 lie far apart on the white scene.
         for index, (low, high) in ((0, (0, 600)), (1, (1500, 4096))):
-            self.assertEqual(len(results[index]), 45)
+            self.assertEqual(len(results[index]), 15)
             for sensor_id, mean in results[index]:
                 self.assertEqual(sensor_id, IDS[index])
                 self.assertTrue(low <= mean <= high, (index, mean))
