@@ -11,7 +11,7 @@ from ._acquisition import Acquisition
 from ._measuring import Measuring
 from ._options import parse
 from ._server import serve
-from ._spectra import Spectra
+from ._reconstructions import Spectra
 
 from aiohttp.http_exceptions import HttpProcessingError
 
