@@ -162,27 +162,27 @@ SUITE = re.compile(r"^\s*(?:TEST(?:_F|_P)?|INSTANTIATE_TEST_SUITE_P)\(\s*(\w+)\s
 
 
 def room_files(tree, room):
-    spec = ROOMS[room]
+    layout = ROOMS[room]
     out = []
-    for pattern in spec["sources"]:
+    for pattern in layout["sources"]:
         for path in sorted(glob.glob(os.path.join(tree, pattern))):
             rel = os.path.relpath(path, tree)
-            if not any(rel.startswith(e) for e in spec.get("exclude", ())):
+            if not any(rel.startswith(e) for e in layout.get("exclude", ())):
                 out.append(rel)
     return out
 
 
 def room_tests(tree, room):
     """ctest arguments that choose the room's tests."""
-    spec = ROOMS[room]
-    if spec.get("all_native"):
+    layout = ROOMS[room]
+    if layout.get("all_native"):
         return ["-LE", "external"]
     names = set()
-    for pattern in spec.get("suites", ()):
+    for pattern in layout.get("suites", ()):
         for path in glob.glob(os.path.join(tree, pattern)):
             with open(path) as f:
                 names.update(SUITE.findall(f.read()))
-    parts = ["(\\w+/)?%s[./]" % n for n in sorted(names)] + ["%s$" % t for t in spec.get("tests", ())]
+    parts = ["(\\w+/)?%s[./]" % n for n in sorted(names)] + ["%s$" % t for t in layout.get("tests", ())]
     return ["-R", "^(%s)" % "|".join(parts)]
 
 
